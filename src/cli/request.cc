@@ -1,0 +1,62 @@
+#include <iostream>
+
+#include "cli/commands.h"
+#include "dispatch/request_table.h"
+#include "dispatch/web_class.h"
+#include "server/server_state.h"
+
+namespace orvane::cli {
+namespace {
+
+struct RequestOptions {
+  std::string config = "./ORVANE.ini";
+  std::string user;
+  std::string query;
+};
+
+int RunOne(const RequestOptions& o) {
+  ConfigFile config(o.config);
+  ApplicationStore app;
+  std::string error;
+  if (!LoadApplicationValues(config, app, error)) {
+    std::cerr << "orvane request: " << error << "\n";
+    return 1;
+  }
+  Session session;
+  if (!o.user.empty()) session.Set("PUB_USR_ID", o.user);
+  RequestContext ctx(config, session, app, SystemClock::Instance());
+  ParseUrlEncoded(o.query, ctx.fields);
+  RunRequest(ctx);
+  std::cout << ctx.response() << std::flush;  // exactly the answer: no newline
+  return 0;
+}
+
+std::string CodeListing() {
+  std::string out = "Request codes (fields read, in order):\n";
+  for (const RequestRoute& r : RequestTable()) {
+    out += "  " + std::string(r.code) + "  " + std::string(r.operation);
+    std::string fields;
+    for (auto f : r.reads) fields += (fields.empty() ? "" : ", ") + std::string(f);
+    if (!fields.empty()) out += " (" + fields + ")";
+    if (!r.run) out += "  [not built yet]";
+    out += "\n";
+  }
+  return out;
+}
+
+}  // namespace
+
+void AddRequest(CLI::App& app, int& exit_code) {
+  auto options = std::make_shared<RequestOptions>();
+  CLI::App* cmd = app.add_subcommand("request", "Run one request in-process and print its answer exactly");
+  cmd->footer(CodeListing() +
+              "Common field: DBFlg=1 works on the _WORK tables.\n"
+              "Example: orvane request --config var/ORVANE.ini 'ReqNo=105&Group_cd=0000'\n"
+              "The answer is printed with no newline added; exit status 0 whenever an answer was produced.");
+  cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini)")->capture_default_str();
+  cmd->add_option("--user", options->user, "Run as this logged-in user id (session PUB_USR_ID)");
+  cmd->add_option("query", options->query, "The request fields, e.g. 'ReqNo=001' (URL-encoded)")->required();
+  cmd->callback([options, &exit_code] { exit_code = RunOne(*options); });
+}
+
+}  // namespace orvane::cli

@@ -1,0 +1,95 @@
+#include <csignal>
+#include <iostream>
+#include <thread>
+
+#include "cli/commands.h"
+#include "server/http_server.h"
+
+namespace orvane::cli {
+namespace {
+
+struct ServeOptions {
+  std::string config = "./ORVANE.ini";
+  std::string listen = "127.0.0.1:8080";
+  int threads = 8;
+  int session_timeout_minutes = 20;
+};
+
+bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
+  size_t colon = listen.rfind(':');
+  if (colon == std::string::npos || colon == 0) return false;
+  host = listen.substr(0, colon);
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+  try {
+    size_t used = 0;
+    port = std::stoi(listen.substr(colon + 1), &used);
+    return used == listen.size() - colon - 1 && port > 0 && port < 65536;
+  } catch (...) {
+    return false;
+  }
+}
+
+int Serve(const ServeOptions& o) {
+  HttpOptions http;
+  if (!SplitHostPort(o.listen, http.host, http.port)) {
+    std::cerr << "orvane serve: --listen must be HOST:PORT, got \"" << o.listen << "\"\n";
+    return 2;
+  }
+  http.threads = o.threads;
+  ServerState state(o.config,
+                    std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
+                    SystemClock::Instance(), &std::cerr);
+  std::string error;
+  if (!LoadApplicationValues(state.config, state.app, error)) {
+    std::cerr << "orvane serve: " << error << "\n";
+    return 1;
+  }
+  HttpServer server(state, http);
+  if (server.Bind(error) < 0) {
+    std::cerr << "orvane serve: " << error << "\n";
+    return 1;
+  }
+  // Stop cleanly on Ctrl-C or SIGTERM: a thread waits for the signal.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::thread waiter([&] {
+    int sig = 0;
+    sigwait(&signals, &sig);
+    server.Stop();
+  });
+  waiter.detach();
+  std::cerr << "orvane: serving http://" << o.listen << "/orvane with " << o.config << " (" << http.threads
+            << " threads)\n";
+  server.Run();
+  std::cerr << "orvane: stopped\n";
+  return 0;
+}
+
+}  // namespace
+
+void AddServe(CLI::App& app, int& exit_code) {
+  auto options = std::make_shared<ServeOptions>();
+  CLI::App* cmd = app.add_subcommand("serve", "Serve the administration pages' requests over HTTP");
+  cmd->footer(
+      "Routes:\n"
+      "  GET|POST /orvane?ReqNo=...  one request; POST may carry the fields as a form body\n"
+      "  POST /login, POST /logout   start and end a login session\n"
+      "  GET /healthz                answers OK\n"
+      "One access-log line per request goes to stderr. Stop with Ctrl-C.\n"
+      "Example: orvane serve --config var/ORVANE.ini --listen 127.0.0.1:8080");
+  cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); menuinfo.csv and odbc.ini beside it")
+      ->capture_default_str();
+  cmd->add_option("--listen", options->listen, "Address to listen on, HOST:PORT")->capture_default_str();
+  cmd->add_option("--threads", options->threads, "Worker threads serving requests")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 1024));
+  cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 24 * 60));
+  cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
+}
+
+}  // namespace orvane::cli

@@ -1,0 +1,73 @@
+#include "dispatch/application_store.h"
+
+#include <fstream>
+
+#include "dispatch/text.h"
+
+namespace orvane {
+
+bool LoadMenuCatalogue(const std::string& path, MenuCatalogue& out, std::string& error) {
+  out.clear();
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return true;  // no catalogue file: no menus
+  std::string line;
+  for (int number = 1; std::getline(in, line); ++number) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (number == 1 && line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);  // UTF-8 mark
+    if (text::Trim(line).empty()) continue;
+    std::vector<std::string> parts = text::Split(line, ",");
+    for (auto& p : parts) p = text::Trim(p);
+    bool well_formed = (parts.size() == 2 || parts.size() == 3) && parts[0].size() == 2 &&
+                       isdigit(static_cast<unsigned char>(parts[0][0])) &&
+                       isdigit(static_cast<unsigned char>(parts[0][1])) &&
+                       (parts.size() == 2 || parts[2] == "0" || parts[2] == "1" || parts[2].empty());
+    if (!well_formed) {
+      error = path + " line " + std::to_string(number) +
+              ": expected \"number,name[,shown]\" with a two-digit number and shown 0 or 1: " + line;
+      out.clear();
+      return false;
+    }
+    out.push_back({parts[0], parts[1], parts.size() == 3 && parts[2] == "1"});
+  }
+  return true;
+}
+
+std::string DisplayedMenus(const MenuCatalogue& catalogue) {
+  std::string out = "/";
+  for (const MenuEntry& m : catalogue)
+    if (m.shown) out += m.number + "/";
+  return out;
+}
+
+ApplicationStore::ApplicationStore() : menuinfo_(std::make_shared<const MenuCatalogue>()), disp_menu_("/") {}
+
+std::shared_ptr<const MenuCatalogue> ApplicationStore::Menuinfo() const {
+  std::lock_guard lock(mu_);
+  return menuinfo_;
+}
+
+std::string ApplicationStore::DispMenu() const {
+  std::lock_guard lock(mu_);
+  return disp_menu_;
+}
+
+void ApplicationStore::SetMenuinfo(MenuCatalogue catalogue) {
+  std::string disp = DisplayedMenus(catalogue);
+  auto value = std::make_shared<const MenuCatalogue>(std::move(catalogue));
+  std::lock_guard lock(mu_);
+  menuinfo_ = std::move(value);
+  disp_menu_ = std::move(disp);
+}
+
+std::shared_ptr<const Array2D> ApplicationStore::SecHierarchical() const {
+  std::lock_guard lock(mu_);
+  return sec_hierarchical_;
+}
+
+void ApplicationStore::SetSecHierarchical(Array2D tree) {
+  auto value = std::make_shared<const Array2D>(std::move(tree));
+  std::lock_guard lock(mu_);
+  sec_hierarchical_ = std::move(value);
+}
+
+}  // namespace orvane

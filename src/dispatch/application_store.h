@@ -1,0 +1,51 @@
+// Values shared by every request of one server: the menu catalogue
+// ("App_A_strMenuinfo", "App_strDispMenu") and the drawn section tree
+// ("App_A_strSec_hierarchical").
+//
+// Thread-safe. Values are immutable snapshots behind shared pointers and are
+// replaced whole, so a reader never sees half a tree.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "dispatch/array2d.h"
+
+namespace orvane {
+
+struct MenuEntry {
+  std::string number;  // two digits, as text
+  std::string name;
+  bool shown = false;
+};
+using MenuCatalogue = std::vector<MenuEntry>;
+
+// Reads menuinfo.csv: UTF-8, one menu a line, "number,name[,shown]". Blank
+// lines are skipped. Returns false with `error` naming the line when a line
+// is malformed; a missing file is an empty catalogue.
+bool LoadMenuCatalogue(const std::string& path, MenuCatalogue& out, std::string& error);
+
+// "/02/20/11/" from the shown menus in catalogue order; "/" alone when none.
+std::string DisplayedMenus(const MenuCatalogue& catalogue);
+
+class ApplicationStore {
+ public:
+  ApplicationStore();
+
+  std::shared_ptr<const MenuCatalogue> Menuinfo() const;            // App_A_strMenuinfo
+  std::string DispMenu() const;                                     // App_strDispMenu
+  void SetMenuinfo(MenuCatalogue catalogue);                        // sets both
+
+  std::shared_ptr<const Array2D> SecHierarchical() const;           // may be null
+  void SetSecHierarchical(Array2D tree);
+
+ private:
+  mutable std::mutex mu_;
+  std::shared_ptr<const MenuCatalogue> menuinfo_;  // guarded by mu_
+  std::string disp_menu_;                          // guarded by mu_
+  std::shared_ptr<const Array2D> sec_hierarchical_;  // guarded by mu_
+};
+
+}  // namespace orvane

@@ -1,0 +1,57 @@
+// The configuration file ORVANE.ini and its one lookup, ComIniFileLoad.
+//
+// Every call behaves as if the file were read anew, so an edited file takes
+// effect with the next request; an unchanged file is not parsed again: the
+// parsed lines are cached under the file's identity (device, inode, size,
+// modification and change times), checked with one stat per call.
+// Thread-safe: one ConfigFile is shared by all request threads.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace orvane {
+
+// The parsed lines of one file: upper-cased key -> value of the first line
+// that names the key.
+using ConfigEntries = std::unordered_map<std::string, std::string>;
+
+// Parses file contents with the file's line syntax (tabs dropped, blanks
+// trimmed, "#" comments, value cut at a second "=", first line wins).
+ConfigEntries ParseConfigText(std::string_view contents);
+
+class ConfigFile {
+ public:
+  explicit ConfigFile(std::string path);
+
+  const std::string& path() const { return path_; }
+  // The folder that holds the file, with no trailing "/" ("." for a bare name).
+  std::string Folder() const;
+
+  // Looks `key` up. On success `value` holds the value, `message` is empty and
+  // `found` is true. Otherwise `found` is false, `value` is empty and
+  // `message` says why (missing file, missing key or empty value).
+  void ComIniFileLoad(std::string_view key, std::string& value, std::string& message, bool& found) const;
+
+  // Convenience for callers that only need the value: empty when not found.
+  std::string Get(std::string_view key) const;
+
+ private:
+  struct Identity {
+    unsigned long long dev = 0, ino = 0;
+    long long size = 0, mtime_ns = 0, ctime_ns = 0;
+    bool operator==(const Identity&) const = default;
+  };
+  // Null with `error` set when the file cannot be read.
+  std::shared_ptr<const ConfigEntries> Load(std::string& error) const;
+
+  std::string path_;
+  mutable std::mutex mu_;
+  mutable Identity cached_id_;                           // guarded by mu_
+  mutable std::shared_ptr<const ConfigEntries> cached_;  // guarded by mu_
+};
+
+}  // namespace orvane

@@ -1,0 +1,66 @@
+// RequestContext: everything one request needs, the system's web-class
+// instance. Created per request by the HTTP front end or `orvane request`,
+// filled by WebClass_Start, handed to exactly one operation, then dropped.
+//
+// Not thread-safe by itself: one request, one thread. The shared objects it
+// points at (configuration, session, application store, clock) are.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dispatch/application_store.h"
+#include "dispatch/clock.h"
+#include "dispatch/config.h"
+#include "dispatch/request_fields.h"
+#include "dispatch/session.h"
+
+namespace orvane {
+
+inline constexpr std::string_view kMenuCodeList =
+    "01,02,03,04,05,06,07,21,22,23,24,25,26,27,50,51,70,71,72,73,74,75,76,77,78,79";
+
+class RequestContext {
+ public:
+  RequestContext(const ConfigFile& config, Session& session, ApplicationStore& app, const Clock& clock)
+      : config_(config), session_(session), app_(app), clock_(clock) {}
+
+  // Request values.
+  NamedValues fields;   // query string, then form body
+  NamedValues cookies;  // the Cookie header
+  std::string Field(std::string_view name) const { return fields.Get(name); }
+  // Sub-key of a cookie sent as "k1=v1&k2=v2" (percent-decoded), as the
+  // pages send "pubCookie".
+  std::string CookieValue(std::string_view cookie, std::string_view key) const;
+
+  // Request-scoped members fixed by WebClass_Start.
+  std::string DBFlg;
+  std::string table_suffix;
+  std::string USR_MST = "T_USER", SEC_MST = "T_SECTION", SEC_MEM = "T_SECMEMBER", PST_MST = "T_POST_MST",
+              USR_MNU = "MENU_USER";
+  std::string menu_list;
+  std::vector<std::string> menu_codes;
+  int menu_upper = -1;
+  // True when the request works on the work tables ("DBFlg" is "1").
+  bool WorkTables() const;
+
+  // The answer: everything the operation writes, in order.
+  void Write(std::string_view s) { response_.append(s); }
+  const std::string& response() const { return response_; }
+  int http_status = 200;
+
+  const ConfigFile& config() const { return config_; }
+  Session& session() { return session_; }
+  ApplicationStore& app() { return app_; }
+  const Clock& clock() const { return clock_; }
+
+ private:
+  const ConfigFile& config_;
+  Session& session_;
+  ApplicationStore& app_;
+  const Clock& clock_;
+  std::string response_;
+};
+
+}  // namespace orvane

@@ -1,0 +1,28 @@
+#include "dispatch/session.h"
+
+#include "dispatch/text.h"
+
+namespace orvane {
+
+std::string Session::Get(std::string_view name) const {
+  std::lock_guard lock(mu_);
+  auto it = values_.find(text::ToUpperAscii(name));
+  return it == values_.end() ? std::string() : it->second;
+}
+
+void Session::Set(std::string_view name, std::string value) {
+  std::lock_guard lock(mu_);
+  values_[text::ToUpperAscii(name)] = std::move(value);
+}
+
+void Session::Clear() {
+  std::lock_guard lock(mu_);
+  values_.clear();
+}
+
+bool Session::Empty() const {
+  std::lock_guard lock(mu_);
+  return values_.empty();
+}
+
+}  // namespace orvane

@@ -1,0 +1,63 @@
+#include "dispatch/web_class.h"
+
+#include <exception>
+
+#include "dispatch/text.h"
+
+namespace orvane {
+
+const RequestRoute* WebClass_Start(RequestContext& ctx) {
+  std::string code = ctx.Field("ReqNo");
+  ctx.DBFlg = ctx.Field("DBFlg");
+  if (text::EqualsIgnoreCase(ctx.DBFlg, "1")) ctx.table_suffix = "_WORK";
+  if (ctx.DBFlg != "0") {
+    ctx.USR_MST = "T_USER" + ctx.table_suffix;
+    ctx.SEC_MST = "T_SECTION" + ctx.table_suffix;
+    ctx.SEC_MEM = "T_SECMEMBER" + ctx.table_suffix;
+    ctx.PST_MST = "T_POST_MST";  // the post master has no work copy
+    ctx.USR_MNU = "MENU_USER" + ctx.table_suffix;
+  } else {
+    ctx.USR_MST = "T_USER";
+    ctx.SEC_MST = "T_SECTION";
+    ctx.SEC_MEM = "T_SECMEMBER";
+    ctx.PST_MST = "T_POST_MST";
+    ctx.USR_MNU = "MENU_USER";
+  }
+  ctx.menu_list = std::string(kMenuCodeList);
+  ctx.menu_codes = text::Split(ctx.menu_list, ",");
+  ctx.menu_upper = static_cast<int>(ctx.menu_codes.size()) - 1;
+
+  const RequestRoute* route = FindRoute(code);
+  if (!route) {
+    ctx.Write("ERROR:NOREQUESTCODE");
+    return nullptr;
+  }
+  BuiltArguments built = BuildArguments(*route, ctx.fields);
+  if (!built.error.empty()) {
+    // The original ends the request with an unhandled conversion error here.
+    ctx.http_status = 500;
+    ctx.Write(built.error);
+    return route;
+  }
+  if (!route->run) {
+    ctx.Write("ERROR:NOTIMPLEMENTED");
+    return route;
+  }
+  route->run(ctx, built.args);
+  return route;
+}
+
+const RequestRoute* RunRequest(RequestContext& ctx) {
+  try {
+    return WebClass_Start(ctx);
+  } catch (const std::exception& e) {
+    ctx.http_status = 500;
+    ctx.Write(std::string("ERROR:INTERNAL ") + e.what());
+  } catch (...) {
+    ctx.http_status = 500;
+    ctx.Write("ERROR:INTERNAL");
+  }
+  return FindRoute(ctx.Field("ReqNo"));
+}
+
+}  // namespace orvane

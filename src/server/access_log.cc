@@ -1,0 +1,50 @@
+#include "server/access_log.h"
+
+#include <ctime>
+
+namespace orvane {
+namespace {
+
+// Control bytes (CR LF, the 0x1C joins) would break the one-line-per-request
+// shape of the log; show them escaped. Fields from the client are cut short.
+std::string Printable(std::string_view s, size_t max_bytes) {
+  std::string out;
+  for (unsigned char c : s.substr(0, max_bytes)) {
+    if (c < 0x20 || c == 0x7F) {
+      static constexpr char kHex[] = "0123456789ABCDEF";
+      out += "\\x";
+      out.push_back(kHex[c >> 4]);
+      out.push_back(kHex[c & 15]);
+    } else {
+      out.push_back(static_cast<char>(c));
+    }
+  }
+  return out;
+}
+
+std::string Quoted(std::string_view s, size_t max_bytes) { return "\"" + Printable(s, max_bytes) + "\""; }
+
+}  // namespace
+
+std::string FormatAccessLine(const AccessRecord& r, std::string_view now) {
+  std::string line(now);
+  line += " " + Printable(r.client, 64) + " " + Printable(r.method, 16) + " " + Printable(r.path, 200);
+  line += " ReqNo=" + Quoted(r.request_code, 16);
+  line += " " + std::to_string(r.status) + " " + std::to_string(r.micros) + "us ";
+  line += r.answer_is_secret ? std::string("[answer withheld]") : Quoted(r.answer, 40);
+  return line;
+}
+
+void AccessLog::Write(const AccessRecord& r) {
+  if (!out_) return;
+  std::time_t t = std::time(nullptr);
+  std::tm tm{};
+  localtime_r(&t, &tm);
+  char now[32];
+  std::strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%S", &tm);
+  std::string line = FormatAccessLine(r, now) + "\n";
+  std::lock_guard lock(mu_);
+  *out_ << line << std::flush;
+}
+
+}  // namespace orvane

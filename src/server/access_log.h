@@ -1,0 +1,39 @@
+// One line per request on a stream (stderr in `orvane serve`): time, client,
+// method, path, request code, status, microseconds and the answer's first 40
+// bytes. Only the path is logged, never the query or form body, so password
+// fields cannot reach the log; answers that hold a password are not shown.
+// Thread-safe.
+#pragma once
+
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace orvane {
+
+struct AccessRecord {
+  std::string client;
+  std::string method;
+  std::string path;
+  std::string request_code;
+  int status = 0;
+  long long micros = 0;
+  std::string_view answer;
+  bool answer_is_secret = false;
+};
+
+// The log line for `r`, without its newline. `now` is the local time text.
+std::string FormatAccessLine(const AccessRecord& r, std::string_view now);
+
+class AccessLog {
+ public:
+  explicit AccessLog(std::ostream* out) : out_(out) {}  // null: no log
+  void Write(const AccessRecord& r);
+
+ private:
+  std::mutex mu_;
+  std::ostream* out_;  // guarded by mu_
+};
+
+}  // namespace orvane

@@ -1,0 +1,39 @@
+// What every HTTP request of one `orvane serve` shares: the configuration
+// file, the application values, the session store, the clock and the access
+// log. Owned by HttpServer; every member is thread-safe.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "dispatch/application_store.h"
+#include "dispatch/clock.h"
+#include "dispatch/config.h"
+#include "server/access_log.h"
+#include "server/session_store.h"
+
+namespace orvane {
+
+inline constexpr std::string_view kSessionCookie = "ORVANE_SID";
+
+struct ServerState {
+  ServerState(std::string config_path, std::unique_ptr<SessionStore> sessions, const Clock& clock,
+              std::ostream* log)
+      : config(std::move(config_path)), sessions(std::move(sessions)), clock(clock), access_log(log) {}
+
+  ConfigFile config;
+  ApplicationStore app;
+  std::unique_ptr<SessionStore> sessions;
+  const Clock& clock;
+  AccessLog access_log;
+  // Pause before a failed login answers, to slow down password guessing.
+  std::chrono::milliseconds failed_login_delay{500};
+};
+
+// Loads what the application store holds at start: the menu catalogue from
+// menuinfo.csv beside the configuration file. False with `error` when the
+// catalogue is malformed.
+bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error);
+
+}  // namespace orvane

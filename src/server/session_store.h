@@ -1,0 +1,60 @@
+// Where login sessions live between requests.
+//
+// SessionStore is the small interface a database-backed store for several
+// instances can implement later; InMemorySessionStore keeps sessions in this
+// process. Both are thread-safe.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "dispatch/session.h"
+
+namespace orvane {
+
+class SessionStore {
+ public:
+  virtual ~SessionStore() = default;
+  // The live session under `id`, touched (its idle time restarts); null when
+  // unknown or idle for longer than the timeout.
+  virtual std::shared_ptr<Session> Find(const std::string& id) = 0;
+  // A new empty session; `id` receives its fresh random id.
+  virtual std::shared_ptr<Session> Create(std::string& id) = 0;
+  virtual void Remove(const std::string& id) = 0;
+};
+
+// A random 128-bit id as 32 lower-case hex digits, from getrandom(2).
+std::string NewSessionId();
+
+class InMemorySessionStore final : public SessionStore {
+ public:
+  using TimeSource = std::function<std::chrono::steady_clock::time_point()>;
+  // `max_sessions` bounds memory: at the cap the least recently used session
+  // is dropped to make room.
+  explicit InMemorySessionStore(std::chrono::seconds idle_timeout, size_t max_sessions = 100000,
+                                TimeSource now = std::chrono::steady_clock::now);
+
+  std::shared_ptr<Session> Find(const std::string& id) override;
+  std::shared_ptr<Session> Create(std::string& id) override;
+  void Remove(const std::string& id) override;
+  size_t Size() const;
+
+ private:
+  struct Entry {
+    std::shared_ptr<Session> session;
+    std::chrono::steady_clock::time_point last_used;
+  };
+  void DropExpiredLocked(std::chrono::steady_clock::time_point now);
+
+  const std::chrono::seconds idle_timeout_;
+  const size_t max_sessions_;
+  const TimeSource now_;
+  mutable std::mutex mu_;
+  std::map<std::string, Entry> sessions_;  // guarded by mu_
+};
+
+}  // namespace orvane

@@ -1,0 +1,98 @@
+#include "dispatch/config.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "support/temp_dir.h"
+
+namespace orvane {
+namespace {
+
+using testing::TempDir;
+
+struct Lookup {
+  std::string value, message;
+  bool found = false;
+};
+
+Lookup Find(const ConfigFile& f, std::string_view key) {
+  Lookup l;
+  f.ComIniFileLoad(key, l.value, l.message, l.found);
+  return l;
+}
+
+TEST(ConfigFile, LineSyntax) {
+  TempDir dir;
+  ConfigFile f(dir.Write("ORVANE.ini",
+                         "# whole-line comment\n"
+                         "local_db_dsn = MyDsn # comment\r\n"
+                         "KEY=a=b\n"
+                         "\tTAB\tBED\t=\tv\talue\t\n"
+                         "TWICE=first\n"
+                         "twice=second\n"
+                         "   \n"
+                         "EMPTY=\n"
+                         "SPACED =  x y  \n"
+                         "NOEQUALS\n"));
+  struct Case {
+    const char* key;
+    const char* value;
+  } cases[] = {
+      {"LOCAL_DB_DSN", "MyDsn"}, {"key", "a"},        {"TABBED", "value"},
+      {"TWICE", "first"},        {"SPACED", "x y"},
+  };
+  for (const Case& c : cases) {
+    Lookup l = Find(f, c.key);
+    EXPECT_TRUE(l.found) << c.key;
+    EXPECT_EQ(l.value, c.value) << c.key;
+    EXPECT_EQ(l.message, "") << c.key;
+  }
+}
+
+TEST(ConfigFile, FailureMessagesNameThePathAndKey) {
+  TempDir dir;
+  std::string path = dir.Write("ORVANE.ini", "EMPTY=\nNOEQUALS\n");
+  ConfigFile f(path);
+  struct Case {
+    const char* key;
+    std::string message;
+  } cases[] = {
+      {"MISSING", "環境ファイル(" + path + ")に『MISSING』が存在しません。"},
+      {"EMPTY", "環境ファイル(" + path + ")の\"EMPTY\"は無効な設定です"},
+      {"NOEQUALS", "環境ファイル(" + path + ")の\"NOEQUALS\"は無効な設定です"},
+  };
+  for (const Case& c : cases) {
+    Lookup l = Find(f, c.key);
+    EXPECT_FALSE(l.found) << c.key;
+    EXPECT_EQ(l.value, "") << c.key;
+    EXPECT_EQ(l.message, c.message) << c.key;
+  }
+}
+
+TEST(ConfigFile, MissingFileFailsWithItsPath) {
+  TempDir dir;
+  ConfigFile f(dir.File("absent.ini"));
+  Lookup l = Find(f, "LOCAL_DB_DSN");
+  EXPECT_FALSE(l.found);
+  EXPECT_EQ(l.message.rfind("環境ファイル(" + dir.File("absent.ini") + ")", 0), 0u) << l.message;
+}
+
+TEST(ConfigFile, EveryCallSeesTheFileAsItIsNow) {
+  TempDir dir;
+  std::string path = dir.Write("ORVANE.ini", "LOCAL_DB_DSN=one\n");
+  ConfigFile f(path);
+  EXPECT_EQ(Find(f, "LOCAL_DB_DSN").value, "one");
+  // Same size, rewritten: the change time differs even within one second.
+  dir.Write("ORVANE.ini", "LOCAL_DB_DSN=two\n");
+  EXPECT_EQ(Find(f, "LOCAL_DB_DSN").value, "two");
+  dir.Write("ORVANE.ini", "OTHER=x\n");
+  EXPECT_FALSE(Find(f, "LOCAL_DB_DSN").found);
+  std::filesystem::remove(path);
+  EXPECT_FALSE(Find(f, "OTHER").found);
+  dir.Write("ORVANE.ini", "OTHER=back\n");
+  EXPECT_EQ(Find(f, "OTHER").value, "back");
+}
+
+}  // namespace
+}  // namespace orvane

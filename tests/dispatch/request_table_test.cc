@@ -1,0 +1,141 @@
+#include "dispatch/request_table.h"
+
+#include <gtest/gtest.h>
+
+#include "dispatch/web_class.h"
+
+namespace orvane {
+namespace {
+
+// Every field the pages can send, each valued by its own name, spelled in
+// other letter cases than the table uses: names match without regard to case.
+NamedValues AllFields() {
+  NamedValues f;
+  for (const char* name : {"s_kbn", "S_OPT", "S_COL", "s_type", "S_POS", "b_pos", "GROUP_CD", "s_col",
+                           "group_nm", "DISP_NM", "m_list", "busho_cd", "USER_CD", "user_kj", "User_kn", "USER_PS",
+                           "mail_ad", "Mail_fl", "EXT_TEL", "post_nm", "mail_ufl", "MAIL_NM", "primary", "POST_CD",
+                           "st_ymd", "ED_YMD", "group_cd1", "GROUP_CD2", "Group_Cd3", "user_cd2", "USER_MENU"}) {
+    std::string value = name;
+    if (value == "S_POS") value = "-3";
+    if (value == "b_pos") value = "+40";
+    f.Add(name, value);
+  }
+  return f;
+}
+
+TEST(RequestTable, EveryCodePassesItsFieldsInTheOperationsOrder) {
+  using V = std::vector<std::string>;
+  const V user = {"USER_CD", "user_kj", "User_kn", "USER_PS", "mail_ad", "Mail_fl",
+                  "EXT_TEL", "post_nm", "DISP_NM", "mail_ufl"};
+  auto with = [](V head, V rest, V tail) {
+    head.insert(head.end(), rest.begin(), rest.end());
+    head.insert(head.end(), tail.begin(), tail.end());
+    return head;
+  };
+  struct Case {
+    const char* code;
+    const char* operation;
+    V args;
+  } cases[] = {
+      {"001", "GetServerInformation", {}},
+      {"002", "GetAllCount", {"s_kbn", "S_OPT"}},
+      {"101", "GetAllGroupList", {}},
+      {"102", "GetAllUserList", {"S_COL", "s_type", "S_OPT", "-3", "40"}},
+      {"103", "GetSpecificGroup", {"GROUP_CD", "S_COL", "s_type"}},
+      {"104", "GetSpecificMember", {"GROUP_CD", "S_COL", "s_type", "S_OPT"}},
+      {"105", "GetGroupProperty", {"GROUP_CD"}},
+      {"106", "GetUserProperty", {"USER_CD"}},
+      {"107", "Create_IMailList_Combo", {"m_list"}},
+      {"108", "GetUsersGroup", {"USER_CD"}},
+      {"109", "GetPostMaster", {}},
+      {"110", "GetMenuProperty", {"USER_CD"}},
+      {"201", "RegistGroup", {"3", "GROUP_CD", "group_nm", "DISP_NM", "busho_cd", "m_list"}},
+      {"202", "RegistGroup", {"2", "GROUP_CD", "group_nm", "DISP_NM", "", "m_list"}},
+      {"203", "RegistGroup", {"1", "GROUP_CD", "group_nm", "DISP_NM", "busho_cd", "m_list"}},
+      {"204", "RegistUser1", with({"3"}, user, {"MAIL_NM"})},
+      {"205", "RegistUser1", with({"2"}, user, {"MAIL_NM"})},
+      {"206", "RegistUser1", with({"1"}, user, {""})},
+      {"207", "RegistMember", {"3", "GROUP_CD", "USER_CD", "0", "", "", ""}},
+      {"208", "RegistMember", {"2", "GROUP_CD", "USER_CD", "primary", "POST_CD", "st_ymd", "ED_YMD"}},
+      {"209", "RegistMember", {"1", "GROUP_CD", "USER_CD", "0", "", "", ""}},
+      {"210", "ChangeGroupDisp", {"group_cd1", "GROUP_CD2", "Group_Cd3"}},
+      {"211", "ChangeUserDisp", {"USER_CD", "user_cd2", "GROUP_CD"}},
+      {"212", "ChangeGroupTree", {"group_cd1", "GROUP_CD2"}},
+      {"213", "ChangeUserMenu", {"2", "USER_CD", "USER_MENU"}},
+  };
+  ASSERT_EQ(RequestTable().size(), std::size(cases));
+  for (const Case& c : cases) {
+    const RequestRoute* route = FindRoute(c.code);
+    ASSERT_NE(route, nullptr) << c.code;
+    EXPECT_EQ(route->operation, c.operation) << c.code;
+    BuiltArguments built = BuildArguments(*route, AllFields());
+    EXPECT_EQ(built.error, "") << c.code;
+    EXPECT_EQ(built.args, c.args) << c.code;
+  }
+}
+
+TEST(RequestTable, CodesMatchWholeTexts) {
+  EXPECT_EQ(FindRoute("1"), nullptr);
+  EXPECT_EQ(FindRoute("0001"), nullptr);
+  EXPECT_EQ(FindRoute(""), nullptr);
+  ASSERT_NE(FindRoute("001"), nullptr);
+}
+
+TEST(RequestTable, PagePositionsMustBeSixteenBitIntegers) {
+  const RequestRoute& route = *FindRoute("102");
+  struct Case {
+    const char* s_pos;
+    const char* b_pos;
+    const char* error;
+  } cases[] = {
+      {"1", "32767", ""},
+      {"-32768", "0", ""},
+      {"32768", "1", "ERROR:TYPEMISMATCH S_pos is not a 16-bit integer"},
+      {"", "1", "ERROR:TYPEMISMATCH S_pos is not a 16-bit integer"},
+      {"1x", "1", "ERROR:TYPEMISMATCH S_pos is not a 16-bit integer"},
+      {"1", "", "ERROR:TYPEMISMATCH B_pos is not a 16-bit integer"},
+      {"1", "1.5", "ERROR:TYPEMISMATCH B_pos is not a 16-bit integer"},
+      {"1", "-", "ERROR:TYPEMISMATCH B_pos is not a 16-bit integer"},
+  };
+  for (const Case& c : cases) {
+    NamedValues f;
+    f.Add("S_pos", c.s_pos);
+    f.Add("B_pos", c.b_pos);
+    EXPECT_EQ(BuildArguments(route, f).error, c.error) << c.s_pos << " " << c.b_pos;
+  }
+}
+
+TEST(WebClassStart, DbFlgChoosesTheTableSet) {
+  ConfigFile config("/nonexistent/ORVANE.ini");
+  Session session;
+  ApplicationStore app;
+  struct Case {
+    const char* dbflg;  // null: field not sent
+    const char* user, *section, *member, *menu;
+  } cases[] = {
+      {"1", "T_USER_WORK", "T_SECTION_WORK", "T_SECMEMBER_WORK", "MENU_USER_WORK"},
+      {"0", "T_USER", "T_SECTION", "T_SECMEMBER", "MENU_USER"},
+      {"", "T_USER", "T_SECTION", "T_SECMEMBER", "MENU_USER"},
+      {nullptr, "T_USER", "T_SECTION", "T_SECMEMBER", "MENU_USER"},
+      {"2", "T_USER", "T_SECTION", "T_SECMEMBER", "MENU_USER"},
+  };
+  for (const Case& c : cases) {
+    RequestContext ctx(config, session, app, SystemClock::Instance());
+    ctx.fields.Add("ReqNo", "999");
+    if (c.dbflg) ctx.fields.Add("dbflg", c.dbflg);
+    EXPECT_EQ(WebClass_Start(ctx), nullptr);
+    EXPECT_EQ(ctx.response(), "ERROR:NOREQUESTCODE");
+    const char* label = c.dbflg ? c.dbflg : "(missing)";
+    EXPECT_EQ(ctx.USR_MST, c.user) << label;
+    EXPECT_EQ(ctx.SEC_MST, c.section) << label;
+    EXPECT_EQ(ctx.SEC_MEM, c.member) << label;
+    EXPECT_EQ(ctx.USR_MNU, c.menu) << label;
+    EXPECT_EQ(ctx.PST_MST, "T_POST_MST") << label;
+    EXPECT_EQ(ctx.menu_codes.size(), 26u);
+    EXPECT_EQ(ctx.menu_upper, 25);
+    EXPECT_EQ(ctx.menu_codes[7], "21");
+  }
+}
+
+}  // namespace
+}  // namespace orvane

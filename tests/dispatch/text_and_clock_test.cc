@@ -1,0 +1,39 @@
+#include <gtest/gtest.h>
+
+#include "dispatch/clock.h"
+#include "dispatch/text.h"
+
+namespace orvane {
+namespace {
+
+TEST(ComSubGetDate, PadsEveryPart) {
+  struct Case {
+    LocalTime t;
+    const char* date;
+    const char* time;
+  } cases[] = {
+      {{2024, 3, 7, 9, 5, 3}, "20240307", "090503"},
+      {{2024, 12, 31, 23, 59, 59}, "20241231", "235959"},
+      {{2025, 1, 1, 0, 0, 0}, "20250101", "000000"},
+  };
+  for (const Case& c : cases) {
+    FixedClock clock(c.t);
+    std::string date, time;
+    Com_subGetDate(clock, date, time);
+    EXPECT_EQ(date, c.date);
+    EXPECT_EQ(time, c.time);
+  }
+}
+
+TEST(TextRules, CountCodePointsAndFoldAsciiOnly) {
+  EXPECT_EQ(text::CodePointLength("ａｂｃ"), 3u);
+  EXPECT_EQ(text::Right("0000" + std::string("5"), 4), "0005");
+  EXPECT_EQ(text::Left("グループ", 2), "グル");
+  EXPECT_EQ(text::Right("グループ", 3), "ループ");
+  EXPECT_TRUE(text::EqualsIgnoreCase("Name", "nAME"));
+  EXPECT_FALSE(text::EqualsIgnoreCase("ａ", "Ａ"));  // full-width letters are not folded
+  EXPECT_EQ(text::FindIgnoreCase("xx ok: yes", "OK:"), 3u);
+}
+
+}  // namespace
+}  // namespace orvane
