@@ -1,0 +1,93 @@
+// The system's database routines (Com_fun...). Every routine returns 0 on
+// success and 1 on failure and never throws; on failure it sets `error` to
+//   "[" + routine + "]" + "エラー番号 " + native error + " " + "[SQLSTATE] " + message
+// followed, for the routines that run SQL, by "<BR><BR>SQL : " and the
+// rendered statement (the data source name for Com_funDbOpen).
+//
+// Connections come from an in-process pool keyed by data source; Connection
+// and Recordset are RAII handles: a Connection left open returns itself to
+// the pool (rolled back, autocommit on) when destroyed.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "data/sql.h"
+#include "dispatch/array2d.h"
+
+namespace orvane::data {
+
+class Dialect;
+class ConnectionImpl;
+class RecordsetImpl;
+
+class Connection {
+ public:
+  Connection();
+  ~Connection();
+  Connection(Connection&&) noexcept;
+  Connection& operator=(Connection&&) noexcept;
+
+  bool IsOpen() const;
+  // The dialect of the open connection's database (SQL_DBMS_NAME).
+  const Dialect& dialect() const;
+  ConnectionImpl* impl() const { return impl_.get(); }
+
+ private:
+  friend int Com_funDbOpen(const std::string&, const std::string&, const std::string&, Connection&, std::string&);
+  friend int Com_funDbClose(Connection&, std::string&);
+  std::unique_ptr<ConnectionImpl> impl_;
+};
+
+class Recordset {
+ public:
+  Recordset();
+  ~Recordset();
+  Recordset(Recordset&&) noexcept;
+  Recordset& operator=(Recordset&&) noexcept;
+
+  bool IsOpen() const;
+  RecordsetImpl* impl() const { return impl_.get(); }
+  void Reset(std::unique_ptr<RecordsetImpl> impl);
+
+ private:
+  std::unique_ptr<RecordsetImpl> impl_;
+};
+
+// Opens `dsn`. With user and password both empty the default login
+// kop47/kop47 is used; otherwise the two as given.
+int Com_funDbOpen(const std::string& dsn, const std::string& user, const std::string& password, Connection& conn,
+                  std::string& error);
+int Com_funDbClose(Connection& conn, std::string& error);
+
+int Com_funExecsql(Connection& conn, const Sql& sql, std::string& error);
+// Forward-only result.
+int Com_funSelect(Connection& conn, const Sql& sql, Recordset& rs, std::string& error);
+// Positionable result (static cursor, or an emulation that skips rows).
+int Com_funSelectP(Connection& conn, const Sql& sql, Recordset& rs, std::string& error);
+// Moves a Com_funSelectP result to the 1-based row `position`; a position
+// below 1 or past the last row fails.
+int Com_funSetAbsolutePos(Recordset& rs, short position, std::string& error);
+
+// Reads the current row's columns named `names` (matched without regard to
+// case) into `values` (same order; null as ""), then moves to the next row.
+// At the end of the result `eof` is set and nothing is read: `values` stays
+// as it was, or becomes names.size() empty texts when its size differs.
+int Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values,
+                     bool& eof, std::string& error);
+int Com_funRecordsetClose(Recordset& rs, std::string& error);
+// All remaining rows, [column][row].
+int Com_funRecodsetToArray(Recordset& rs, Array2D& out, std::string& error);
+
+// One transaction per writing operation, no nesting. On SQLite the write
+// lock is taken at the start (BEGIN IMMEDIATE).
+int Com_funBeginTrans(Connection& conn, std::string& error);
+int Com_funCommitTrans(Connection& conn, std::string& error);
+int Com_funRollbackTrans(Connection& conn, std::string& error);
+
+// Points unixODBC at the odbc.ini beside the configuration file (when there
+// is one) before data sources are looked up.
+void UseOdbcIniBeside(const std::string& config_folder);
+
+}  // namespace orvane::data

@@ -1,0 +1,32 @@
+// Dialect: how the few constructs whose spelling differs are written for one
+// database, chosen from the driver's SQL_DBMS_NAME. It translates constructs;
+// it never repairs a statement the system builds wrongly.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvane::data {
+
+class Dialect {
+ public:
+  enum class Kind { kSqlite, kPostgres, kSqlServer };
+  explicit Dialect(Kind kind) : kind_(kind) {}
+  static const Dialect& ForDbmsName(std::string_view dbms_name);  // unknown names: SQL Server spelling
+
+  Kind kind() const { return kind_; }
+  std::string Length(std::string_view column) const;                    // len(x) / length(x)
+  std::string Concat(const std::vector<std::string>& parts) const;      // a+b / a||b
+  // A bare number in the system's text: true when it is sent as a bound text
+  // value (databases that refuse to compare a number with a text column).
+  bool BindsBareNumbers() const;
+  // The statement that begins a writing transaction ("" when the driver's
+  // autocommit switch is used instead).
+  std::string_view BeginStatement() const;
+
+ private:
+  Kind kind_;
+};
+
+}  // namespace orvane::data

@@ -1,0 +1,113 @@
+// Sql: the statement builder. It reads like the system's concatenation but
+// keeps values apart from statement text:
+//
+//   Sql sql;
+//   sql << "SELECT SEC_CD,SEC_NM from " << Table(ctx.SEC_MST)
+//       << " where SEC_CD = " << Quoted(code);
+//
+// - Text pieces are SqlText, constructible only from string literals, so no
+//   runtime value can become statement text.
+// - Table(...) accepts only the system's table names (the request's five
+//   table members, their _WORK twins, the fixed groupware names); any other
+//   name makes the statement invalid and it fails without being sent.
+// - Quoted(v) renders as 'v' (quotes not doubled, exactly as the system's
+//   text reads) and is sent as a bound parameter.
+// - Number(digits) renders as a bare number, as the system writes dates in
+//   some comparisons; the dialect decides how it is sent.
+// - Len(...) and Concat(...) are the constructs whose spelling depends on
+//   the database (len() and "+" in the system's text).
+//
+// Render() gives the system's text, used in error trails and logs;
+// Statement(dialect) and Parameters() are what is sent.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvane::data {
+
+class Dialect;
+
+struct SqlText {
+  consteval SqlText(const char* s) : text(s) {}  // NOLINT: literals only, on purpose
+  std::string_view text;
+};
+
+struct TablePiece {
+  std::string_view name;
+};
+inline TablePiece Table(std::string_view name) { return {name}; }
+
+struct QuotedPiece {
+  std::string_view value;
+};
+inline QuotedPiece Quoted(std::string_view value) { return {value}; }
+
+struct NumberPiece {
+  std::string_view digits;
+};
+inline NumberPiece Number(std::string_view digits) { return {digits}; }
+
+// len(column): column is an identifier (letters, digits, "_", ".").
+struct LenPiece {
+  std::string_view column;
+};
+inline LenPiece Len(std::string_view column) { return {column}; }
+
+// a+b+c: each part is an identifier or a quoted literal without a quote
+// inside ('/'); anything else makes the statement invalid.
+struct ConcatPiece {
+  std::vector<std::string> parts;
+};
+inline ConcatPiece Concat(std::vector<std::string> parts) { return {std::move(parts)}; }
+
+// A column name built at run time ("MENU" + code): identifier characters only.
+struct IdentifierPiece {
+  std::string_view name;
+};
+inline IdentifierPiece Identifier(std::string_view name) { return {name}; }
+
+// True for the table names a statement may name.
+bool IsKnownTable(std::string_view name);
+
+class Sql {
+ public:
+  Sql() = default;
+
+  Sql& operator<<(SqlText piece);
+  Sql& operator<<(TablePiece piece);
+  Sql& operator<<(QuotedPiece piece);
+  Sql& operator<<(NumberPiece piece);
+  Sql& operator<<(LenPiece piece);
+  Sql& operator<<(ConcatPiece piece);
+  Sql& operator<<(IdentifierPiece piece);
+
+  // The statement as the system's concatenation reads, values inlined.
+  std::string Render() const;
+  // False when a piece was refused (unknown table, bad identifier); such a
+  // statement is never sent. `Problem()` says which piece.
+  bool Valid() const { return problem_.empty(); }
+  const std::string& Problem() const { return problem_; }
+  bool Empty() const { return pieces_.empty(); }
+
+  // What is sent: "?" for each bound value, constructs spelled for `dialect`.
+  std::string Statement(const Dialect& dialect) const;
+  // The bound values, in order of their "?".
+  std::vector<std::string> Parameters(const Dialect& dialect) const;
+
+ private:
+  enum class Kind { kText, kTable, kQuoted, kNumber, kLen, kConcat, kIdentifier };
+  struct Piece {
+    Kind kind;
+    std::string text;                // text, table, value, digits, column, identifier
+    std::vector<std::string> parts;  // concat parts
+  };
+  void Refuse(std::string why);
+
+  std::vector<Piece> pieces_;
+  std::string problem_;
+};
+
+}  // namespace orvane::data
