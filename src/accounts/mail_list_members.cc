@@ -61,6 +61,14 @@ std::string MemberFileContent(const std::vector<std::string>& entries) {
   return content;
 }
 
+short Quit(ListChange& change, std::string& errorText) {
+  if (int rc = QuitExeProxy(*change.socket); rc < 0) {
+    errorText = SocketErrorText("Socket Write Error(", rc);
+    return -1;
+  }
+  return 0;
+}
+
 // users.lst, then users.txt; through the proxy the exchange ends with QUIT.
 short WriteMemberFiles(ListChange& change, std::string_view content, std::string& errorText) {
   for (std::string_view file : {"users.lst", "users.txt"}) {
@@ -74,8 +82,7 @@ short WriteMemberFiles(ListChange& change, std::string_view content, std::string
       return -1;
     }
   }
-  if (!change.local) QuitExeProxy(*change.socket);
-  return 0;
+  return change.local ? 0 : Quit(change, errorText);
 }
 
 bool IsAmong(std::string_view address, const std::vector<std::string>& addresses) {
@@ -147,7 +154,7 @@ short funAddMailListUser(RequestContext& ctx, std::string_view listName, std::st
     if (clearFlag == "1") {
       if (WriteMemberFiles(change, "", errorText) != 0) return status;
     } else if (!change.local) {
-      QuitExeProxy(*change.socket);
+      if (Quit(change, errorText) != 0) return status;
     }
     status = 0;
     return status;

@@ -58,7 +58,7 @@ short funMailListGet(RequestContext& ctx, std::string& listText) {
   std::string reply;
   if (socket->readLine(reply) != 0) return 0;
   listText = text::ReplaceAll(reply, "|", text::kCrLf);
-  QuitExeProxy(*socket);
+  QuitExeProxy(*socket);  // tested "> 0" like the other writes here: never a failure
   return 0;
 }
 
@@ -96,7 +96,7 @@ short funMailListUserGet(RequestContext& ctx, std::string_view listName, std::ve
     std::string error;
     if (!OpenExeProxy(ctx, socket, error)) return status;
     if (ProxyFread(*socket, path, content, error) != 0) return status;
-    QuitExeProxy(*socket);
+    if (QuitExeProxy(*socket) < 0) return status;
   }
   if (!content.empty()) members = text::Split(content, text::kCrLf);
   status = 0;

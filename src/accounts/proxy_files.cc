@@ -25,9 +25,10 @@ bool OpenExeProxy(const RequestContext& ctx, std::unique_ptr<Socket>& socket, st
   return true;
 }
 
-void QuitExeProxy(Socket& socket) {
-  socket.Write("QUIT");
+int QuitExeProxy(Socket& socket) {
+  int rc = socket.Write("QUIT");
   socket.Close();
+  return rc;
 }
 
 short ProxyFread(Socket& socket, std::string_view path, std::string& content, std::string& errorText) {

@@ -17,8 +17,9 @@ namespace orvane::accounts {
 // `errorText` is "Connect Error(" code ")" (or the creation error): false.
 bool OpenExeProxy(const RequestContext& ctx, std::unique_ptr<Socket>& socket, std::string& errorText);
 
-// Sends "QUIT" without waiting for an answer and closes.
-void QuitExeProxy(Socket& socket);
+// Sends "QUIT" without waiting for an answer and closes; returns the code
+// of the write (the callers test it "< 0").
+int QuitExeProxy(Socket& socket);
 
 // "FREAD " + path, then lines up to the one ending in "[EOF]": every earlier
 // line is content followed by CR LF, and the text before the marker ends it.
