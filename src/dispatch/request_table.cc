@@ -1,5 +1,6 @@
 #include "dispatch/request_table.h"
 
+#include "accounts/mail_list_combo.h"
 #include "dispatch/server_information.h"
 #include "dispatch/text.h"
 
@@ -46,7 +47,11 @@ std::vector<RequestRoute> MakeTable() {
        "GetSpecificMember"},
       {"105", {"Group_cd"}, {F("Group_cd")}, "GetGroupProperty"},
       {"106", {"User_cd"}, {F("User_cd")}, "GetUserProperty", nullptr, /*answer_is_secret=*/true},
-      {"107", {"M_List"}, {F("M_List")}, "Create_IMailList_Combo"},
+      {"107",
+       {"M_List"},
+       {F("M_List")},
+       "Create_IMailList_Combo",
+       [](RequestContext& c, const Arguments& a) { accounts::Create_IMailList_Combo(c, a[0]); }},
       {"108", {"User_cd"}, {F("User_cd")}, "GetUsersGroup"},
       {"109", {}, {}, "GetPostMaster"},
       {"110", {"User_cd"}, {F("User_cd")}, "GetMenuProperty"},

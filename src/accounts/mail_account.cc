@@ -1,0 +1,50 @@
+#include "accounts/mail_account.h"
+
+#include "accounts/exe_proxy.h"
+#include "accounts/mail_config.h"
+#include "accounts/tool_runner.h"
+#include "dispatch/text.h"
+
+namespace orvane::accounts {
+namespace {
+
+std::string At(const std::vector<std::string>& v, size_t i) { return i < v.size() ? v[i] : std::string(); }
+
+// The two tables differ on purpose: through the proxy, delete and change
+// carry no "-u"; locally they do. Create is the same in both.
+std::string AccountCommand(bool local, std::string_view mode, const std::string& id, const std::string& password) {
+  if (mode == "1") return AccountDeleteCommand(local, id);
+  if (mode == "2") return (local ? "adduser.exe -m -u " : "adduser.exe -m ") + id + " -p " + password;
+  if (mode == "3") return "adduser.exe -u " + id + " -p " + password;
+  return {};
+}
+
+}  // namespace
+
+std::string AccountDeleteCommand(bool local, std::string_view userID) {
+  return (local ? "adduser.exe -kill -u " : "adduser.exe -kill ") + std::string(userID);
+}
+
+short funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
+                       const std::vector<std::string>& userData, std::string& replyText) {
+  short status = -1;
+  bool local = ToolsRunLocally(ctx.config());
+  std::string command = AccountCommand(local, mode, At(userData, 0), At(userData, 3));
+  if (!local) {
+    if (command.empty()) {
+      replyText = "funAdmMailMember" + std::string(text::kCrLf) + "Invalid Case";
+      return status;
+    }
+    if (funExeProxyCommand(ctx, std::string(toolFolder) + command, "user", replyText) == 0) status = 0;
+    return status;
+  }
+  if (command.empty()) return status;
+  ToolRunner runner(ExeProxyTimeout(ctx.config()));
+  replyText = runner.Execute2(std::string(toolFolder) + command, 1);
+  if (text::StartsWithIgnoreCase(replyText, "OK:") && runner.Result() == 0) status = 0;
+  return status;
+}
+
+void funAdmMailAlias(std::string_view, std::string_view, std::string_view, std::string_view, std::string_view) {}
+
+}  // namespace orvane::accounts

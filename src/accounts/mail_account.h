@@ -1,0 +1,33 @@
+// Mail accounts on the mail server: adduser.exe run through the exe proxy
+// or on this machine (ML_ISLOCAL), for the user registration.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dispatch/request_context.h"
+
+namespace orvane::accounts {
+
+// The account-delete command line after the tool folder, in the form of the
+// channel in use: the proxy form has no "-u", the local form has.
+std::string AccountDeleteCommand(bool local, std::string_view userID);
+
+// `mode`: "1" delete the account, "2" change its password, "3" create it.
+// `toolFolder`: the mail server's folder ending in "\", prefix of the
+// command line. `userData`: the user-data array; position 0 is the user ID
+// (the account name), position 3 the password.
+// Proxy: the reply must begin with "OK:"; an unknown mode gives
+// "funAdmMailMember" CR LF "Invalid Case" and sends nothing. Local: the
+// output must begin with "OK:" and the exit code be 0; an unknown mode runs
+// nothing and fails with `replyText` unchanged. `replyText` receives the
+// tool's output (local) or the error text.
+short funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
+                       const std::vector<std::string>& userData, std::string& replyText);
+
+// Placeholder kept from the original family of alias routines: takes five
+// arguments and does nothing. Not wired to anything.
+void funAdmMailAlias(std::string_view, std::string_view, std::string_view, std::string_view, std::string_view);
+
+}  // namespace orvane::accounts

@@ -1,0 +1,49 @@
+#include "accounts/mail_config.h"
+
+#include <charconv>
+
+#include "dispatch/text.h"
+
+namespace orvane::accounts {
+namespace {
+
+bool ParseWhole(std::string_view s, long& out) {
+  if (!s.empty() && s.front() == '+') s.remove_prefix(1);
+  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), out);
+  return !s.empty() && ec == std::errc() && end == s.data() + s.size();
+}
+
+}  // namespace
+
+std::chrono::milliseconds ExeProxyTimeout(const ConfigFile& config) {
+  long seconds = 0;
+  if (!ParseWhole(config.Get("ML_EXEPROXY_TIMEOUT"), seconds) || seconds < 1 || seconds > 3600)
+    seconds = kDefaultExeProxyTimeoutSeconds;
+  return std::chrono::seconds(seconds);
+}
+
+bool ToolsRunLocally(const ConfigFile& config) { return text::EqualsIgnoreCase(config.Get("ML_ISLOCAL"), "True"); }
+
+bool IsTruthValue(std::string_view value) {
+  std::string v = text::Trim(value);
+  if (text::EqualsIgnoreCase(v, "True")) return true;
+  long number = 0;
+  return ParseWhole(v, number) && number != 0;
+}
+
+bool ReadRequiredKeys(RequestContext& ctx, std::initializer_list<RequiredKey> keys, std::vector<std::string>& values) {
+  values.clear();
+  for (const RequiredKey& k : keys) {
+    std::string value, message;
+    bool found = false;
+    ctx.config().ComIniFileLoad(k.key, value, message, found);
+    if (!found) {
+      ctx.Write(k.error);
+      return false;
+    }
+    values.push_back(std::move(value));
+  }
+  return true;
+}
+
+}  // namespace orvane::accounts

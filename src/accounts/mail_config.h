@@ -1,0 +1,40 @@
+// The configuration values that choose how the mail server is reached,
+// read from ORVANE.ini on every call like every other key.
+#pragma once
+
+#include <chrono>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "dispatch/config.h"
+#include "dispatch/request_context.h"
+
+namespace orvane::accounts {
+
+inline constexpr int kDefaultExeProxyTimeoutSeconds = 10;
+
+// ML_EXEPROXY_TIMEOUT (seconds, optional): the connect, read and write
+// time-out of the exe proxy and the run time-out of a local tool. Missing,
+// not a whole number or not in 1..3600 gives the default of 10 seconds.
+std::chrono::milliseconds ExeProxyTimeout(const ConfigFile& config);
+
+// The account commands run locally when ML_ISLOCAL is "True", compared
+// without regard to case; any other value (or none) means the exe proxy.
+bool ToolsRunLocally(const ConfigFile& config);
+
+// The list operations read ML_ISLOCAL as a truth value: "True" without
+// regard to case or a non-zero whole number means direct file access.
+bool IsTruthValue(std::string_view value);
+
+struct RequiredKey {
+  std::string_view key;
+  std::string_view error;  // written to the response when the key fails
+};
+
+// Reads `keys` in order into `values`. The first key that is missing or
+// empty writes its error code to the response and stops: false.
+bool ReadRequiredKeys(RequestContext& ctx, std::initializer_list<RequiredKey> keys, std::vector<std::string>& values);
+
+}  // namespace orvane::accounts

@@ -1,0 +1,106 @@
+#include "accounts/mail_lists.h"
+
+#include <memory>
+
+#include "accounts/file_system.h"
+#include "accounts/mail_config.h"
+#include "accounts/proxy_files.h"
+#include "dispatch/text.h"
+
+namespace orvane::accounts {
+
+std::string ListRootPath(std::string_view folder) {
+  std::string path(folder);
+  if (path.empty() || path.back() != '\\') path += '\\';
+  return path + "Lists";
+}
+
+std::string ListFolderPath(std::string_view folder, std::string_view listName) {
+  return ListRootPath(folder) + "\\" + std::string(listName);
+}
+
+std::string MemberFilePath(std::string_view folder, std::string_view listName, std::string_view fileName) {
+  return ListFolderPath(folder, listName) + "\\" + std::string(fileName);
+}
+
+bool IsPlainListName(std::string_view listName) {
+  return !listName.empty() && listName != "." && listName != ".." &&
+         listName.find_first_of("\\/") == std::string_view::npos && listName.find('\0') == std::string_view::npos;
+}
+
+short funMailListGet(RequestContext& ctx, std::string& listText) {
+  std::vector<std::string> v;
+  if (!ReadRequiredKeys(ctx,
+                        {{"ML_FOLDER", "ERROR:READINFOFILE_MAILLIST_FOLDER"},
+                         {"ML_MODE", "ERROR:READINFOFILE_MAILLIST_MODE"},
+                         {"ML_SERVERIP", "ERROR:READINFOFILE_MAILLIST_SERVERIP"},
+                         {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_MAILLIST_PORT"},
+                         {"ML_ISLOCAL", "ERROR:READINFOFILE_MAILLIST_ISLOCAL"}},
+                        v))
+    return -1;
+  const std::string &folder = v[0], &mode = v[1], &is_local = v[4];
+  if (mode != "2") return 0;
+  listText.clear();
+  std::string root = ListRootPath(folder);
+
+  if (IsTruthValue(is_local)) {
+    FileSystem fso;
+    for (const std::string& name : fso.SubFolderNames(root)) listText += name + std::string(text::kCrLf);
+    return 0;
+  }
+  // A failed exchange is not reported: the caller sees no lists.
+  std::unique_ptr<Socket> socket;
+  std::string ignored;
+  if (!OpenExeProxy(ctx, socket, ignored)) return 0;
+  // Only a positive code counts as a failed write here, as the lists were
+  // always read; Write never returns one, so a failure shows at the read.
+  if (socket->Write("FOLIST " + root + "\\*") > 0) return 0;
+  std::string reply;
+  if (socket->readLine(reply) != 0) return 0;
+  listText = text::ReplaceAll(reply, "|", text::kCrLf);
+  QuitExeProxy(*socket);  // tested "> 0" like the other writes here: never a failure
+  return 0;
+}
+
+short funMailListUserGet(RequestContext& ctx, std::string_view listName, std::vector<std::string>& members) {
+  short status = -1;
+  members.clear();
+  std::vector<std::string> v;
+  if (!ReadRequiredKeys(ctx,
+                        {{"ML_FOLDER", "ERROR:READINFOFILE_MAILLISTUSER_FOLDER"},
+                         {"ML_SERVERIP", "ERROR:READINFOFILE_MAILLISTUSER_SERVERIP"},
+                         {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_MAILLISTUSER_PORT"},
+                         {"ML_ISLOCAL", "ERROR:READINFOFILE_MAILLISTUSER_ISLOCAL"}},
+                        v))
+    return status;
+  const std::string &folder = v[0], &is_local = v[3];
+
+  std::string lists;
+  funMailListGet(ctx, lists);
+  bool found = false;
+  // Containment, not equality: a list named "sales" counts as existing when
+  // only "sales-east" does, as the lists were always looked up.
+  for (const std::string& name : text::Split(lists, text::kCrLf)) {
+    std::string trimmed = text::Trim(name);
+    if (!trimmed.empty() && text::ContainsIgnoreCase(trimmed, listName)) found = true;
+  }
+  if (!found || !IsPlainListName(listName)) return status;
+
+  std::string path = MemberFilePath(folder, listName);
+  std::string content;
+  if (IsTruthValue(is_local)) {
+    FileSystem fso;
+    if (fso.FileExists(path) && fso.ReadAll(path, content) != 0) return status;
+  } else {
+    std::unique_ptr<Socket> socket;
+    std::string error;
+    if (!OpenExeProxy(ctx, socket, error)) return status;
+    if (ProxyFread(*socket, path, content, error) != 0) return status;
+    if (QuitExeProxy(*socket) < 0) return status;
+  }
+  if (!content.empty()) members = text::Split(content, text::kCrLf);
+  status = 0;
+  return status;
+}
+
+}  // namespace orvane::accounts

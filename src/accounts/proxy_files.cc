@@ -1,0 +1,72 @@
+#include "accounts/proxy_files.h"
+
+#include "accounts/exe_proxy.h"
+#include "dispatch/text.h"
+
+namespace orvane::accounts {
+namespace {
+
+constexpr std::string_view kEofMarker = "[EOF]";
+
+bool EndsWith(std::string_view s, std::string_view tail) {
+  return s.size() >= tail.size() && s.substr(s.size() - tail.size()) == tail;
+}
+
+}  // namespace
+
+bool OpenExeProxy(const RequestContext& ctx, std::unique_ptr<Socket>& socket, std::string& errorText) {
+  if (funCreateObject_BASP21_socket(ctx, socket, errorText) != 0) return false;
+  int rc = socket->Connect(ctx.config().Get("ML_SERVERIP"), ctx.config().Get("ML_EXEPROXY_PORT"));
+  if (rc != 0) {
+    errorText = SocketErrorText("Connect Error(", rc);
+    socket.reset();
+    return false;
+  }
+  return true;
+}
+
+int QuitExeProxy(Socket& socket) {
+  int rc = socket.Write("QUIT");
+  socket.Close();
+  return rc;
+}
+
+short ProxyFread(Socket& socket, std::string_view path, std::string& content, std::string& errorText) {
+  content.clear();
+  int rc = socket.Write("FREAD " + std::string(path));
+  if (rc < 0) {
+    errorText = SocketErrorText("Socket Write Error(", rc);
+    return -1;
+  }
+  for (std::string line;;) {
+    if ((rc = socket.readLine(line)) != 0) {
+      errorText = SocketErrorText("Socket Read Error(", rc);
+      return -1;
+    }
+    if (line.size() >= kEofMarker.size() && EndsWith(line, kEofMarker)) {
+      content.append(line, 0, line.size() - kEofMarker.size());
+      return 0;
+    }
+    content.append(line).append(text::kCrLf);
+  }
+}
+
+short ProxyFwrite(Socket& socket, std::string_view path, std::string_view content, std::string& errorText) {
+  // The proxy takes as content everything after the path's blank up to the
+  // CR LF in front of the "[EOF]" line, so the content travels unchanged.
+  int rc = socket.Write("FWRITE " + std::string(path) + " " + std::string(content));
+  if (rc == 0) rc = socket.Write(kEofMarker);
+  if (rc != 0) {
+    errorText = SocketErrorText("Socket Write Error(", rc) + "(FWRITE)";
+    return -1;
+  }
+  std::string reply;
+  rc = socket.readLine(reply);
+  if (rc != 0 || reply != "OK") {
+    errorText = SocketErrorText("Socket Read Error(", rc) + "(FWRITE)";
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace orvane::accounts

@@ -1,0 +1,75 @@
+// ExeProxyPeer: a real exe proxy for tests, a TCP server on an ephemeral
+// loopback port. It records every byte each connection sends, answers
+// "SPEXE " lines with scripted replies, and serves "FOLIST ", "FREAD " and
+// "FWRITE " from a real folder: a remote path that begins with `prefix`
+// (for example "D:\IMail\") names the same place under `root`, with "\"
+// read as "/". "QUIT" is answered with "BYE".
+//
+// Replies: FOLIST "<dir>\*" lists the sub-folders, each name followed by
+// "|"; FOLIST of one path answers "<name>|" when it exists, "" otherwise.
+// FREAD answers the file's bytes followed by "[EOF]" CR LF (only the marker
+// for a missing file). FWRITE writes the content and answers "OK".
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace orvane::testing {
+
+class ExeProxyPeer {
+ public:
+  enum class Behaviour {
+    kServe,           // answer as described above
+    kCloseOnConnect,  // accept, then close at once
+    kSilent,          // accept and read, never answer
+  };
+
+  ExeProxyPeer(std::string root, std::string prefix);
+  ~ExeProxyPeer();
+  ExeProxyPeer(const ExeProxyPeer&) = delete;
+  ExeProxyPeer& operator=(const ExeProxyPeer&) = delete;
+
+  int port() const { return port_; }
+  std::string Port() const { return std::to_string(port_); }
+
+  void SetBehaviour(Behaviour b);
+  // Replies to the next SPEXE lines, in order; "OK:" once they run out.
+  void QueueSpexeReplies(std::vector<std::string> replies);
+  // Answers every FOLIST with this line instead of looking at the folder.
+  void SetFolistReply(std::string reply);
+
+  // The bytes received on each connection, in order of acceptance. Waits
+  // (up to 10 s) until the client has closed every connection, so the last
+  // line sent before a close is there.
+  std::vector<std::string> Transcripts();
+
+ private:
+  void AcceptLoop();
+  void Serve(int fd, size_t index);
+  std::string Answer(const std::string& line);
+  std::string Fwrite(const std::string& body);
+  std::string Local(const std::string& remote) const;
+
+  std::string root_, prefix_;
+  int listen_fd_ = -1;
+  int port_ = -1;
+  std::thread accept_thread_;
+
+  std::mutex mu_;
+  std::condition_variable cv_;
+  Behaviour behaviour_ = Behaviour::kServe;  // guarded by mu_
+  std::deque<std::string> spexe_replies_;    // guarded by mu_
+  std::optional<std::string> folist_reply_;  // guarded by mu_
+  std::vector<std::string> transcripts_;     // guarded by mu_
+  std::vector<int> open_fds_;                // guarded by mu_
+  std::vector<std::thread> threads_;         // guarded by mu_
+  size_t open_connections_ = 0;              // guarded by mu_
+  bool stopping_ = false;                    // guarded by mu_
+};
+
+}  // namespace orvane::testing

@@ -1,0 +1,39 @@
+// A request context over a real ORVANE.ini in a temporary folder, for the
+// tests of the mail channel and the mailing lists. Each Context() is a new
+// request (its own response text) on the same configuration.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "dispatch/application_store.h"
+#include "dispatch/clock.h"
+#include "dispatch/config.h"
+#include "dispatch/request_context.h"
+#include "dispatch/session.h"
+#include "support/temp_dir.h"
+
+namespace orvane::testing {
+
+class MailEnv {
+ public:
+  MailEnv() : config_(dir_.File("ORVANE.ini")) {}
+
+  const TempDir& dir() const { return dir_; }
+  // Replaces the configuration file.
+  void Ini(const std::string& text) { dir_.Write("ORVANE.ini", text); }
+  RequestContext& Context() {
+    ctx_ = std::make_unique<RequestContext>(config_, session_, app_, clock_);
+    return *ctx_;
+  }
+
+ private:
+  TempDir dir_;
+  ConfigFile config_;
+  Session session_;
+  ApplicationStore app_;
+  FixedClock clock_{LocalTime{2024, 4, 1, 9, 30, 0}};
+  std::unique_ptr<RequestContext> ctx_;
+};
+
+}  // namespace orvane::testing
