@@ -78,6 +78,35 @@ TEST_P(Concurrency, ThePoolReusesConnectionsUpToItsCap) {
   }
 }
 
+// A connection whose server session ended reports it once and is then
+// discarded; the next open gets a working one.
+TEST_P(Concurrency, ALostConnectionIsNotReused) {
+  if (GetParam() != testing::Backend::kPostgres) GTEST_SKIP() << "only a server can end a session";
+  std::string error;
+  Connection victim, killer;
+  ASSERT_EQ(Com_funDbOpen(Dsn(), "", "", victim, error), 0) << error;
+  ASSERT_EQ(Com_funDbOpen(Dsn(), "", "", killer, error), 0) << error;
+  Recordset rs;
+  std::vector<std::string> pid;
+  bool eof = false;
+  ASSERT_EQ(Com_funSelect(victim, Sql() << "select pg_backend_pid() as PID", rs, error), 0) << error;
+  ASSERT_EQ(Com_funfetchData(rs, {"PID"}, pid, eof, error), 0) << error;
+  ASSERT_EQ(Com_funSelect(killer, Sql() << "select pg_terminate_backend(" << Number(pid[0]) << "::integer)", rs, error),
+            0)
+      << error;
+  ASSERT_EQ(Com_funDbClose(killer, error), 0);
+  ConnectionPool::Instance().CloseIdle();
+
+  EXPECT_EQ(Com_funSelect(victim, Sql() << "select 1 as ONE", rs, error), 1);
+  EXPECT_TRUE(error.find("[Com_funSelect]エラー番号 ") == 0) << error;
+  EXPECT_EQ(Com_funDbClose(victim, error), 0);
+  EXPECT_EQ(ConnectionPool::Instance().IdleCount(), 0u);  // discarded, not pooled
+
+  Connection fresh;
+  ASSERT_EQ(Com_funDbOpen(Dsn(), "", "", fresh, error), 0) << error;
+  EXPECT_EQ(Com_funSelect(fresh, Sql() << "select 1 as ONE", rs, error), 0) << error;
+}
+
 ORVANE_DB_TEST_SUITE(Concurrency);
 
 }  // namespace
