@@ -31,7 +31,9 @@ TEST_P(Concurrency, ReadThenWriteTransactionsQueueUp) {
         Recordset rs;
         std::vector<std::string> values;
         bool eof = false;
-        std::string id = "t" + std::to_string(t) + "_" + std::to_string(i);
+        std::string id = std::to_string(t);  // appended: GCC 12 warns falsely on literal + temporary
+        id += '_';
+        id += std::to_string(i);
         bool ok = Com_funDbOpen(Dsn(), "", "", conn, error) == 0 && Com_funBeginTrans(conn, error) == 0 &&
                   Com_funSelect(conn, Sql() << "select count(*) as CNT from " << Table("T_USER"), rs, error) == 0 &&
                   Com_funfetchData(rs, {"CNT"}, values, eof, error) == 0 &&
