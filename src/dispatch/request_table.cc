@@ -7,14 +7,14 @@
 namespace orvane {
 namespace {
 
-using K = ArgSpec::Kind;
-constexpr ArgSpec F(std::string_view name) { return {K::kField, name}; }
-constexpr ArgSpec C(std::string_view value) { return {K::kConstant, value}; }
-constexpr ArgSpec I(std::string_view name) { return {K::kInt16Field, name}; }
+using K = ArgSource::Kind;
+constexpr ArgSource F(std::string_view name) { return {K::kField, name}; }
+constexpr ArgSource C(std::string_view value) { return {K::kConstant, value}; }
+constexpr ArgSource I(std::string_view name) { return {K::kInt16Field, name}; }
 
 std::vector<RequestRoute> MakeTable() {
   auto user_args = [](std::string_view flag, bool with_mail_nm) {
-    std::vector<ArgSpec> a = {C(flag),       F("User_cd"), F("User_KJ"), F("User_KN"),
+    std::vector<ArgSource> a = {C(flag),       F("User_cd"), F("User_KJ"), F("User_KN"),
                               F("User_PS"),  F("Mail_AD"), F("Mail_FL"), F("Ext_TEL"),
                               F("Post_NM"),  F("Disp_NM"), F("Mail_UFL")};
     a.push_back(with_mail_nm ? F("Mail_NM") : C(""));
@@ -25,11 +25,11 @@ std::vector<RequestRoute> MakeTable() {
                                                     "Disp_NM", "Mail_UFL", "Mail_NM"};
   const std::vector<std::string_view> user_reads_no_name(user_reads.begin(), user_reads.end() - 1);
   auto group_args = [](std::string_view flag, bool with_busho) {
-    return std::vector<ArgSpec>{C(flag),       F("Group_cd"), F("Group_nm"), F("Disp_NM"),
+    return std::vector<ArgSource>{C(flag),       F("Group_cd"), F("Group_nm"), F("Disp_NM"),
                                 with_busho ? F("BUSHO_CD") : C(""), F("M_LIST")};
   };
   auto member_args_short = [](std::string_view flag) {
-    return std::vector<ArgSpec>{C(flag), F("Group_cd"), F("User_cd"), C("0"), C(""), C(""), C("")};
+    return std::vector<ArgSource>{C(flag), F("Group_cd"), F("User_cd"), C("0"), C(""), C(""), C("")};
   };
 
   return {
@@ -93,19 +93,19 @@ const RequestRoute* FindRoute(std::string_view code) {
 
 BuiltArguments BuildArguments(const RequestRoute& route, const NamedValues& fields) {
   BuiltArguments out;
-  for (const ArgSpec& spec : route.args) {
-    switch (spec.kind) {
+  for (const ArgSource& source : route.args) {
+    switch (source.kind) {
       case K::kConstant:
-        out.args.emplace_back(spec.text);
+        out.args.emplace_back(source.text);
         break;
       case K::kField:
-        out.args.push_back(fields.Get(spec.text));
+        out.args.push_back(fields.Get(source.text));
         break;
       case K::kInt16Field: {
-        std::string value = fields.Get(spec.text);
+        std::string value = fields.Get(source.text);
         short number = 0;
         if (!text::ParseInt16(value, number)) {
-          out.error = "ERROR:TYPEMISMATCH " + std::string(spec.text) + " is not a 16-bit integer";
+          out.error = "ERROR:TYPEMISMATCH " + std::string(source.text) + " is not a 16-bit integer";
           return out;
         }
         out.args.push_back(std::to_string(number));

@@ -15,7 +15,7 @@ namespace orvane {
 using Arguments = std::vector<std::string>;
 using Operation = void (*)(RequestContext& ctx, const Arguments& args);
 
-struct ArgSpec {
+struct ArgSource {
   enum class Kind {
     kField,       // the text of a request field
     kConstant,    // a fixed text
@@ -28,7 +28,7 @@ struct ArgSpec {
 struct RequestRoute {
   std::string_view code;
   std::vector<std::string_view> reads;  // fields read, in this order
-  std::vector<ArgSpec> args;            // the operation's arguments, in order
+  std::vector<ArgSource> args;            // the operation's arguments, in order
   std::string_view operation;           // the operation's name
   Operation run = nullptr;              // null: not built yet
   bool answer_is_secret = false;        // the answer holds a password: never log it
