@@ -8,5 +8,6 @@ namespace orvane::cli {
 
 void AddServe(CLI::App& app, int& exit_code);
 void AddRequest(CLI::App& app, int& exit_code);
+void AddInitDb(CLI::App& app, int& exit_code);
 
 }  // namespace orvane::cli

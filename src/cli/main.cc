@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   int exit_code = 0;
   orvane::cli::AddServe(app, exit_code);
   orvane::cli::AddRequest(app, exit_code);
+  orvane::cli::AddInitDb(app, exit_code);
   CLI11_PARSE(app, argc, argv);
   return exit_code;
 }

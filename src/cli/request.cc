@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "cli/commands.h"
+#include "data/db.h"
 #include "dispatch/request_table.h"
 #include "dispatch/web_class.h"
 #include "server/server_state.h"
@@ -16,6 +17,7 @@ struct RequestOptions {
 
 int RunOne(const RequestOptions& o) {
   ConfigFile config(o.config);
+  data::UseOdbcIniBeside(config.Folder());
   ApplicationStore app;
   std::string error;
   if (!LoadApplicationValues(config, app, error)) {
@@ -27,6 +29,7 @@ int RunOne(const RequestOptions& o) {
   RequestContext ctx(config, session, app, SystemClock::Instance());
   ParseUrlEncoded(o.query, ctx.fields);
   RunRequest(ctx);
+  data::ClosePooledConnections();
   std::cout << ctx.response() << std::flush;  // exactly the answer: no newline
   return 0;
 }

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "cli/commands.h"
+#include "data/db.h"
 #include "server/http_server.h"
 
 namespace orvane::cli {
@@ -36,8 +37,8 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   http.threads = o.threads;
-  ServerState state(o.config,
-                    std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
+  data::UseOdbcIniBeside(ConfigFile(o.config).Folder());  // before any thread opens a connection
+  ServerState state(o.config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
                     SystemClock::Instance(), &std::cerr);
   std::string error;
   if (!LoadApplicationValues(state.config, state.app, error)) {
@@ -64,6 +65,7 @@ int Serve(const ServeOptions& o) {
   std::cerr << "orvane: serving http://" << o.listen << "/orvane with " << o.config << " (" << http.threads
             << " threads)\n";
   server.Run();
+  data::ClosePooledConnections();
   std::cerr << "orvane: stopped\n";
   return 0;
 }

@@ -4,15 +4,28 @@
 // followed, for the routines that run SQL, by "<BR><BR>SQL : " and the
 // rendered statement (the data source name for Com_funDbOpen).
 //
+// Checks of this layer report native error 0 and their own SQLSTATE:
+// 08003 not open, 42000 statement refused before sending (unknown table or
+// bad piece), 25000 transaction state, HY107 position out of range, 42S22
+// field name not in the result, HY010 recordset not open.
+//
 // Connections come from an in-process pool keyed by data source; Connection
 // and Recordset are RAII handles: a Connection left open returns itself to
-// the pool (rolled back, autocommit on) when destroyed.
+// the pool (rolled back, autocommit on) when destroyed, and closing a
+// Connection frees the statements of its Recordsets first. A Connection and
+// its Recordsets belong to one thread.
+//
+// Transactions: a failed statement inside a transaction rolls the whole unit
+// back at once, on every backend; until Com_funRollbackTrans (or a new
+// Com_funBeginTrans) every statement and the commit of that unit fail with
+// 25000, so a unit is committed whole or not at all.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "data/dialect.h"
 #include "data/sql.h"
 #include "dispatch/array2d.h"
 
@@ -55,8 +68,9 @@ class Recordset {
   std::unique_ptr<RecordsetImpl> impl_;
 };
 
-// Opens `dsn`. With user and password both empty the default login
-// kop47/kop47 is used; otherwise the two as given.
+// Opens `dsn` (a data source name of odbc.ini). With user and password both
+// empty the default login kop47/kop47 is used; otherwise the two as given.
+// The connection comes from the pool when one is idle.
 int Com_funDbOpen(const std::string& dsn, const std::string& user, const std::string& password, Connection& conn,
                   std::string& error);
 int Com_funDbClose(Connection& conn, std::string& error);
@@ -74,10 +88,12 @@ int Com_funSetAbsolutePos(Recordset& rs, short position, std::string& error);
 // case) into `values` (same order; null as ""), then moves to the next row.
 // At the end of the result `eof` is set and nothing is read: `values` stays
 // as it was, or becomes names.size() empty texts when its size differs.
-int Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values,
-                     bool& eof, std::string& error);
+int Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
+                     std::string& error);
 int Com_funRecordsetClose(Recordset& rs, std::string& error);
-// All remaining rows, [column][row].
+// All remaining rows, [column][row]: one entry per result column, each with
+// the same number of rows. An exhausted or empty result gives the columns
+// with no rows (status 0).
 int Com_funRecodsetToArray(Recordset& rs, Array2D& out, std::string& error);
 
 // One transaction per writing operation, no nesting. On SQLite the write
@@ -87,7 +103,13 @@ int Com_funCommitTrans(Connection& conn, std::string& error);
 int Com_funRollbackTrans(Connection& conn, std::string& error);
 
 // Points unixODBC at the odbc.ini beside the configuration file (when there
-// is one) before data sources are looked up.
+// is one) before data sources are looked up: it is then read before the
+// system's /etc/odbc.ini. Call once at start, before any thread opens a
+// connection (it sets the environment variable ODBCINI).
 void UseOdbcIniBeside(const std::string& config_folder);
+
+// Closes the idle pooled connections (at exit, and in tests between
+// databases).
+void ClosePooledConnections();
 
 }  // namespace orvane::data

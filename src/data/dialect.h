@@ -1,6 +1,7 @@
 // Dialect: how the few constructs whose spelling differs are written for one
 // database, chosen from the driver's SQL_DBMS_NAME. It translates constructs;
 // it never repairs a statement the system builds wrongly.
+// Dialects are immutable singletons: thread-safe.
 #pragma once
 
 #include <string>
@@ -14,16 +15,20 @@ class Dialect {
   enum class Kind { kSqlite, kPostgres, kSqlServer };
   explicit Dialect(Kind kind) : kind_(kind) {}
   static const Dialect& ForDbmsName(std::string_view dbms_name);  // unknown names: SQL Server spelling
+  static const Dialect& Of(Kind kind);
 
   Kind kind() const { return kind_; }
-  std::string Length(std::string_view column) const;                    // len(x) / length(x)
-  std::string Concat(const std::vector<std::string>& parts) const;      // a+b / a||b
+  std::string_view Name() const;                                    // "SQLite", "PostgreSQL", "SQL Server"
+  std::string Length(std::string_view column) const;                // len(x) / length(x)
+  std::string Concat(const std::vector<std::string>& parts) const;  // a+b / a||b
   // A bare number in the system's text: true when it is sent as a bound text
   // value (databases that refuse to compare a number with a text column).
   bool BindsBareNumbers() const;
-  // The statement that begins a writing transaction ("" when the driver's
-  // autocommit switch is used instead).
+  // The statements that begin, commit and roll back a writing transaction;
+  // empty when the driver's autocommit switch and SQLEndTran are used.
   std::string_view BeginStatement() const;
+  std::string_view CommitStatement() const;
+  std::string_view RollbackStatement() const;
 
  private:
   Kind kind_;

@@ -1,0 +1,95 @@
+#include <iostream>
+
+#include "cli/commands.h"
+#include "data/db.h"
+#include "data/demo_data.h"
+#include "data/dialect.h"
+#include "data/schema.h"
+#include "dispatch/config.h"
+#include "dispatch/text.h"
+
+namespace orvane::cli {
+namespace {
+
+struct InitDbOptions {
+  std::string config = "./ORVANE.ini";
+  bool demo = false;
+  std::string print_ddl;
+};
+
+int PrintDdl(const std::string& name) {
+  const data::Dialect* dialect = nullptr;
+  if (text::EqualsIgnoreCase(name, "sqlite")) dialect = &data::Dialect::Of(data::Dialect::Kind::kSqlite);
+  if (text::EqualsIgnoreCase(name, "postgresql")) dialect = &data::Dialect::Of(data::Dialect::Kind::kPostgres);
+  if (text::EqualsIgnoreCase(name, "sqlserver")) dialect = &data::Dialect::Of(data::Dialect::Kind::kSqlServer);
+  if (!dialect) {
+    std::cerr << "orvane init-db: --print-ddl takes sqlite, postgresql or sqlserver\n";
+    return 2;
+  }
+  for (const std::string& s : data::SchemaStatements(*dialect)) std::cout << s << ";\n";
+  return 0;
+}
+
+int InitDb(const InitDbOptions& o) {
+  if (!o.print_ddl.empty()) return PrintDdl(o.print_ddl);
+  ConfigFile config(o.config);
+  data::UseOdbcIniBeside(config.Folder());
+  std::string dsn, message;
+  bool found = false;
+  config.ComIniFileLoad("LOCAL_DB_DSN", dsn, message, found);
+  if (!found) {
+    std::cerr << "orvane init-db: no data source: LOCAL_DB_DSN in " << o.config << ": " << message << "\n";
+    return 1;
+  }
+  data::Connection conn;
+  std::string error;
+  int status = data::Com_funDbOpen(dsn, "", "", conn, error);
+  if (status == 0) status = data::CreateSchema(conn, error);
+  if (status == 0 && o.demo) status = data::InsertDemoData(conn, SystemClock::Instance(), error);
+  std::string backend(conn.dialect().Name());
+  if (conn.IsOpen()) {
+    std::string ignored;
+    data::Com_funDbClose(conn, ignored);
+  }
+  data::ClosePooledConnections();
+  if (status != 0) {
+    std::cerr << "orvane init-db: " << error << "\n";
+    return 1;
+  }
+  std::cout << "orvane init-db: tables ready on data source " << dsn << " (" << backend << ")"
+            << (o.demo ? ", demo organisation present" : "") << "\n";
+  return 0;
+}
+
+}  // namespace
+
+void AddInitDb(CLI::App& app, int& exit_code) {
+  auto options = std::make_shared<InitDbOptions>();
+  CLI::App* cmd = app.add_subcommand("init-db", "Create the tables on the configured data source");
+  cmd->footer(
+      "Reads LOCAL_DB_DSN from the configuration file and creates every table the\n"
+      "system reads or writes (with their _WORK twins and indexes) on that ODBC data\n"
+      "source. Tables and indexes that exist already are left untouched, so running\n"
+      "it again is safe. Data sources are looked up first in an odbc.ini beside the\n"
+      "configuration file, then in ~/.odbc.ini and /etc/odbc.ini; connects with the\n"
+      "default login kop47/kop47.\n"
+      "\n"
+      "A new installation, for example:\n"
+      "  1. var/ORVANE.ini holding LOCAL_DB_DSN=orvane (and the other keys)\n"
+      "  2. var/odbc.ini holding\n"
+      "       [orvane]\n"
+      "       Driver=SQLite3\n"
+      "       Database=/srv/orvane/orvane.db\n"
+      "  3. orvane init-db --config var/ORVANE.ini --demo\n"
+      "See docs/operations.md for PostgreSQL and SQL Server.");
+  cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); odbc.ini beside it")
+      ->capture_default_str();
+  cmd->add_flag("--demo", options->demo,
+                "Also add a small demo organisation (top section 0000, users admin/admin and yamada/yamada) "
+                "when the top section is missing");
+  cmd->add_option("--print-ddl", options->print_ddl,
+                  "Print the statements for sqlite, postgresql or sqlserver instead of connecting");
+  cmd->callback([options, &exit_code] { exit_code = InitDb(*options); });
+}
+
+}  // namespace orvane::cli

@@ -1,0 +1,242 @@
+// The result routines: plain and positionable selects, positioning,
+// fetching by name, the array copy and closing.
+#include <sqlext.h>
+
+#include "data/db_impl.h"
+#include "data/statement.h"
+#include "dispatch/text.h"
+
+namespace orvane::data {
+namespace {
+
+Diagnostic RecordsetNotOpen() { return OwnDiagnostic("HY010", "Recordset not open"); }
+Diagnostic ConnectionGone() { return OwnDiagnostic("08003", "The recordset's connection is closed"); }
+
+// The checks every result routine makes first.
+bool CheckRecordset(const Recordset& rs, Diagnostic& d) {
+  if (!rs.IsOpen()) {
+    d = RecordsetNotOpen();
+    return false;
+  }
+  if (!rs.impl()->Usable()) {
+    d = ConnectionGone();
+    return false;
+  }
+  return true;
+}
+
+void NoteResultFailure(RecordsetImpl& rec, const Diagnostic& d) {
+  if (rec.slot && rec.slot->conn) rec.slot->conn->NoteFailure(d);
+}
+
+int OpenResult(const char* routine, Connection& conn, const Sql& sql, Recordset& rs, bool positionable,
+               std::string& error) {
+  rs.Reset(nullptr);  // a fresh recordset object, as the system makes one per call
+  Diagnostic d;
+  if (!CheckStatement(conn, sql, d)) {
+    error = ErrorText(routine, d, sql.Render());
+    return 1;
+  }
+  ConnectionImpl& impl = *conn.impl();
+  PhysicalConnection& phys = impl.phys();
+  auto rec = std::make_unique<RecordsetImpl>();
+  rec->slot = impl.NewStatement(d);
+  bool ok = rec->slot != nullptr;
+  if (ok) {
+    rec->mode = phys.text_mode();
+    rec->positionable = positionable;
+    rec->statement = sql.Statement(phys.dialect());
+    rec->params = sql.Parameters(phys.dialect());
+    if (positionable) {
+      // A static cursor where the driver has one; otherwise positioning is
+      // emulated on a forward-only cursor.
+      SQLSetStmtAttr(rec->stmt(), SQL_ATTR_CURSOR_TYPE, reinterpret_cast<SQLPOINTER>(SQL_CURSOR_STATIC), 0);
+    }
+    SQLRETURN r = ExecuteText(rec->stmt(), rec->mode, rec->statement, rec->params);
+    ok = SQL_SUCCEEDED(r) && ReadColumnLabels(rec->stmt(), rec->mode, rec->labels);
+    if (!ok) {
+      d = ReadDiagnostic(SQL_HANDLE_STMT, rec->stmt(), rec->mode);
+      impl.StatementFailed(d);
+    }
+  }
+  if (ok && positionable) {
+    SQLULEN type = SQL_CURSOR_FORWARD_ONLY;
+    SQLGetStmtAttr(rec->stmt(), SQL_ATTR_CURSOR_TYPE, &type, 0, nullptr);
+    rec->scrollable = type != SQL_CURSOR_FORWARD_ONLY;
+  }
+  // Like the system's recordsets, a result opens on its first row.
+  if (ok && !rec->labels.empty()) ok = rec->MoveNext(true, d);
+  if (!ok) {
+    error = ErrorText(routine, d, sql.Render());
+    return 1;
+  }
+  rs.Reset(std::move(rec));
+  return 0;
+}
+
+}  // namespace
+
+bool RecordsetImpl::ReadRow(Diagnostic& diag) {
+  row.resize(labels.size());
+  for (size_t c = 0; c < labels.size(); ++c) {
+    if (!ReadColumn(stmt(), mode, static_cast<SQLUSMALLINT>(c + 1), row[c])) {
+      diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool RecordsetImpl::MoveNext(bool read, Diagnostic& diag) {
+  SQLRETURN r = scrollable ? SQLFetchScroll(stmt(), SQL_FETCH_NEXT, 0) : SQLFetch(stmt());
+  if (r == SQL_NO_DATA) {
+    eof = true;
+    row.clear();
+    return true;
+  }
+  if (!SQL_SUCCEEDED(r)) {
+    diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
+    return false;
+  }
+  eof = false;
+  ++position;
+  return !read || ReadRow(diag);
+}
+
+bool RecordsetImpl::MoveTo(long target, Diagnostic& diag) {
+  Diagnostic out_of_range = OwnDiagnostic("HY107", "Row value out of range: " + std::to_string(target));
+  if (target < 1) {
+    diag = out_of_range;
+    return false;
+  }
+  if (scrollable) {
+    SQLRETURN r = SQLFetchScroll(stmt(), SQL_FETCH_ABSOLUTE, target);
+    if (r == SQL_NO_DATA) {
+      eof = true;
+      row.clear();
+      diag = out_of_range;
+      return false;
+    }
+    if (!SQL_SUCCEEDED(r)) {
+      diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
+      return false;
+    }
+    eof = false;
+    position = target;
+    return ReadRow(diag);
+  }
+  if (target < position || (eof && position > 0)) {
+    // Going back on a forward-only cursor: run the statement again.
+    SQLFreeStmt(stmt(), SQL_CLOSE);
+    SQLFreeStmt(stmt(), SQL_RESET_PARAMS);
+    if (!SQL_SUCCEEDED(ExecuteText(stmt(), mode, statement, params))) {
+      diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
+      return false;
+    }
+    position = 0;
+    eof = false;
+  }
+  while (position < target) {
+    if (!MoveNext(position + 1 == target, diag)) return false;
+    if (eof) {
+      diag = out_of_range;
+      return false;
+    }
+  }
+  return true;
+}
+
+int RecordsetImpl::ColumnOf(std::string_view name) const {
+  std::string wanted = text::ToUpperAscii(name);
+  for (size_t c = 0; c < labels.size(); ++c)
+    if (labels[c] == wanted) return static_cast<int>(c);
+  return -1;
+}
+
+Recordset::Recordset() = default;
+Recordset::~Recordset() = default;
+Recordset::Recordset(Recordset&&) noexcept = default;
+Recordset& Recordset::operator=(Recordset&&) noexcept = default;
+bool Recordset::IsOpen() const { return impl_ != nullptr; }
+void Recordset::Reset(std::unique_ptr<RecordsetImpl> impl) { impl_ = std::move(impl); }
+
+int Com_funSelect(Connection& conn, const Sql& sql, Recordset& rs, std::string& error) {
+  return OpenResult("Com_funSelect", conn, sql, rs, false, error);
+}
+
+int Com_funSelectP(Connection& conn, const Sql& sql, Recordset& rs, std::string& error) {
+  return OpenResult("Com_funSelectP", conn, sql, rs, true, error);
+}
+
+int Com_funSetAbsolutePos(Recordset& rs, short position, std::string& error) {
+  Diagnostic d;
+  if (CheckRecordset(rs, d)) {
+    RecordsetImpl& rec = *rs.impl();
+    if (!rec.positionable) {
+      d = OwnDiagnostic("HY106", "The recordset was not opened for positioning");
+    } else if (rec.MoveTo(position, d)) {
+      return 0;
+    } else {
+      NoteResultFailure(rec, d);
+    }
+  }
+  error = ErrorText("Com_funSetAbsolutePos", d);
+  return 1;
+}
+
+int Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
+                     std::string& error) {
+  Diagnostic d;
+  if (CheckRecordset(rs, d)) {
+    RecordsetImpl& rec = *rs.impl();
+    if (rec.eof) {
+      eof = true;
+      if (values.size() != names.size()) values.assign(names.size(), "");
+      return 0;
+    }
+    eof = false;
+    values.resize(names.size());
+    bool ok = true;
+    for (size_t i = 0; i < names.size() && ok; ++i) {
+      int column = rec.ColumnOf(names[i]);
+      if (column < 0) {
+        d = OwnDiagnostic("42S22", "Column not found: " + names[i]);
+        ok = false;
+      } else {
+        values[i] = rec.row[column];
+      }
+    }
+    if (ok && rec.MoveNext(true, d)) return 0;
+    NoteResultFailure(rec, d);
+  }
+  error = ErrorText("Com_funfetchData", d);
+  return 1;
+}
+
+int Com_funRecordsetClose(Recordset& rs, std::string& error) {
+  if (!rs.IsOpen()) {
+    error = ErrorText("Com_funRecordsetClose", RecordsetNotOpen());
+    return 1;
+  }
+  rs.Reset(nullptr);
+  return 0;
+}
+
+int Com_funRecodsetToArray(Recordset& rs, Array2D& out, std::string& error) {
+  Diagnostic d;
+  if (CheckRecordset(rs, d)) {
+    RecordsetImpl& rec = *rs.impl();
+    out.assign(rec.labels.size(), {});
+    bool ok = true;
+    while (ok && !rec.eof) {
+      for (size_t c = 0; c < rec.labels.size(); ++c) out[c].push_back(std::move(rec.row[c]));
+      ok = rec.MoveNext(true, d);
+    }
+    if (ok) return 0;
+    NoteResultFailure(rec, d);
+  }
+  error = ErrorText("Com_funRecodsetToArray", d);
+  return 1;
+}
+
+}  // namespace orvane::data

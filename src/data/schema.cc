@@ -1,0 +1,169 @@
+#include "data/schema.h"
+
+#include <algorithm>
+
+#include "data/db_impl.h"
+#include "dispatch/request_context.h"
+#include "dispatch/text.h"
+
+namespace orvane::data {
+namespace {
+
+const std::vector<std::string> kStamp = {"UPD_KBN", "UPD_YMD", "UPD_HMS", "UPD_USR"};
+
+std::vector<std::string> With(std::vector<std::string> a, const std::vector<std::string>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+// "MENU" + each code of the menu-code list: MENU01 ... MENU79.
+std::vector<std::string> MenuColumns() {
+  std::vector<std::string> out;
+  for (const std::string& code : text::Split(kMenuCodeList, ",")) out.push_back("MENU" + code);
+  return out;
+}
+
+std::vector<std::string> PassgenColumns() {
+  std::vector<std::string> out = {"USER_ID"};
+  for (int g = 1; g <= 10; ++g) {
+    std::string n = (g < 10 ? "GEN0" : "GEN") + std::to_string(g);
+    out.insert(out.end(), {n + "_PASS", n + "_YMD", n + "_USR"});
+  }
+  return out;
+}
+
+// A groupware table cleared by user or section deletes: only the columns
+// those deletes name.
+TableDef Cleared(std::string name, std::vector<std::string> columns) {
+  return TableDef{std::move(name), std::move(columns), {}, {}};
+}
+
+std::vector<TableDef> MakeTables() {
+  const std::vector<std::string> open_columns = {"OPEN_ID", "OPEN_KBN"};
+  std::vector<TableDef> main = {
+      // POST_CD is not written by the user statements; the member list sorts by it.
+      {"T_USER",
+       With({"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD", "PASSWORD_YMD", "MAIL", "IMAIL_FLG", "MAIL_USE_FLG",
+             "MAIL_NM", "EXT_TEL", "POST_NM", "DSP_NM", "POST_CD"},
+            kStamp),
+       {"USER_ID"},
+       {{"NAME_KN"}, {"MAIL"}, {"UPD_YMD"}}},
+      {"T_SECTION",
+       With({"SEC_CD", "JOI_SEC", "SEC_NM", "DSP_NM", "SEC_SEQ", "SEC_TREE", "TREE_NM", "BUSHO_CD", "IMAIL_LIST"},
+            kStamp),
+       {"SEC_CD"},
+       {{"JOI_SEC", "SEC_SEQ"}, {"SEC_TREE"}, {"UPD_YMD"}}},
+      {"T_SECMEMBER",
+       With({"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD"}, kStamp),
+       {"SEC_CD", "USER_ID"},
+       {{"USER_ID"}}},
+      {"MENU_USER", With(With({"USER_ID"}, MenuColumns()), kStamp), {"USER_ID"}, {}},
+      // No primary key: these two belong to the groupware, whose own
+      // modules may keep several rows per user.
+      {"T_PASSGEN", PassgenColumns(), {}, {{"USER_ID"}}},
+      {"T_SCHOPEN",
+       With(With({"KEY_CD", "OPEN_KBN", "OPEN_ID", "SHORI_LVL"}, MenuColumns()), kStamp),
+       {},
+       {{"KEY_CD"}, {"OPEN_ID"}}},
+  };
+  std::vector<TableDef> out;
+  for (const TableDef& t : main) {
+    out.push_back(t);
+    TableDef work = t;
+    work.name += "_WORK";
+    out.push_back(std::move(work));
+  }
+  out.push_back({"T_POST_MST", {"POST_CD", "POST_NAME", "CLASS_CD"}, {}, {{"POST_CD"}}});
+  for (const char* name :
+       {"t_bbsopen", "t_rsvopen", "t_linkopen", "t_cabopen", "t_adbkopen", "T_TOPICOPEN", "WF_KENGEN"})
+    out.push_back(Cleared(name, open_columns));
+  for (const char* name :
+       {"rsv_approver_member", "rsv_approve_status", "custom_master", "top_setting", "user_setting", "mail_setting",
+        "MYLINK_INFO", "TODO_INFO", "ZAISEKI_INFO", "MESSAGE_MAIL", "MESSAGE_INFO", "ACCESS_INFO", "LOG_GET",
+        "LOG_GET_BAT", "LOG_BBS_GET", "LOG_BBS_BAT", "WF_NENKYU", "WF_SYUKKINBO", "WF_SYUKKINBO_RIREKI"})
+    out.push_back(Cleared(name, {"USER_ID"}));
+  out.push_back(Cleared("custom_info", {"USER_ID", "MEMBER_ID"}));
+  out.push_back(Cleared("PSADGP_INFO", {"USER_ID", "ADGP_CD"}));
+  out.push_back(Cleared("PSADDR_INFO", {"ADGP_CD"}));
+  out.push_back(Cleared("ACCESS_TIME_BAT", {"ACC_BH_USER_ID"}));
+  out.push_back(Cleared("ACCESS_PAGE_BAT", {"ACC_BP_USER_ID"}));
+  out.push_back(Cleared("EVENT_GPINFO", {"SEC_CD"}));
+  out.push_back(Cleared("schedule_info", {"syokuin_cd"}));
+  return out;
+}
+
+bool IsKeyOrIndexed(const TableDef& t, const std::string& column) {
+  for (const std::string& k : t.key)
+    if (k == column) return true;
+  for (const auto& index : t.indexes)
+    for (const std::string& c : index)
+      if (c == column) return true;
+  return false;
+}
+
+std::string IndexName(const TableDef& t, const std::vector<std::string>& columns) {
+  return "IX_" + t.name + "_" + text::Join(columns, "_");
+}
+
+std::string CreateTable(const TableDef& t, const Dialect& dialect) {
+  bool sql_server = dialect.kind() == Dialect::Kind::kSqlServer;
+  std::string columns;
+  for (const std::string& c : t.columns) {
+    if (!columns.empty()) columns += ", ";
+    // SQL Server limits index keys to 900 bytes, so keyed columns are short there.
+    columns += c + (sql_server ? (IsKeyOrIndexed(t, c) ? " nvarchar(100)" : " nvarchar(255)") : " TEXT");
+    if (!t.key.empty() && std::find(t.key.begin(), t.key.end(), c) != t.key.end()) columns += " NOT NULL";
+  }
+  if (!t.key.empty()) columns += ", PRIMARY KEY (" + text::Join(t.key, ", ") + ")";
+  if (sql_server) return "IF OBJECT_ID(N'" + t.name + "', N'U') IS NULL CREATE TABLE " + t.name + " (" + columns + ")";
+  return "CREATE TABLE IF NOT EXISTS " + t.name + " (" + columns + ")";
+}
+
+std::string CreateIndex(const TableDef& t, const std::vector<std::string>& columns, const Dialect& dialect) {
+  std::string name = IndexName(t, columns);
+  std::string body = name + " ON " + t.name + " (" + text::Join(columns, ", ") + ")";
+  if (dialect.kind() == Dialect::Kind::kSqlServer)
+    return "IF NOT EXISTS (SELECT * FROM sys.indexes WHERE name = N'" + name + "') CREATE INDEX " + body;
+  return "CREATE INDEX IF NOT EXISTS " + body;
+}
+
+}  // namespace
+
+const std::vector<TableDef>& SchemaTables() {
+  static const std::vector<TableDef> tables = MakeTables();
+  return tables;
+}
+
+std::vector<std::string> SchemaStatements(const Dialect& dialect) {
+  std::vector<std::string> out;
+  for (const TableDef& t : SchemaTables()) {
+    out.push_back(CreateTable(t, dialect));
+    for (const auto& index : t.indexes) out.push_back(CreateIndex(t, index, dialect));
+  }
+  return out;
+}
+
+int CreateSchema(Connection& conn, std::string& error) {
+  constexpr char kRoutine[] = "CreateSchema";
+  if (Com_funBeginTrans(conn, error) != 0) {
+    error = std::string(kRoutine) + "\r\n" + error;
+    return 1;
+  }
+  PhysicalConnection& phys = conn.impl()->phys();
+  for (const std::string& statement : SchemaStatements(phys.dialect())) {
+    Diagnostic d;
+    if (!phys.ExecDirect(statement, d)) {
+      std::string ignored;
+      Com_funRollbackTrans(conn, ignored);
+      error = std::string(kRoutine) + "\r\n" + ErrorText("Com_funExecsql", d, statement);
+      return 1;
+    }
+  }
+  if (Com_funCommitTrans(conn, error) != 0) {
+    error = std::string(kRoutine) + "\r\n" + error;
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace orvane::data

@@ -1,0 +1,100 @@
+// DbTest: a test fixture that runs each case on every backend (SQLite and
+// PostgreSQL) against a real database with the system's tables.
+//
+//   using GroupQueries = orvane::testing::DbTest;
+//   TEST_P(GroupQueries, ListsTheTopSection) {
+//     Insert("T_SECTION", {{"SEC_CD", "0000"}, {"JOI_SEC", "9999"}, {"SEC_NM", "本社"}});
+//     EXPECT_EQ(Request("ReqNo=101"), "0000,9999,本社");
+//   }
+//   ORVANE_DB_TEST_SUITE(GroupQueries);
+//
+// Per case, SetUp makes a temporary folder holding ORVANE.ini (every
+// configuration key; LOCAL_DB_DSN=Dsn()) and odbc.ini (that data source),
+// points the data layer at that odbc.ini, and creates the tables exactly as
+// `orvane init-db` does. Each case gets a data source name of its own
+// (unixODBC caches name lookups for 20 s, whatever file they came from). SQLite gets a fresh database file;
+// PostgreSQL a fresh schema (psqlODBC's ConnSettings sets the search_path),
+// dropped in TearDown.
+//
+// PostgreSQL: the server is taken from ORVANE_TEST_PG_HOST, _PORT and
+// _DATABASE (default 127.0.0.1, 5432, orvane_test; login kop47/kop47, the
+// system's default). scripts/test starts one. When none answers, the
+// PostgreSQL cases are skipped with a message saying so.
+//
+// Only the clock is fixed: 2024-04-01 10:20:30 unless a case sets another.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "data/db.h"
+#include "dispatch/application_store.h"
+#include "dispatch/clock.h"
+#include "dispatch/config.h"
+#include "dispatch/session.h"
+#include "support/temp_dir.h"
+
+namespace orvane::testing {
+
+enum class Backend { kSqlite, kPostgres };
+
+using Row = std::vector<std::pair<std::string, std::string>>;  // column, value
+
+class DbTest : public ::testing::TestWithParam<Backend> {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  Backend backend() const { return GetParam(); }
+  TempDir& dir() { return dir_; }
+  const std::string& ConfigPath() const { return config_path_; }
+  const std::string& Dsn() const { return dsn_; }
+
+  // Rewrites ORVANE.ini with `first_lines` in front of the defaults; the
+  // first line naming a key wins, so this overrides any default.
+  void WriteConfig(const std::string& first_lines = "");
+  // Reloads the application values (menuinfo.csv beside ORVANE.ini).
+  void ReloadApplication();
+
+  // Through the data layer, on a fresh connection; a failure fails the test.
+  void Exec(const data::Sql& sql);
+  // insert into table (columns...) values ('values'...)
+  void Insert(std::string_view table, const Row& row);
+  // The result's rows, each with its columns in statement order.
+  std::vector<std::vector<std::string>> Rows(const data::Sql& sql);
+
+  // Runs one request in-process through WebClass_Start, as the HTTP front
+  // end does, and returns the answer text; last_status() is its HTTP status.
+  std::string Request(std::string_view query);
+  int last_status() const { return last_status_; }
+  // Session values; LogIn sets PUB_USR_ID, which the writing requests need.
+  Session& session() { return session_; }
+  void LogIn(const std::string& user_id) { session_.Set("PUB_USR_ID", user_id); }
+  FixedClock& clock() { return clock_; }
+  ApplicationStore& app() { return app_; }
+
+ private:
+  TempDir dir_;
+  std::string config_path_;
+  std::string dsn_;
+  std::string pg_schema_;  // PostgreSQL only
+  FixedClock clock_{LocalTime{2024, 4, 1, 10, 20, 30}};
+  Session session_;
+  ApplicationStore app_;
+  int last_status_ = 0;
+};
+
+std::string BackendName(const ::testing::TestParamInfo<Backend>& info);
+
+}  // namespace orvane::testing
+
+// Instantiates a DbTest suite for both backends; test names end in
+// /SQLite and /PostgreSQL.
+#define ORVANE_DB_TEST_SUITE(suite)                                                                                   \
+  INSTANTIATE_TEST_SUITE_P(                                                                                           \
+      Backends, suite, ::testing::Values(::orvane::testing::Backend::kSqlite, ::orvane::testing::Backend::kPostgres), \
+      ::orvane::testing::BackendName)
