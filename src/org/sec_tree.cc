@@ -54,24 +54,32 @@ int ReadArray(data::Connection& conn, const data::Sql& sql, Array2D& out, std::s
   return data::Com_funRecordsetClose(rs, error);
 }
 
-}  // namespace
-
-data::Sql SectionArraySql(const std::string& sec_mst) {
-  data::Sql sql;
-  sql << "SELECT sec_cd,sec_nm,dsp_nm,joi_sec,sec_seq,sec_tree,upd_kbn,upd_ymd,upd_hms,upd_usr FROM "
-      << data::Table(sec_mst) << " ORDER BY joi_sec,sec_seq";
-  return sql;
+// Puts the section values of the drawn rows in place, column by column: the
+// array is [column][row], so one column at a time stays in the cache where a
+// row at a time in tree order would not. With `owned` (the caller's own
+// section array) a row's values are moved the first time it is drawn.
+void PlaceValues(const Array2D& sections, Array2D* owned, const std::vector<size_t>& drawn, size_t first_row,
+                 Array2D& hier) {
+  std::vector<long> first_at(owned ? RowCount(sections) : 0, -1);
+  if (owned)
+    for (size_t r = 0; r < drawn.size(); ++r)
+      if (first_at[drawn[r]] < 0) first_at[drawn[r]] = static_cast<long>(r);
+  for (size_t c = 0; c < kSectionColumns; ++c) {
+    for (size_t r = 0; r < drawn.size(); ++r) {
+      const size_t i = drawn[r];
+      if (!owned) {
+        hier[c][first_row + r] = sections[c][i];
+      } else if (first_at[i] == static_cast<long>(r)) {
+        hier[c][first_row + r] = std::move((*owned)[c][i]);
+      } else {
+        hier[c][first_row + r] = hier[c][first_row + first_at[i]];  // drawn again
+      }
+    }
+  }
 }
 
-data::Sql ParentListSql(const std::string& sec_mst) {
-  data::Sql sql;
-  sql << "SELECT distinct joi_sec FROM " << data::Table(sec_mst) << " WHERE joi_sec<>'9999' ORDER BY joi_sec";
-  return sql;
-}
-
-std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vector<std::string>& parents,
-                                        const std::string& joi_sec, std::vector<std::string>& prefix, Array2D& hier,
-                                        int& row) {
+std::string Draw(const Array2D& sections, Array2D* owned, const std::vector<std::string>& parents,
+                 const std::string& joi_sec, std::vector<std::string>& prefix, Array2D& hier, int& row) {
   const size_t count = RowCount(sections);
   if (count == 0) return "";
   const std::string kName = "Com_funGet_sec_hierarchical" + std::string(text::kCrLf);
@@ -98,7 +106,11 @@ std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vect
     if (auto it = levels.find(text::ToUpperAscii(parent)); it != levels.end()) open.push_back(it->second);
   };
   enter(joi_sec);
+  const size_t first_row = static_cast<size_t>(std::max(row, 0));
   const size_t capacity = RowCount(hier);
+  std::vector<size_t> drawn;  // section row of each drawn row, in tree order
+  drawn.reserve(count);
+  std::string failure;
   while (!open.empty()) {
     Level& level = open.back();
     if (level.next > level.last) {
@@ -111,8 +123,9 @@ std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vect
     if (row < 0 || static_cast<size_t>(row) >= capacity) {
       // Only a section reached twice (parents that differ in case only) can
       // draw more rows than there are sections.
-      return Unwind(open.size(), kName + "section " + code + " is reached a second time at row " + std::to_string(row) +
-                                     " of " + std::to_string(capacity));
+      failure = Unwind(open.size(), kName + "section " + code + " is reached a second time at row " +
+                                        std::to_string(row) + " of " + std::to_string(capacity));
+      break;
     }
     const bool has_children = with_children.count(code) > 0;
     const std::string& tree = sections[kSecTreeColumn][i];
@@ -120,7 +133,7 @@ std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vect
     if (prefix.size() <= depth) prefix.resize(depth + 1);
     prefix[depth] = last ? kLastBranch : kBranch;
 
-    for (size_t c = 0; c < kSectionColumns; ++c) hier[c][row] = sections[c][i];
+    drawn.push_back(i);
     hier[kHasChildrenColumn][row] = has_children ? "1" : "0";
     hier[kPrefixColumn][row] = JoinPrefix(prefix, depth);
     ++row;
@@ -130,7 +143,29 @@ std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vect
       enter(code);  // invalidates `level`; it is not used again
     }
   }
-  return "";
+  PlaceValues(sections, owned, drawn, first_row, hier);
+  return failure;
+}
+
+}  // namespace
+
+data::Sql SectionArraySql(const std::string& sec_mst) {
+  data::Sql sql;
+  sql << "SELECT sec_cd,sec_nm,dsp_nm,joi_sec,sec_seq,sec_tree,upd_kbn,upd_ymd,upd_hms,upd_usr FROM "
+      << data::Table(sec_mst) << " ORDER BY joi_sec,sec_seq";
+  return sql;
+}
+
+data::Sql ParentListSql(const std::string& sec_mst) {
+  data::Sql sql;
+  sql << "SELECT distinct joi_sec FROM " << data::Table(sec_mst) << " WHERE joi_sec<>'9999' ORDER BY joi_sec";
+  return sql;
+}
+
+std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vector<std::string>& parents,
+                                        const std::string& joi_sec, std::vector<std::string>& prefix, Array2D& hier,
+                                        int& row) {
+  return Draw(sections, nullptr, parents, joi_sec, prefix, hier, row);
 }
 
 int Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Array2D& hier, std::string& error) {
@@ -146,7 +181,7 @@ int Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Arra
   hier.assign(columns, std::vector<std::string>(RowCount(sections)));
   int row = 0;
   std::vector<std::string> prefix;
-  inner = Com_funGet_sec_hierarchical(sections, parents, "9999", prefix, hier, row);
+  inner = Draw(sections, &sections, parents, "9999", prefix, hier, row);
   if (!inner.empty()) return Failed(inner, error);
   return 0;
 }

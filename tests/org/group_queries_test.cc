@@ -118,6 +118,19 @@ TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
   EXPECT_EQ(hier[1][3], "総務,人事部");
   EXPECT_EQ(hier[6][4], "1");
 
+  // A section reached twice is drawn twice until the array is full.
+  Drop("T_SECTION_WORK");
+  Insert("T_SECTION_WORK", {{"SEC_CD", "A1"}, {"JOI_SEC", "9999"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1"}});
+  Insert("T_SECTION_WORK", {{"SEC_CD", "a1"}, {"JOI_SEC", "A1"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1/a1"}});
+  Insert("T_SECTION_WORK", {{"SEC_CD", "z"}, {"JOI_SEC", "a1"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1/a1/z"}});
+  EXPECT_EQ(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier, error), 1);
+  const std::string level = "グループ情報の取得に失敗しました。Com_funGet_sec_hierarchical\r\n";
+  EXPECT_EQ(error, level + level + level +
+                       "Com_funGet_sec_hierarchical\r\nsection a1 is reached a second time at row 3 of 3"
+                       "Com_funGet_sec_info\r\n");
+  EXPECT_EQ(hier[0], (std::vector<std::string>{"A1", "a1", "a1"}));
+  EXPECT_EQ(hier[5], (std::vector<std::string>{"A1", "A1/a1", "A1/a1"}));
+
   Exec(data::Sql() << "drop table " << data::Table("T_SECTION_WORK"));
   EXPECT_EQ(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier, error), 1);
   EXPECT_EQ(error.rfind("[Com_funSelect]エラー番号 ", 0), 0u) << error;
