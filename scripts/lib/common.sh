@@ -12,6 +12,12 @@ ORVANE_BUILD_PACKAGES=(
   libgtest-dev
 )
 
+# What scripts/test adds: a local PostgreSQL 15 server for the database
+# cases (they run on SQLite and on PostgreSQL).
+ORVANE_TEST_PACKAGES=(
+  postgresql
+)
+
 # Installs the packages given that are not installed yet. Needs root (or
 # sudo) only when something is missing.
 install_missing() {

@@ -8,7 +8,16 @@ namespace orvane::data {
 constexpr char kDefaultLogin[] = "kop47";
 
 std::string ErrorText(std::string_view routine, const Diagnostic& d) {
-  return "[" + std::string(routine) + "]エラー番号 " + std::to_string(d.native) + " [" + d.sqlstate + "] " + d.message;
+  // Built by appends: GCC 12 warns falsely on literal + temporary.
+  std::string text = "[";
+  text += routine;
+  text += "]エラー番号 ";
+  text += std::to_string(d.native);
+  text += " [";
+  text += d.sqlstate;
+  text += "] ";
+  text += d.message;
+  return text;
 }
 
 std::string ErrorText(std::string_view routine, const Diagnostic& d, std::string_view sql) {

@@ -22,15 +22,28 @@ std::string Printable(std::string_view s, size_t max_bytes) {
   return out;
 }
 
-std::string Quoted(std::string_view s, size_t max_bytes) { return "\"" + Printable(s, max_bytes) + "\""; }
+std::string Quoted(std::string_view s, size_t max_bytes) {
+  std::string out = "\"";
+  out += Printable(s, max_bytes);
+  out += '"';
+  return out;
+}
 
 }  // namespace
 
 std::string FormatAccessLine(const AccessRecord& r, std::string_view now) {
   std::string line(now);
-  line += " " + Printable(r.client, 64) + " " + Printable(r.method, 16) + " " + Printable(r.path, 200);
-  line += " ReqNo=" + Quoted(r.request_code, 16);
-  line += " " + std::to_string(r.status) + " " + std::to_string(r.micros) + "us ";
+  for (const std::string& field : {Printable(r.client, 64), Printable(r.method, 16), Printable(r.path, 200)}) {
+    line += ' ';
+    line += field;
+  }
+  line += " ReqNo=";
+  line += Quoted(r.request_code, 16);
+  line += ' ';
+  line += std::to_string(r.status);
+  line += ' ';
+  line += std::to_string(r.micros);
+  line += "us ";
   line += r.answer_is_secret ? std::string("[answer withheld]") : Quoted(r.answer, 40);
   return line;
 }

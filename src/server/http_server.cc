@@ -17,6 +17,7 @@ HttpServer::HttpServer(ServerState& state, HttpOptions options)
     : state_(state), options_(std::move(options)), server_(std::make_unique<httplib::Server>()) {
   int threads = options_.threads > 0 ? options_.threads : 1;
   server_->new_task_queue = [threads] { return new httplib::ThreadPool(static_cast<size_t>(threads)); };
+  server_->set_tcp_nodelay(true);  // answers are small: don't wait for delayed ACKs
   server_->set_keep_alive_max_count(1000);
   server_->set_payload_max_length(1 << 20);  // the forms are small; refuse floods
   server_->set_read_timeout(10);

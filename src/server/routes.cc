@@ -3,7 +3,9 @@
 #include <httplib.h>
 
 #include <chrono>
+#include <thread>
 
+#include "dispatch/login.h"
 #include "dispatch/text.h"
 #include "dispatch/web_class.h"
 
@@ -31,7 +33,7 @@ NamedValues FieldsOf(const httplib::Request& req) {
 
 std::string SessionIdOf(const NamedValues& cookies) { return cookies.Get(kSessionCookie); }
 
-[[maybe_unused]] std::string SessionCookie(const std::string& id, bool expire = false) {
+std::string SessionCookie(const std::string& id, bool expire = false) {
   std::string c = std::string(kSessionCookie) + "=" + id + "; Path=/; HttpOnly; SameSite=Strict";
   if (expire) c += "; Max-Age=0";
   return c;
@@ -54,8 +56,8 @@ class Timer {
 
 void Log(ServerState& state, const httplib::Request& req, const Timer& timer, int status, std::string_view answer,
          std::string_view code = {}, bool secret = false) {
-  state.access_log.Write({req.remote_addr, req.method, req.path, std::string(code), status, timer.Micros(), answer,
-                          secret});
+  state.access_log.Write(
+      {req.remote_addr, req.method, req.path, std::string(code), status, timer.Micros(), answer, secret});
 }
 
 void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Response& res) {
@@ -72,12 +74,59 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret);
 }
 
+// POST /login with the form fields "User_cd" and "User_PS". A match gets a
+// fresh session (a session id from before the login is dropped, so it can
+// not be fixed in advance) and its cookie; a miss waits a little and
+// changes no session. Neither field is ever logged or put in a cookie.
+void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Response& res) {
+  Timer timer;
+  NamedValues fields = FieldsOf(req);
+  auto session = std::make_shared<Session>();
+  std::string error;
+  LoginOutcome outcome =
+      LogIn(state.config, state.clock, fields.Get("User_cd"), fields.Get("User_PS"), *session, error);
+  if (outcome == LoginOutcome::kOk) {
+    NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
+    std::string old_id = SessionIdOf(cookies);
+    if (!old_id.empty()) state.sessions->Remove(old_id);
+    std::string id;
+    std::shared_ptr<Session> fresh = state.sessions->Create(id);
+    for (const char* name : {"PUB_USR_ID", "PUB_USR_PW", "PUB_USR_NM", "PUB_MAIL", "PUB_SEC_CD", "PUB_SEC_NM",
+                             "PUB_DSP_NM", "PUB_SEC_TREE"})
+      fresh->Set(name, session->Get(name));
+    res.set_header("Set-Cookie", SessionCookie(id));
+  } else if (outcome == LoginOutcome::kRefused) {
+    std::this_thread::sleep_for(state.failed_login_delay);  // slows down password guessing
+  }
+  // Only the code: a failed lookup's error text renders the statement, and
+  // with it the password.
+  std::string answer = LoginAnswer(outcome);
+  Answer(res, 200, answer);
+  Log(state, req, timer, 200, answer);
+}
+
+// POST /logout: ends the session named by the cookie (if any) and expires
+// the cookie.
+void HandleLogout(ServerState& state, const httplib::Request& req, httplib::Response& res) {
+  Timer timer;
+  std::string id = SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie")));
+  if (!id.empty()) state.sessions->Remove(id);
+  res.set_header("Set-Cookie", SessionCookie("", /*expire=*/true));
+  Answer(res, 200, "OK");
+  Log(state, req, timer, 200, "OK");
+}
+
 }  // namespace
 
 void RegisterRoutes(httplib::Server& server, ServerState& state) {
   auto orvane = [&state](const httplib::Request& req, httplib::Response& res) { HandleOrvane(state, req, res); };
   server.Get("/orvane", orvane);
   server.Post("/orvane", orvane);
+
+  server.Post("/login",
+              [&state](const httplib::Request& req, httplib::Response& res) { HandleLogin(state, req, res); });
+  server.Post("/logout",
+              [&state](const httplib::Request& req, httplib::Response& res) { HandleLogout(state, req, res); });
 
   server.Get("/healthz", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;

@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "data/db.h"
+#include "data/db_impl.h"
 #include "dispatch/text.h"
 #include "support/db_fixture.h"
 
@@ -175,15 +176,31 @@ TEST_P(DataLayer, AbsolutePositionsAndTheArrayCopy) {
       {0, 1, {}},
       {-1, 1, {}},
   };
-  for (const Case& c : cases) {
+  // Static cursors, and the emulation used where a driver has none: a
+  // forward-only result that skips rows and runs again to go back.
+  for (bool emulated : {false, true}) {
+    auto open = [&](Recordset& rs) {
+      ASSERT_EQ((emulated ? Com_funSelect : Com_funSelectP)(conn_, all, rs, error_), 0) << error_;
+      if (emulated) rs.impl()->positionable = true;
+      EXPECT_EQ(rs.impl()->scrollable, !emulated);
+    };
+    for (const Case& c : cases) {
+      Recordset rs;
+      open(rs);
+      EXPECT_EQ(Com_funSetAbsolutePos(rs, c.position, error_), c.status) << c.position;
+      if (c.status == 0)
+        EXPECT_EQ(FetchAll(rs, {"USER_ID"}), c.rows) << c.position;
+      else
+        EXPECT_EQ(error_,
+                  "[Com_funSetAbsolutePos]エラー番号 0 [HY107] Row value out of range: " + std::to_string(c.position));
+    }
     Recordset rs;
-    ASSERT_EQ(Com_funSelectP(conn_, all, rs, error_), 0) << error_;
-    EXPECT_EQ(Com_funSetAbsolutePos(rs, c.position, error_), c.status) << c.position;
-    if (c.status == 0)
-      EXPECT_EQ(FetchAll(rs, {"USER_ID"}), c.rows) << c.position;
-    else
-      EXPECT_EQ(error_,
-                "[Com_funSetAbsolutePos]エラー番号 0 [HY107] Row value out of range: " + std::to_string(c.position));
+    open(rs);
+    ASSERT_EQ(Com_funSetAbsolutePos(rs, 4, error_), 0);
+    ASSERT_EQ(Com_funSetAbsolutePos(rs, 2, error_), 0);  // back again
+    EXPECT_EQ(FetchAll(rs, {"USER_ID"}), (std::vector<std::string>{"u2", "u3", "u4", "u5"})) << emulated;
+    EXPECT_EQ(Com_funSetAbsolutePos(rs, 5, error_), 0) << emulated;  // after the end
+    EXPECT_EQ(FetchAll(rs, {"USER_ID"}), (std::vector<std::string>{"u5"})) << emulated;
   }
   // Positioning back after reading on.
   Recordset rs;
