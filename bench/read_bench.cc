@@ -164,7 +164,7 @@ struct Figure {
 void Print(const std::vector<Figure>& figures) {
   std::printf("| request | request ms | raw statements ms | ratio | goal |\n|---|---:|---:|---:|---:|\n");
   for (const Figure& f : figures)
-    std::printf("| %s | %.2f | %.2f | %.2f | %s %.1f |\n", f.what.c_str(), f.request_ms, f.raw_ms,
+    std::printf("| %s | %.3f | %.3f | %.2f | %s %.1f |\n", f.what.c_str(), f.request_ms, f.raw_ms,
                 f.request_ms / f.raw_ms, f.request_ms / f.raw_ms <= f.limit ? "within" : "OVER", f.limit);
 }
 
