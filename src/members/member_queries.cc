@@ -54,7 +54,8 @@ data::Sql SpecificMemberSql(const RequestContext& ctx, const std::string& sec_cd
   sql << "SELECT U.NAME_KJ,M.USER_ID,M.SEC_KBN,M.POST_CD,U.MAIL,M.ST_YMD,M.ED_YMD"
       << " from " << Table(ctx.SEC_MEM) << " as M, " << Table(ctx.USR_MST) << " as U"
       << " where M.SEC_CD = " << Quoted(sec_cd) << " and M.USER_ID = U.USER_ID";
-  // Today goes in as a bare number, unquoted, as the pages' original did.
+  // Today goes in as a bare number, unquoted; the database compares it with
+  // the text columns.
   if (current_only == "1") sql << " and (M.ST_YMD <= " << Number(today) << " and M.ED_YMD >= " << Number(today) << ")";
   sql << " order by ";
   for (const SortKey& key : kMemberSort) {

@@ -25,7 +25,8 @@ struct Level {
 };
 
 // Each level of the drawing that a failure passes on its way out puts the
-// message and its name in front, as the recursion does.
+// message and the routine's name in front: the trail reads as if every level
+// were a call of its own.
 std::string Unwind(size_t levels, std::string inner) {
   for (size_t i = 1; i < levels; ++i)
     inner = std::string(kDrawFailed) + "Com_funGet_sec_hierarchical" + std::string(text::kCrLf) + inner;
@@ -88,9 +89,9 @@ std::string Draw(const Array2D& sections, Array2D* owned, const std::vector<std:
   if (ColumnCount(hier) <= kPrefixColumn)
     return kName + "the hierarchical array has " + std::to_string(ColumnCount(hier)) + " columns, not 12";
 
-  // The recursion scans the whole array for each parent; indexing the rows
-  // by parent once keeps the cost linear. Parents match without regard to
-  // case, the has-children test is exact, as in the recursion.
+  // Scanning the whole array for each parent would cost the square of the
+  // number of sections; indexing the rows by parent once keeps it linear.
+  // Parents match without regard to case; the has-children test is exact.
   std::unordered_map<std::string, Level> levels;
   levels.reserve(count);
   for (size_t i = 0; i < count; ++i) {
@@ -99,8 +100,8 @@ std::string Draw(const Array2D& sections, Array2D* owned, const std::vector<std:
   }
   const std::unordered_set<std::string> with_children(parents.begin(), parents.end());
 
-  // The levels being drawn, outermost first: the recursion's call stack
-  // kept on the heap, so a deep tree cannot exhaust the thread's stack.
+  // The levels being drawn, outermost first: a stack of our own instead of
+  // recursion, so a deep tree cannot exhaust the thread's stack.
   std::vector<Level> open;
   auto enter = [&](const std::string& parent) {
     if (auto it = levels.find(text::ToUpperAscii(parent)); it != levels.end()) open.push_back(it->second);
