@@ -8,18 +8,75 @@
 namespace orvane::data {
 namespace {
 
+// The tree: 本社 at the top, three departments, two sales sections below the
+// sales department. 開発部 is deleted in the work copy only, so DBFlg=1 shows
+// the difference.
+struct DemoSection {
+  const char* code;
+  const char* parent;
+  const char* seq;
+  const char* tree;
+  const char* name;
+  const char* tree_nm;
+  const char* list;  // mailing list, or null
+  const char* work_upd_kbn;
+};
+constexpr DemoSection kSections[] = {
+    {"0000", "9999", "001", "0000", "本社", "本社", "general", "3"},
+    {"0001", "0000", "001", "0000/0001", "営業部", "/ 営業部", nullptr, "3"},
+    {"0002", "0000", "002", "0000/0002", "総務部", "/ 総務部", nullptr, "3"},
+    {"0003", "0000", "003", "0000/0003", "開発部", "/ 開発部", nullptr, "1"},
+    {"0004", "0001", "001", "0000/0001/0004", "東日本営業課", "/ 営業部 / 東日本営業課", "sales-east", "3"},
+    {"0005", "0001", "002", "0000/0001/0005", "西日本営業課", "/ 営業部 / 西日本営業課", nullptr, "3"},
+};
+
+// Names in several kana rows (カ, ヤ, サ, ア, ワ, タ). Logins: id = password.
 struct DemoUser {
   const char* id;
   const char* name_kj;
   const char* name_kn;
-  const char* mail;
+  const char* post_nm;
   const char* post_cd;
-  const char* sec_kbn;
+  const char* ext_tel;
+  const char* menus;  // granted menu numbers, "/"-framed; "*" for all
 };
 constexpr DemoUser kUsers[] = {
-    {"admin", "管理者", "カンリシャ", "admin", "01", "1"},
-    {"yamada", "山田 太郎", "ヤマダ タロウ", "yamada", "", "1"},
+    {"admin", "管理者", "カンリシャ", "部長", "01", "100", "*"},
+    {"yamada", "山田 太郎", "ヤマダ タロウ", "課長", "02", "201", "/01/02/21/"},
+    {"sato", "佐藤 花子", "サトウ ハナコ", "主任", "03", "202", "/01/21/"},
+    {"ito", "伊藤 健", "イトウ ケン", "", "", "301", "/01/"},
+    {"watanabe", "渡辺 直美", "ワタナベ ナオミ", "部長", "01", "401", "/01/03/"},
+    {"tanaka", "田中 一郎", "タナカ イチロウ", "", "", "", "/01/"},
 };
+
+// Primary ("1") and concurrent memberships; tanaka's ended at the end of
+// 2023, so the current-only member list leaves him out.
+struct DemoMember {
+  const char* sec;
+  const char* user;
+  const char* sec_kbn;
+  const char* seq;
+  const char* post_cd;
+  const char* st;
+  const char* ed;
+};
+constexpr DemoMember kMembers[] = {
+    {"0000", "admin", "1", "001", "01", "20000101", "99999999"},
+    {"0004", "yamada", "1", "001", "02", "20150401", "99999999"},
+    {"0002", "yamada", "0", "001", "", "20220401", "99999999"},
+    {"0004", "sato", "1", "002", "03", "20180401", "99999999"},
+    {"0004", "tanaka", "1", "003", "", "20190401", "20231231"},
+    {"0005", "ito", "1", "001", "", "20200401", "99999999"},
+    {"0003", "watanabe", "1", "001", "01", "20100401", "99999999"},
+    {"0001", "watanabe", "0", "001", "01", "20210401", "99999999"},
+};
+
+struct DemoPost {
+  const char* code;
+  const char* name;
+  const char* class_cd;
+};
+constexpr DemoPost kPosts[] = {{"01", "部長", "1"}, {"02", "課長", "2"}, {"03", "主任", "3"}};
 
 struct Stamp {
   std::string ymd, hms;
@@ -31,50 +88,88 @@ bool Run(Connection& conn, const Sql& sql, std::string& error) {
   return false;
 }
 
-bool InsertTableSet(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
-  std::string section = "T_SECTION" + suffix, user = "T_USER" + suffix, member = "T_SECMEMBER" + suffix,
-              menu = "MENU_USER" + suffix;
-  Sql sec;
-  sec << "insert into " << Table(section)
-      << " (SEC_CD ,SEC_NM ,DSP_NM ,JOI_SEC ,SEC_SEQ ,SEC_TREE ,TREE_NM ,BUSHO_CD ,IMAIL_LIST"
-         " ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR) values ("
-      << Quoted("0000") << " ," << Quoted("本社") << " ," << Quoted("本社") << " ," << Quoted("9999") << " ,"
-      << Quoted("001") << " ," << Quoted("0000") << " ," << Quoted("本社") << " ," << Quoted("") << " ,NULL ,"
-      << Quoted("3") << " ," << Quoted(s.ymd) << " ," << Quoted(s.hms) << " ," << Quoted("admin") << ")";
-  if (!Run(conn, sec, error)) return false;
+// The four stamp values of every row.
+void Stamps(Sql& sql, const char* upd_kbn, const Stamp& s) {
+  sql << " ," << Quoted(upd_kbn) << " ," << Quoted(s.ymd) << " ," << Quoted(s.hms) << " ," << Quoted("admin") << ")";
+}
 
-  int seq = 1;
+bool InsertSections(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
+  for (const DemoSection& d : kSections) {
+    Sql sql;
+    sql << "insert into " << Table("T_SECTION" + suffix)
+        << " (SEC_CD ,SEC_NM ,DSP_NM ,JOI_SEC ,SEC_SEQ ,SEC_TREE ,TREE_NM ,BUSHO_CD ,IMAIL_LIST"
+           " ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR) values ("
+        << Quoted(d.code) << " ," << Quoted(d.name) << " ," << Quoted(d.name) << " ," << Quoted(d.parent) << " ,"
+        << Quoted(d.seq) << " ," << Quoted(d.tree) << " ," << Quoted(d.tree_nm) << " ,"
+        << Quoted(std::string("B") + d.code) << " ,";
+    if (d.list) {
+      sql << Quoted(d.list);
+    } else {
+      sql << "NULL";
+    }
+    Stamps(sql, suffix.empty() ? "3" : d.work_upd_kbn, s);
+    if (!Run(conn, sql, error)) return false;
+  }
+  return true;
+}
+
+bool InsertUsers(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
+  int order = 1;
   for (const DemoUser& u : kUsers) {
+    std::string dsp = text::Right("000" + std::to_string(order++), 3);
     Sql row;
-    row << "insert into " << Table(user)
+    row << "insert into " << Table("T_USER" + suffix)
         << " (USER_ID ,NAME_KJ ,NAME_KN ,PASSWORD ,PASSWORD_YMD ,MAIL ,IMAIL_FLG ,MAIL_USE_FLG ,MAIL_NM ,EXT_TEL"
            " ,POST_NM ,DSP_NM ,POST_CD ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR) values ("
         << Quoted(u.id) << " ," << Quoted(u.name_kj) << " ," << Quoted(u.name_kn) << " ," << Quoted(u.id) << " ,"
-        << Quoted(s.ymd) << " ," << Quoted(u.mail) << " ," << Quoted("0") << " ," << Quoted("0") << " ,"
-        << Quoted(u.name_kj) << " ," << Quoted("") << " ," << Quoted("") << " ," << Quoted(u.name_kj) << " ,"
-        << Quoted(u.post_cd) << " ," << Quoted("3") << " ," << Quoted(s.ymd) << " ," << Quoted(s.hms) << " ,"
-        << Quoted("admin") << ")";
+        << Quoted(s.ymd) << " ," << Quoted(u.id) << " ," << Quoted("0") << " ," << Quoted("0") << " ,"
+        << Quoted(u.name_kj) << " ," << Quoted(u.ext_tel) << " ," << Quoted(u.post_nm) << " ," << Quoted(dsp) << " ,"
+        << Quoted(u.post_cd);
+    Stamps(row, "3", s);
     if (!Run(conn, row, error)) return false;
 
-    std::string user_seq = text::Right("000" + std::to_string(seq++), 3);
-    Sql membership;
-    membership << "insert into " << Table(member)
-               << " (SEC_CD ,USER_ID ,SEC_KBN ,USER_SEQ ,POST_CD ,ST_YMD ,ED_YMD ,UPD_KBN ,UPD_YMD ,UPD_HMS"
-                  " ,UPD_USR) values ("
-               << Quoted("0000") << " ," << Quoted(u.id) << " ," << Quoted(u.sec_kbn) << " ," << Quoted(user_seq)
-               << " ," << Quoted(u.post_cd) << " ," << Quoted("20000101") << " ," << Quoted("99999999") << " ,"
-               << Quoted("3") << " ," << Quoted(s.ymd) << " ," << Quoted(s.hms) << " ," << Quoted("admin") << ")";
-    if (!Run(conn, membership, error)) return false;
-
-    // Every menu granted ("1") to both demo users.
+    // A granted menu holds its own number, any other "ZZ".
     Sql rights;
-    rights << "insert into " << Table(menu) << " (USER_ID";
+    rights << "insert into " << Table("MENU_USER" + suffix) << " (USER_ID";
     std::vector<std::string> codes = text::Split(kMenuCodeList, ",");
     for (const std::string& code : codes) rights << " ," << Identifier("MENU" + code);
     rights << " ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR) values (" << Quoted(u.id);
-    for (size_t i = 0; i < codes.size(); ++i) rights << " ," << Quoted("1");
-    rights << " ," << Quoted("3") << " ," << Quoted(s.ymd) << " ," << Quoted(s.hms) << " ," << Quoted("admin") << ")";
+    std::string menus = u.menus;
+    for (const std::string& code : codes) {
+      bool granted = menus == "*" || menus.find("/" + code + "/") != std::string::npos;
+      rights << " ," << Quoted(granted ? code : std::string("ZZ"));
+    }
+    Stamps(rights, "3", s);
     if (!Run(conn, rights, error)) return false;
+  }
+  return true;
+}
+
+bool InsertMembers(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
+  for (const DemoMember& m : kMembers) {
+    Sql sql;
+    sql << "insert into " << Table("T_SECMEMBER" + suffix)
+        << " (SEC_CD ,USER_ID ,SEC_KBN ,USER_SEQ ,POST_CD ,ST_YMD ,ED_YMD ,UPD_KBN ,UPD_YMD ,UPD_HMS"
+           " ,UPD_USR) values ("
+        << Quoted(m.sec) << " ," << Quoted(m.user) << " ," << Quoted(m.sec_kbn) << " ," << Quoted(m.seq) << " ,"
+        << Quoted(m.post_cd) << " ," << Quoted(m.st) << " ," << Quoted(m.ed);
+    Stamps(sql, "3", s);
+    if (!Run(conn, sql, error)) return false;
+  }
+  return true;
+}
+
+bool InsertTableSet(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
+  return InsertSections(conn, suffix, s, error) && InsertUsers(conn, suffix, s, error) &&
+         InsertMembers(conn, suffix, s, error);
+}
+
+bool InsertPosts(Connection& conn, std::string& error) {
+  for (const DemoPost& p : kPosts) {
+    Sql post;
+    post << "insert into " << Table("T_POST_MST") << " (POST_CD ,POST_NAME ,CLASS_CD) values (" << Quoted(p.code)
+         << " ," << Quoted(p.name) << " ," << Quoted(p.class_cd) << ")";
+    if (!Run(conn, post, error)) return false;
   }
   return true;
 }
@@ -97,11 +192,8 @@ int InsertDemoData(Connection& conn, const Clock& clock, std::string& error) {
   Stamp stamp;
   Com_subGetDate(clock, stamp.ymd, stamp.hms);
   if (Com_funBeginTrans(conn, error) != 0) return 1;
-  Sql post;
-  post << "insert into " << Table("T_POST_MST") << " (POST_CD ,POST_NAME ,CLASS_CD) values (" << Quoted("01") << " ,"
-       << Quoted("部長") << " ," << Quoted("1") << ")";
   bool ok =
-      Run(conn, post, error) && InsertTableSet(conn, "", stamp, error) && InsertTableSet(conn, "_WORK", stamp, error);
+      InsertPosts(conn, error) && InsertTableSet(conn, "", stamp, error) && InsertTableSet(conn, "_WORK", stamp, error);
   std::string ignored;
   if (!ok) {
     Com_funRollbackTrans(conn, ignored);

@@ -1,6 +1,8 @@
-// A minimal demo organisation for `orvane init-db --demo`: the top section
-// "0000", two users who belong to it (one an administrator), a post, and
-// the users' menu rights, in the live tables and their _WORK twins.
+// A small demo organisation for `orvane init-db --demo`, in the live tables
+// and their _WORK twins: the top section "0000" with two levels below it,
+// six users in several kana rows (admin, an administrator, among them),
+// primary and concurrent memberships (one ended), three posts and the
+// users' menu rights; one section is deleted in the work copy only.
 // Inserted only when the top section is missing, so running it again
 // changes nothing.
 #pragma once

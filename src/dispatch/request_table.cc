@@ -3,6 +3,10 @@
 #include "accounts/mail_list_combo.h"
 #include "dispatch/server_information.h"
 #include "dispatch/text.h"
+#include "members/member_queries.h"
+#include "members/menu_rights.h"
+#include "members/user_queries.h"
+#include "org/group_queries.h"
 
 namespace orvane {
 namespace {
@@ -12,21 +16,26 @@ constexpr ArgSource F(std::string_view name) { return {K::kField, name}; }
 constexpr ArgSource C(std::string_view value) { return {K::kConstant, value}; }
 constexpr ArgSource I(std::string_view name) { return {K::kInt16Field, name}; }
 
+// A kInt16Field argument, already checked by BuildArguments.
+short Int16(const std::string& arg) {
+  short value = 0;
+  text::ParseInt16(arg, value);
+  return value;
+}
+
 std::vector<RequestRoute> MakeTable() {
   auto user_args = [](std::string_view flag, bool with_mail_nm) {
-    std::vector<ArgSource> a = {C(flag),       F("User_cd"), F("User_KJ"), F("User_KN"),
-                              F("User_PS"),  F("Mail_AD"), F("Mail_FL"), F("Ext_TEL"),
-                              F("Post_NM"),  F("Disp_NM"), F("Mail_UFL")};
+    std::vector<ArgSource> a = {C(flag),      F("User_cd"), F("User_KJ"), F("User_KN"), F("User_PS"), F("Mail_AD"),
+                                F("Mail_FL"), F("Ext_TEL"), F("Post_NM"), F("Disp_NM"), F("Mail_UFL")};
     a.push_back(with_mail_nm ? F("Mail_NM") : C(""));
     return a;
   };
-  const std::vector<std::string_view> user_reads = {"User_cd", "User_KJ", "User_KN",  "User_PS",
-                                                    "Mail_AD", "Mail_FL", "Ext_TEL",  "Post_NM",
-                                                    "Disp_NM", "Mail_UFL", "Mail_NM"};
+  const std::vector<std::string_view> user_reads = {"User_cd", "User_KJ", "User_KN", "User_PS",  "Mail_AD", "Mail_FL",
+                                                    "Ext_TEL", "Post_NM", "Disp_NM", "Mail_UFL", "Mail_NM"};
   const std::vector<std::string_view> user_reads_no_name(user_reads.begin(), user_reads.end() - 1);
   auto group_args = [](std::string_view flag, bool with_busho) {
-    return std::vector<ArgSource>{C(flag),       F("Group_cd"), F("Group_nm"), F("Disp_NM"),
-                                with_busho ? F("BUSHO_CD") : C(""), F("M_LIST")};
+    return std::vector<ArgSource>{
+        C(flag), F("Group_cd"), F("Group_nm"), F("Disp_NM"), with_busho ? F("BUSHO_CD") : C(""), F("M_LIST")};
   };
   auto member_args_short = [](std::string_view flag) {
     return std::vector<ArgSource>{C(flag), F("Group_cd"), F("User_cd"), C("0"), C(""), C(""), C("")};
@@ -34,27 +43,56 @@ std::vector<RequestRoute> MakeTable() {
 
   return {
       {"001", {}, {}, "GetServerInformation", [](RequestContext& c, const Arguments&) { GetServerInformation(c); }},
-      {"002", {"S_Kbn", "S_OPT"}, {F("S_Kbn"), F("S_OPT")}, "GetAllCount"},
-      {"101", {}, {}, "GetAllGroupList"},
+      {"002",
+       {"S_Kbn", "S_OPT"},
+       {F("S_Kbn"), F("S_OPT")},
+       "GetAllCount",
+       [](RequestContext& c, const Arguments& a) { members::GetAllCount(c, a[0], a[1]); }},
+      {"101", {}, {}, "GetAllGroupList", [](RequestContext& c, const Arguments&) { org::GetAllGroupList(c); }},
       {"102",
        {"S_Col", "S_Type", "S_OPT", "S_pos", "B_pos"},
        {F("S_Col"), F("S_Type"), F("S_OPT"), I("S_pos"), I("B_pos")},
-       "GetAllUserList"},
-      {"103", {"Group_cd", "S_Col", "S_Type"}, {F("Group_cd"), F("S_Col"), F("S_Type")}, "GetSpecificGroup"},
+       "GetAllUserList",
+       [](RequestContext& c, const Arguments& a) {
+         members::GetAllUserList(c, a[0], a[1], a[2], Int16(a[3]), Int16(a[4]));
+       }},
+      {"103",
+       {"Group_cd", "S_Col", "S_Type"},
+       {F("Group_cd"), F("S_Col"), F("S_Type")},
+       "GetSpecificGroup",
+       [](RequestContext& c, const Arguments& a) { org::GetSpecificGroup(c, a[0], a[1], a[2]); }},
       {"104",
        {"Group_cd", "S_Col", "S_Type", "S_OPT"},
        {F("Group_cd"), F("S_Col"), F("S_Type"), F("S_OPT")},
-       "GetSpecificMember"},
-      {"105", {"Group_cd"}, {F("Group_cd")}, "GetGroupProperty"},
-      {"106", {"User_cd"}, {F("User_cd")}, "GetUserProperty", nullptr, /*answer_is_secret=*/true},
+       "GetSpecificMember",
+       [](RequestContext& c, const Arguments& a) { members::GetSpecificMember(c, a[0], a[1], a[2], a[3]); }},
+      {"105",
+       {"Group_cd"},
+       {F("Group_cd")},
+       "GetGroupProperty",
+       [](RequestContext& c, const Arguments& a) { org::GetGroupProperty(c, a[0]); }},
+      {"106",
+       {"User_cd"},
+       {F("User_cd")},
+       "GetUserProperty",
+       [](RequestContext& c, const Arguments& a) { members::GetUserProperty(c, a[0]); },
+       /*answer_is_secret=*/true},
       {"107",
        {"M_List"},
        {F("M_List")},
        "Create_IMailList_Combo",
        [](RequestContext& c, const Arguments& a) { accounts::Create_IMailList_Combo(c, a[0]); }},
-      {"108", {"User_cd"}, {F("User_cd")}, "GetUsersGroup"},
-      {"109", {}, {}, "GetPostMaster"},
-      {"110", {"User_cd"}, {F("User_cd")}, "GetMenuProperty"},
+      {"108",
+       {"User_cd"},
+       {F("User_cd")},
+       "GetUsersGroup",
+       [](RequestContext& c, const Arguments& a) { members::GetUsersGroup(c, a[0]); }},
+      {"109", {}, {}, "GetPostMaster", [](RequestContext& c, const Arguments&) { members::GetPostMaster(c); }},
+      {"110",
+       {"User_cd"},
+       {F("User_cd")},
+       "GetMenuProperty",
+       [](RequestContext& c, const Arguments& a) { members::GetMenuProperty(c, a[0]); }},
       {"201", {"Group_cd", "Group_nm", "Disp_NM", "M_LIST", "BUSHO_CD"}, group_args("3", true), "RegistGroup"},
       // 202 does not read BUSHO_CD: a change never moves the department code.
       {"202", {"Group_cd", "Group_nm", "Disp_NM", "M_LIST"}, group_args("2", false), "RegistGroup"},

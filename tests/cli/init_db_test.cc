@@ -50,12 +50,16 @@ TEST_P(InitDb, TwiceChangesNothingAndTheDemoIsAddedOnce) {
     auto rows = Rows(Sql() << "select count(*) from " << Table(t.name));
     ASSERT_EQ(rows.size(), 1u) << t.name;
   }
-  EXPECT_EQ(Rows(Sql() << "select USER_ID, NAME_KJ from " << Table("T_USER") << " order by USER_ID"),
-            (std::vector<std::vector<std::string>>{{"admin", "管理者"}, {"yamada", "山田 太郎"}}));
-  EXPECT_EQ(Rows(Sql() << "select SEC_CD, JOI_SEC, SEC_TREE from " << Table("T_SECTION_WORK")),
-            (std::vector<std::vector<std::string>>{{"0000", "9999", "0000"}}));
+  EXPECT_EQ(
+      Rows(Sql() << "select USER_ID from " << Table("T_USER") << " order by USER_ID"),
+      (std::vector<std::vector<std::string>>{{"admin"}, {"ito"}, {"sato"}, {"tanaka"}, {"watanabe"}, {"yamada"}}));
+  EXPECT_EQ(
+      Rows(Sql() << "select SEC_CD, JOI_SEC, SEC_TREE from " << Table("T_SECTION_WORK") << " where SEC_CD = '0000'"),
+      (std::vector<std::vector<std::string>>{{"0000", "9999", "0000"}}));
+  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECTION_WORK")),
+            (std::vector<std::vector<std::string>>{{"6"}}));
   EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECMEMBER")),
-            (std::vector<std::vector<std::string>>{{"2"}}));
+            (std::vector<std::vector<std::string>>{{"8"}}));
 }
 
 TEST_P(InitDb, ReportsAMissingOrUnknownDataSource) {

@@ -1,0 +1,101 @@
+#include "data/query_frame.h"
+
+#include "dispatch/text.h"
+
+namespace orvane::data {
+
+bool QueryFrame::Open() {
+  std::string dsn, message;
+  bool found = false;
+  ctx_.config().ComIniFileLoad("LOCAL_DB_DSN", dsn, message, found);
+  if (dsn.empty()) {
+    ctx_.Write("ERROR:READINFOFILE_SV_FOLDER");
+    return false;
+  }
+  if (Com_funDbOpen(dsn, "", "", conn_, error_) != 0) {
+    ctx_.Write("ERROR:DBOPEN");
+    return false;
+  }
+  return true;
+}
+
+bool QueryFrame::Select(const Sql& sql, Recordset& rs) {
+  if (Com_funSelect(conn_, sql, rs, error_) == 0) return true;
+  FailAndClose("ERROR:DBSELECT");
+  return false;
+}
+
+bool QueryFrame::SelectP(const Sql& sql, Recordset& rs) {
+  if (Com_funSelectP(conn_, sql, rs, error_) == 0) return true;
+  FailAndClose("ERROR:DBSELECT");
+  return false;
+}
+
+bool QueryFrame::Fetch(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values,
+                       bool& eof, std::string_view fetch_error) {
+  if (Com_funfetchData(rs, names, values, eof, error_) == 0) return true;
+  ctx_.Write(fetch_error);
+  return false;
+}
+
+bool QueryFrame::FetchRows(Recordset& rs, const std::vector<std::string>& names, const RowHandler& on_row,
+                           std::string_view fetch_error) {
+  std::vector<std::string> values;
+  for (;;) {
+    bool eof = false;
+    if (!Fetch(rs, names, values, eof, fetch_error)) return false;
+    if (eof || !on_row(values)) return true;
+  }
+}
+
+bool QueryFrame::CloseRecordset(Recordset& rs) {
+  if (Com_funRecordsetClose(rs, error_) == 0) return true;
+  FailAndClose("ERROR:RSCLOSE");
+  return false;
+}
+
+void QueryFrame::Close() {
+  if (Com_funDbClose(conn_, error_) != 0) ctx_.Write("ERROR:DBCLOSE");
+}
+
+void QueryFrame::FailAndClose(std::string_view code) {
+  ctx_.Write(code);
+  Close();
+}
+
+void AppendListRow(std::string& list, const std::vector<std::string>& values) {
+  if (!list.empty()) list += ',';
+  list += text::Join(values, ",");
+}
+
+bool RunQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names, Rows rows,
+              const RowHandler& on_row, std::string_view fetch_error) {
+  QueryFrame frame(ctx);
+  Recordset rs;
+  if (!frame.Open() || !frame.Select(sql, rs)) return false;
+  if (rows == Rows::kAll) {
+    if (!frame.FetchRows(rs, names, on_row, fetch_error)) return false;
+  } else {
+    // Deliberately no end test: an empty result hands on the empty values
+    // that the fetch leaves, so the answer keeps its shape.
+    std::vector<std::string> values;
+    bool eof = false;
+    if (!frame.Fetch(rs, names, values, eof, fetch_error)) return false;
+    on_row(values);
+  }
+  if (!frame.CloseRecordset(rs)) return false;
+  frame.Close();
+  return true;
+}
+
+void WriteListQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names,
+                    std::string_view fetch_error) {
+  std::string list;
+  auto add = [&list](const std::vector<std::string>& values) {
+    AppendListRow(list, values);
+    return true;
+  };
+  if (RunQuery(ctx, sql, names, Rows::kAll, add, fetch_error)) ctx.Write(list);
+}
+
+}  // namespace orvane::data

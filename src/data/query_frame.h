@@ -1,0 +1,91 @@
+// QueryFrame: the sequence every page query repeats, written once. Read
+// LOCAL_DB_DSN, open, select, fetch, close the recordset, close the
+// connection; each failing step writes its answer code at the moment it
+// fails, and the steps after a failure add what the system adds:
+//
+//   no LOCAL_DB_DSN    "ERROR:READINFOFILE_SV_FOLDER", stop
+//   open fails         "ERROR:DBOPEN", stop
+//   select fails       "ERROR:DBSELECT", close the connection, stop
+//   fetch fails        "ERROR:DBFETCH" (or the operation's own text), stop
+//   recordset close    "ERROR:RSCLOSE", close the connection, stop
+//   connection close   "ERROR:DBCLOSE", and the answer is still written
+//
+// "close the connection" after a failure writes "ERROR:DBCLOSE" behind the
+// first code when that close fails too. Whatever is left open when the frame
+// goes away is released by the handles without writing anything.
+//
+// Used by the read operations of org/ and members/. One frame per request
+// thread; not shared.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "data/db.h"
+#include "dispatch/request_context.h"
+
+namespace orvane::data {
+
+inline constexpr std::string_view kDbFetchError = "ERROR:DBFETCH";
+
+// One row's values in the order of the field names. Return false to stop
+// reading (the rest of the result is left unread).
+using RowHandler = std::function<bool(const std::vector<std::string>& values)>;
+
+class QueryFrame {
+ public:
+  explicit QueryFrame(RequestContext& ctx) : ctx_(ctx) {}
+
+  // Reads LOCAL_DB_DSN and opens the connection with the default login.
+  bool Open();
+  Connection& connection() { return conn_; }
+
+  // Com_funSelect / Com_funSelectP. On failure: "ERROR:DBSELECT", close.
+  bool Select(const Sql& sql, Recordset& rs);
+  bool SelectP(const Sql& sql, Recordset& rs);
+
+  // One Com_funfetchData. On failure writes `fetch_error` and returns false.
+  bool Fetch(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
+             std::string_view fetch_error = kDbFetchError);
+  // Fetches until the end of the result or until `on_row` returns false.
+  bool FetchRows(Recordset& rs, const std::vector<std::string>& names, const RowHandler& on_row,
+                 std::string_view fetch_error = kDbFetchError);
+
+  // Com_funRecordsetClose. On failure: "ERROR:RSCLOSE", close the connection.
+  bool CloseRecordset(Recordset& rs);
+  // Com_funDbClose. On failure writes "ERROR:DBCLOSE"; the caller writes its
+  // answer behind it all the same.
+  void Close();
+
+  // Writes `code`, then closes the connection ("ERROR:DBCLOSE" if that fails).
+  void FailAndClose(std::string_view code);
+
+ private:
+  RequestContext& ctx_;
+  Connection conn_;
+  std::string error_;  // the data layer's last error text, for logs
+};
+
+// Appends one row to a list answer: the values joined by ",", and a ","
+// in front unless the list is still empty. No quoting, no escaping.
+void AppendListRow(std::string& list, const std::vector<std::string>& values);
+
+// How many rows of the result a query reads.
+enum class Rows {
+  kAll,        // until the end of the result
+  kFirstOnly,  // one fetch and no end test: an empty result gives empty values
+};
+
+// The whole frame for one statement. `on_row` sees each row read; returns
+// true when the caller is to write its answer now (success, or only the
+// connection close failed), false when an error answer has been written.
+bool RunQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names, Rows rows,
+              const RowHandler& on_row, std::string_view fetch_error = kDbFetchError);
+
+// RunQuery over every row, writing the rows as a list answer.
+void WriteListQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names,
+                    std::string_view fetch_error = kDbFetchError);
+
+}  // namespace orvane::data

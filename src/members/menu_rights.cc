@@ -1,0 +1,74 @@
+#include "members/menu_rights.h"
+
+#include "data/query_frame.h"
+#include "dispatch/text.h"
+
+namespace orvane::members {
+namespace {
+
+constexpr std::string_view kFacilityNumber = "02";
+constexpr std::string_view kFacilityName = "施設予約";
+
+// Menus the rights form never shows.
+bool Hidden(std::string_view number) { return number == "00" || number == "52" || number == "53"; }
+
+// Facility reservation and its sub-menus; "11" to "18" is a text range.
+bool FacilityGroup(std::string_view number) {
+  return number == "02" || number == "20" || (number >= "11" && number <= "18");
+}
+
+bool Has(const std::string& rights, std::string_view number) {
+  return rights.find("/" + std::string(number) + "/") != std::string::npos;
+}
+
+}  // namespace
+
+data::Sql MenuPropertySql(const RequestContext& ctx, const std::string& user_id) {
+  std::vector<std::string> parts = {"'/'"};
+  for (const std::string& code : text::Split(kMenuCodeList, ",")) {
+    parts.push_back("MENU" + code);
+    parts.push_back("'/'");
+  }
+  data::Sql sql;
+  sql << "select USER_ID"
+      << "," << data::Concat(std::move(parts)) << " as MENU"
+      << " from " << data::Table(ctx.USR_MNU) << " where USER_ID = " << data::Quoted(user_id);
+  return sql;
+}
+
+MenuRights WalkMenuCatalogue(const MenuCatalogue& catalogue, const std::string& rights) {
+  MenuRights out;
+  bool facility_done = false;
+  for (const MenuEntry& menu : catalogue) {
+    if (Hidden(menu.number)) continue;
+    if (FacilityGroup(menu.number)) {
+      if (facility_done) continue;
+      facility_done = true;
+      out.numbers += "/" + std::string(kFacilityNumber);
+      out.names += "/" + std::string(kFacilityName);
+      out.granted += Has(rights, kFacilityNumber) ? "/" + std::string(kFacilityNumber) : std::string("/ZZ");
+      continue;
+    }
+    out.numbers += "/" + menu.number;
+    out.names += "/" + menu.name;
+    out.granted += Has(rights, menu.number) ? "/" + menu.number : std::string("/ZZ");
+  }
+  out.numbers += "/";
+  out.names += "/";
+  out.granted += "/";
+  return out;
+}
+
+void GetMenuProperty(RequestContext& ctx, const std::string& user_id) {
+  std::string id, rights;
+  auto keep = [&](const std::vector<std::string>& values) {
+    id = values[0];
+    rights = values[1];
+    return true;
+  };
+  if (!data::RunQuery(ctx, MenuPropertySql(ctx, user_id), {"USER_ID", "MENU"}, data::Rows::kFirstOnly, keep)) return;
+  MenuRights walk = WalkMenuCatalogue(*ctx.app().Menuinfo(), rights);
+  ctx.Write(id + "," + walk.numbers + "," + walk.names + "," + walk.granted);
+}
+
+}  // namespace orvane::members

@@ -1,0 +1,147 @@
+// The group queries (101, 103, 105) and the drawn tree read from a real
+// SQLite and PostgreSQL database.
+#include <gtest/gtest.h>
+
+#include "data/db.h"
+#include "org/sec_tree.h"
+#include "support/db_fixture.h"
+
+namespace orvane::org {
+namespace {
+
+using orvane::testing::DbTest;
+
+class GroupQueries : public DbTest {
+ protected:
+  // Into the live table and its work twin alike.
+  void AddSection(const char* code, const char* parent, const char* seq, const char* tree, const char* name,
+                  const char* upd_kbn = "3") {
+    for (const char* table : {"T_SECTION", "T_SECTION_WORK"})
+      Insert(table, {{"SEC_CD", code},
+                     {"JOI_SEC", parent},
+                     {"SEC_SEQ", seq},
+                     {"SEC_TREE", tree},
+                     {"SEC_NM", name},
+                     {"DSP_NM", std::string("d") + code},
+                     {"BUSHO_CD", std::string("B") + code},
+                     {"IMAIL_LIST", "list"},
+                     {"UPD_KBN", upd_kbn},
+                     {"UPD_YMD", "20240301"},
+                     {"UPD_HMS", "091500"}});
+  }
+  // 0000 at the top; 0001, 0002 (a comma in its name), 0003 (deleted) below
+  // it; 0011 below 0001.
+  void AddOrganisation() {
+    AddSection("0000", "9999", "001", "0000", "本社");
+    AddSection("0003", "0000", "003", "0000/0003", "開発部", "1");
+    AddSection("0011", "0001", "001", "0000/0001/0011", "東京営業所");
+    AddSection("0002", "0000", "002", "0000/0002", "総務,人事部");
+    AddSection("0001", "0000", "001", "0000/0001", "営業部");
+  }
+  void Drop(const char* table) { Exec(data::Sql() << "delete from " << data::Table(table)); }
+};
+
+TEST_P(GroupQueries, AllGroupsFirstTopThenParentsBeforeChildren) {
+  AddOrganisation();
+  const std::string tail = "0001,0000,営業部,0002,0000,総務,人事部,";
+  EXPECT_EQ(Request("ReqNo=101"), "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所");
+  EXPECT_EQ(Request("ReqNo=101&DBFlg=0"), "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所");
+  EXPECT_EQ(Request("ReqNo=101&DBFlg=1"), "0000,9999,本社," + tail + "0011,0001,東京営業所");
+
+  AddSection("0100", "9999", "002", "0100", "第二本社");
+  AddSection("0101", "0100", "001", "0100/0101", "支社");
+  EXPECT_EQ(Request("ReqNo=101&DBFlg=1"), "0000,9999,本社," + tail + "0101,0100,支社,0011,0001,東京営業所");
+
+  Exec(data::Sql() << "delete from " << data::Table("T_SECTION") << " where JOI_SEC = '9999'");
+  EXPECT_EQ(Request("ReqNo=101"), ",,," + tail + "0003,0000,開発部,0101,0100,支社,0011,0001,東京営業所");
+  Drop("T_SECTION");
+  EXPECT_EQ(Request("ReqNo=101"), ",,");
+}
+
+TEST_P(GroupQueries, ChildrenOfOneGroupAndTheNameSortTheDatabaseRefuses) {
+  AddOrganisation();
+  const std::string all = "0001,0000,営業部,0002,0000,総務,人事部,0003,0000,開発部";
+  struct Case {
+    const char* query;
+    std::string answer;
+  } cases[] = {
+      {"Group_cd=0000", all},
+      {"Group_cd=0000&S_Col=id&S_Type=1", all},
+      {"Group_cd=0000&DBFlg=1", "0001,0000,営業部,0002,0000,総務,人事部"},
+      {"Group_cd=0001", "0011,0001,東京営業所"},
+      {"Group_cd=0011", ""},
+      {"Group_cd=0000&S_Col=name&S_Type=1", "ERROR:DBSELECT"},
+      {"Group_cd=0000&S_Col=NAME&S_Type=0", "ERROR:DBSELECT"},
+      {"Group_cd=0000&S_Col=Name", "ERROR:DBSELECT"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=103&") + c.query), c.answer) << c.query;
+}
+
+TEST_P(GroupQueries, PropertiesOfOneGroup) {
+  AddOrganisation();
+  struct Case {
+    const char* query;
+    const char* answer;
+  } cases[] = {
+      {"Group_cd=0002", "0002,総務,人事部,d0002,B0002,002,list,20240301,091500"},
+      {"Group_cd=0003&DBFlg=1", "0003,開発部,d0003,B0003,003,list,20240301,091500"},  // deleted, still read
+      {"Group_cd=9999", ",,,,,,,"},
+      {"Group_cd=0000'", ",,,,,,,"},  // the quote is a value, not SQL
+  };
+  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=105&") + c.query), c.answer) << c.query;
+}
+
+TEST_P(GroupQueries, ConfigurationAndConnectionFailures) {
+  WriteConfig("LOCAL_DB_DSN=\n");
+  for (const char* query : {"ReqNo=101", "ReqNo=103&Group_cd=0000", "ReqNo=105&Group_cd=0000"})
+    EXPECT_EQ(Request(query), "ERROR:READINFOFILE_SV_FOLDER") << query;
+  WriteConfig("LOCAL_DB_DSN=no_such_source\n");
+  for (const char* query : {"ReqNo=101", "ReqNo=103&Group_cd=0000", "ReqNo=105&Group_cd=0000"})
+    EXPECT_EQ(Request(query), "ERROR:DBOPEN") << query;
+}
+
+TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
+  AddOrganisation();
+  AddSection("0009", "0099", "001", "0099/0009", "親なし");
+  data::Connection conn;
+  std::string error;
+  ASSERT_EQ(data::Com_funDbOpen(Dsn(), "", "", conn, error), 0) << error;
+  Array2D hier;
+  ASSERT_EQ(Com_funGet_sec_info(conn, "T_SECTION", hier, error), 0) << error;
+  ASSERT_EQ(ColumnCount(hier), 12u);
+  const std::vector<std::string> codes = {"0000", "0001", "0011", "0002", "0003", ""};
+  const std::vector<std::string> flags = {"1", "1", "0", "0", "0", ""};
+  const std::vector<std::string> prefixes = {"└", "　\x1C├", "　\x1C｜\x1C└", "　\x1C├", "　\x1C└", ""};
+  EXPECT_EQ(hier[0], codes);
+  EXPECT_EQ(hier[kHasChildrenColumn], flags);
+  EXPECT_EQ(hier[kPrefixColumn], prefixes);
+  EXPECT_EQ(hier[1][3], "総務,人事部");
+  EXPECT_EQ(hier[6][4], "1");
+
+  // A section reached twice is drawn twice until the array is full.
+  Drop("T_SECTION_WORK");
+  Insert("T_SECTION_WORK", {{"SEC_CD", "A1"}, {"JOI_SEC", "9999"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1"}});
+  Insert("T_SECTION_WORK", {{"SEC_CD", "a1"}, {"JOI_SEC", "A1"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1/a1"}});
+  Insert("T_SECTION_WORK", {{"SEC_CD", "z"}, {"JOI_SEC", "a1"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1/a1/z"}});
+  EXPECT_EQ(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier, error), 1);
+  const std::string level = "グループ情報の取得に失敗しました。Com_funGet_sec_hierarchical\r\n";
+  EXPECT_EQ(error, level + level + level +
+                       "Com_funGet_sec_hierarchical\r\nsection a1 is reached a second time at row 3 of 3"
+                       "Com_funGet_sec_info\r\n");
+  EXPECT_EQ(hier[0], (std::vector<std::string>{"A1", "a1", "a1"}));
+  EXPECT_EQ(hier[5], (std::vector<std::string>{"A1", "A1/a1", "A1/a1"}));
+
+  Exec(data::Sql() << "drop table " << data::Table("T_SECTION_WORK"));
+  EXPECT_EQ(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier, error), 1);
+  EXPECT_EQ(error.rfind("[Com_funSelect]エラー番号 ", 0), 0u) << error;
+  const std::string tail =
+      "<BR><BR>SQL : SELECT sec_cd,sec_nm,dsp_nm,joi_sec,sec_seq,sec_tree,upd_kbn,upd_ymd,upd_hms,upd_usr FROM "
+      "T_SECTION_WORK ORDER BY joi_sec,sec_seqCom_funGet_sec_info\r\n";
+  ASSERT_GT(error.size(), tail.size());
+  EXPECT_EQ(error.substr(error.size() - tail.size()), tail);
+}
+
+ORVANE_DB_TEST_SUITE(GroupQueries);
+
+}  // namespace
+}  // namespace orvane::org
