@@ -95,13 +95,8 @@ short funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string_
                        std::string_view userID, std::string_view alias, std::string_view aliasFlag,
                        std::string_view oldAlias, std::string_view oldAliasFlag, std::string& errorText) {
   short status = -1;
-  std::string server, message;
-  bool found = false;
-  ctx.config().ComIniFileLoad("ML_SERVER", server, message, found);
-  if (!found) {
-    ctx.Write("ERROR:READINFOFILE_SV_FOLDER");
-    return status;
-  }
+  std::string server;
+  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return status;
   bool in_use = text::Trim(aliasFlag) == "1";
   if (in_use && CheckAlias(ctx, conn, userID, alias, errorText) != 0) return status;
 

@@ -31,19 +31,5 @@ bool IsTruthValue(std::string_view value) {
   return ParseWhole(v, number) && number != 0;
 }
 
-bool ReadRequiredKeys(RequestContext& ctx, std::initializer_list<RequiredKey> keys, std::vector<std::string>& values) {
-  values.clear();
-  for (const RequiredKey& k : keys) {
-    std::string value, message;
-    bool found = false;
-    ctx.config().ComIniFileLoad(k.key, value, message, found);
-    if (!found) {
-      ctx.Write(k.error);
-      return false;
-    }
-    values.push_back(std::move(value));
-  }
-  return true;
-}
 
 }  // namespace orvane::accounts

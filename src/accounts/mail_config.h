@@ -10,6 +10,7 @@
 
 #include "dispatch/config.h"
 #include "dispatch/request_context.h"
+#include "dispatch/required_keys.h"
 
 namespace orvane::accounts {
 
@@ -28,13 +29,5 @@ bool ToolsRunLocally(const ConfigFile& config);
 // regard to case or a non-zero whole number means direct file access.
 bool IsTruthValue(std::string_view value);
 
-struct RequiredKey {
-  std::string_view key;
-  std::string_view error;  // written to the response when the key fails
-};
-
-// Reads `keys` in order into `values`. The first key that is missing or
-// empty writes its error code to the response and stops: false.
-bool ReadRequiredKeys(RequestContext& ctx, std::initializer_list<RequiredKey> keys, std::vector<std::string>& values);
 
 }  // namespace orvane::accounts

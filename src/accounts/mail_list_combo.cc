@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "accounts/mail_lists.h"
-#include "data/db.h"
+#include "data/query_frame.h"
 #include "dispatch/text.h"
 
 namespace orvane::accounts {
@@ -22,21 +22,20 @@ std::string CleanListName(const std::string& name) {
 // The lists given to sections, scanned in SEC_CD order as the original
 // table returned them: every IMAIL_LIST followed by ",", split again, and
 // the scan ends at the first empty item (a section holding an empty list).
-// Returns the answer code of a failure, or "".
-std::string ListsInUse(RequestContext& ctx, data::Connection& conn, std::vector<std::string>& used) {
+// Database failures answer "ERROR:DBSELECT" (fetch included) or
+// "ERROR:RSCLOSE"; false then.
+bool ListsInUse(RequestContext& ctx, data::QueryFrame& frame, std::vector<std::string>& used) {
   data::Sql sql;
   sql << "select SEC_CD ,IMAIL_LIST from " << data::Table(ctx.SEC_MST) << " where IMAIL_LIST IS NOT NULL";
-  std::string error;
   data::Recordset rs;
-  if (data::Com_funSelect(conn, sql, rs, error) != 0) return "ERROR:DBSELECT";
   std::vector<std::pair<std::string, std::string>> rows;
-  for (std::vector<std::string> row;;) {
-    bool eof = false;
-    if (data::Com_funfetchData(rs, {"SEC_CD", "IMAIL_LIST"}, row, eof, error) != 0) return "ERROR:DBSELECT";
-    if (eof) break;
-    rows.emplace_back(row[0], row[1]);
-  }
-  if (data::Com_funRecordsetClose(rs, error) != 0) return "ERROR:RSCLOSE";
+  auto keep = [&rows](const std::vector<std::string>& v) {
+    rows.emplace_back(v[0], v[1]);
+    return true;
+  };
+  if (!frame.Select(sql, rs) || !frame.FetchRows(rs, {"SEC_CD", "IMAIL_LIST"}, keep, "ERROR:DBSELECT") ||
+      !frame.CloseRecordset(rs))
+    return false;
   std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   std::string joined;
   for (const auto& r : rows) joined += r.second + ",";
@@ -44,35 +43,18 @@ std::string ListsInUse(RequestContext& ctx, data::Connection& conn, std::vector<
     if (item.empty()) break;
     used.push_back(std::move(item));
   }
-  return {};
+  return true;
 }
 
 }  // namespace
 
 void Create_IMailList_Combo(RequestContext& ctx, std::string_view M_List) {
-  std::string dsn, message, error;
-  bool found = false;
-  ctx.config().ComIniFileLoad("LOCAL_DB_DSN", dsn, message, found);
-  if (!found) {
-    ctx.Write("ERROR:READINFOFILE_SV_FOLDER");
-    return;
-  }
-  data::Connection conn;
-  if (data::Com_funDbOpen(dsn, "", "", conn, error) != 0) {
-    ctx.Write("ERROR:DBOPEN");
-    return;
-  }
+  data::QueryFrame frame(ctx);
+  if (!frame.Open()) return;
   std::string lists;
   funMailListGet(ctx, lists);
   std::vector<std::string> used;
-  if (std::string code = ListsInUse(ctx, conn, used); !code.empty()) {
-    ctx.Write(code);
-    return;
-  }
-  if (data::Com_funDbClose(conn, error) != 0) {
-    ctx.Write("ERROR:DBCLOSE");
-    return;
-  }
+  if (!ListsInUse(ctx, frame, used) || !frame.Close()) return;
   std::string own = text::Trim(M_List);
   std::vector<std::string> kept;
   for (const std::string& raw : text::Split(lists, text::kCrLf)) {

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "accounts/mail_list_members.h"
+#include "dispatch/required_keys.h"
 #include "dispatch/text.h"
 
 namespace orvane::accounts {
@@ -10,13 +11,8 @@ namespace orvane::accounts {
 short funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_view sectionCode, std::string_view userID,
                      std::string& errorText) {
   short status = -1;
-  std::string server, message;
-  bool found = false;
-  ctx.config().ComIniFileLoad("ML_SERVER", server, message, found);
-  if (!found) {
-    ctx.Write("ERROR:READINFOFILE_SV_FOLDER");
-    return status;
-  }
+  std::string server;
+  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return status;
   auto failed = [&](const std::string& error) {
     errorText = "funDelMailList" + std::string(text::kCrLf) + error;
     return status;

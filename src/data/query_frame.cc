@@ -1,17 +1,13 @@
 #include "data/query_frame.h"
 
+#include "dispatch/required_keys.h"
 #include "dispatch/text.h"
 
 namespace orvane::data {
 
 bool QueryFrame::Open() {
-  std::string dsn, message;
-  bool found = false;
-  ctx_.config().ComIniFileLoad("LOCAL_DB_DSN", dsn, message, found);
-  if (dsn.empty()) {
-    ctx_.Write("ERROR:READINFOFILE_SV_FOLDER");
-    return false;
-  }
+  std::string dsn;
+  if (!ReadRequiredKey(ctx_, "LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER", dsn)) return false;
   if (Com_funDbOpen(dsn, "", "", conn_, error_) != 0) {
     ctx_.Write("ERROR:DBOPEN");
     return false;
@@ -54,8 +50,10 @@ bool QueryFrame::CloseRecordset(Recordset& rs) {
   return false;
 }
 
-void QueryFrame::Close() {
-  if (Com_funDbClose(conn_, error_) != 0) ctx_.Write("ERROR:DBCLOSE");
+bool QueryFrame::Close() {
+  if (Com_funDbClose(conn_, error_) == 0) return true;
+  ctx_.Write("ERROR:DBCLOSE");
+  return false;
 }
 
 void QueryFrame::FailAndClose(std::string_view code) {

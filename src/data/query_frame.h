@@ -14,7 +14,7 @@
 // first code when that close fails too. Whatever is left open when the frame
 // goes away is released by the handles without writing anything.
 //
-// Used by the read operations of org/ and members/. One frame per request
+// Used by the read operations of org/, members/ and the list choice of accounts/. One frame per request
 // thread; not shared.
 #pragma once
 
@@ -55,9 +55,9 @@ class QueryFrame {
 
   // Com_funRecordsetClose. On failure: "ERROR:RSCLOSE", close the connection.
   bool CloseRecordset(Recordset& rs);
-  // Com_funDbClose. On failure writes "ERROR:DBCLOSE"; the caller writes its
-  // answer behind it all the same.
-  void Close();
+  // Com_funDbClose. On failure writes "ERROR:DBCLOSE" and returns false;
+  // the page queries write their answer behind it all the same.
+  bool Close();
 
   // Writes `code`, then closes the connection ("ERROR:DBCLOSE" if that fails).
   void FailAndClose(std::string_view code);
