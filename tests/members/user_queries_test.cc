@@ -2,6 +2,7 @@
 // 102, 106, 109) on a real SQLite and PostgreSQL database.
 #include <gtest/gtest.h>
 
+#include "dispatch/text.h"
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
 
@@ -33,16 +34,13 @@ class UserQueries : public DbTest {
                         {"UPD_KBN", u.kbn},
                         {"PASSWORD", std::string("pw-") + u.id}});
   }
-  // The user ids of a 102 answer: every sixth field from the second.
-  std::string Ids(const std::string& answer) {
-    std::string ids;
-    size_t field = 0, start = 0;
-    for (size_t i = 0; i <= answer.size(); ++i) {
-      if (i < answer.size() && answer[i] != ',') continue;
-      if (field++ % 6 == 1) ids += (ids.empty() ? "" : " ") + answer.substr(start, i - start);
-      start = i + 1;
-    }
-    return ids;
+  // The user ids of a 102 answer (every sixth field from the second), or
+  // the answer itself when it is an error.
+  static std::string Ids(const std::string& answer) {
+    if (answer.starts_with("ERROR:")) return answer;
+    std::vector<std::string> fields = text::Split(answer, ","), ids;
+    for (size_t i = 1; i < fields.size(); i += 6) ids.push_back(fields[i]);
+    return text::Join(ids, " ");
   }
 };
 
@@ -52,83 +50,52 @@ TEST_P(UserQueries, CountsByKanaRow) {
     const char* query;
     const char* answer;
   } cases[] = {
-      {"S_Kbn=U&S_OPT=0", "1"},
-      {"S_Kbn=u&S_OPT=1", "1"},
-      {"S_Kbn=U&S_OPT=2", "1"},
-      {"S_Kbn=U&S_OPT=9", "2"},
-      {"S_Kbn=U&S_OPT=10", "7"},
-      {"S_Kbn=U&S_OPT=A", "7"},
-      {"S_Kbn=U", "7"},
-      {"S_Kbn=U&S_OPT=5", "0"},
-      {"S_Kbn=G", "ERROR:DBSELECT"},
-      {"S_Kbn=M&S_OPT=0", "ERROR:DBSELECT"},
-      {"S_Kbn=", "ERROR:DBSELECT"},
+      {"S_Kbn=u&S_OPT=0", "1"}, {"S_Kbn=U&S_OPT=2", "1"},  // the deleted row counts
+      {"S_Kbn=U&S_OPT=9", "2"}, {"S_Kbn=U&S_OPT=10", "7"},     {"S_Kbn=U&S_OPT=A", "7"},     {"S_Kbn=U", "7"},
+      {"S_Kbn=U&S_OPT=5", "0"}, {"S_Kbn=G", "ERROR:DBSELECT"}, {"S_Kbn=", "ERROR:DBSELECT"},
   };
   for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=002&") + c.query), c.answer) << c.query;
 }
 
-TEST_P(UserQueries, ListRowsSortsAndKanaRows) {
+TEST_P(UserQueries, ListSortsAndPages) {
   AddUsers();
   EXPECT_EQ(Request("ReqNo=102&S_Col=id&S_OPT=9&S_pos=1&B_pos=10"), "渡辺,u03,主任,5,a@x,2,遠藤,u04,,2,d@x,3");
   struct Case {
     const char* query;
-    const char* ids;
+    const char* ids;  // or the whole answer when it is an error
   } cases[] = {
-      {"S_Col=id&S_Type=0", "u01 u02 u03 u04 u05 u06 u07"},
-      {"S_Col=ID&S_Type=1", "u07 u06 u05 u04 u03 u02 u01"},
-      {"S_Col=name", "u05 u02 u07 u06 u03 u01 u04"},
-      {"S_Col=name&S_Type=1", "u04 u01 u03 u06 u07 u02 u05"},
-      {"S_Col=post&S_OPT=", "u04 u03 u05 u07 u01 u02 u06"},
-      {"S_Col=mail", "u02 u04 u01 u05 u03 u06 u07"},  // "mail" orders by DSP_NM
-      {"S_Col=mail&S_Type=1", "u07 u06 u03 u05 u01 u04 u02"},
-      {"S_Col=term", "u03 u05 u01 u04 u02 u06 u07"},  // "term" orders by MAIL
-      {"S_Col=term&S_Type=1", "u07 u06 u02 u04 u01 u05 u03"},
-      {"S_Col=id&S_OPT=0", "u01"},
-      {"S_Col=id&S_OPT=9", "u03 u04"},
-      {"S_Col=id&S_OPT=A", "u01 u02 u03 u04 u05 u06 u07"},
+      {"S_Col=id&S_Type=0&S_pos=1&B_pos=20", "u01 u02 u03 u04 u05 u06 u07"},
+      {"S_Col=ID&S_Type=1&S_pos=1&B_pos=20", "u07 u06 u05 u04 u03 u02 u01"},
+      {"S_Col=name&S_pos=1&B_pos=20", "u05 u02 u07 u06 u03 u01 u04"},
+      {"S_Col=name&S_Type=1&S_pos=1&B_pos=20", "u04 u01 u03 u06 u07 u02 u05"},
+      {"S_Col=post&S_OPT=&S_pos=1&B_pos=20", "u04 u03 u05 u07 u01 u02 u06"},
+      {"S_Col=mail&S_pos=1&B_pos=20", "u02 u04 u01 u05 u03 u06 u07"},  // "mail" orders by DSP_NM
+      {"S_Col=mail&S_Type=1&S_pos=1&B_pos=20", "u07 u06 u03 u05 u01 u04 u02"},
+      {"S_Col=term&S_pos=1&B_pos=20", "u03 u05 u01 u04 u02 u06 u07"},  // "term" orders by MAIL
+      {"S_Col=term&S_Type=1&S_pos=1&B_pos=20", "u07 u06 u02 u04 u01 u05 u03"},
+      {"S_Col=id&S_pos=1&B_pos=3", "u01 u02 u03"},
+      {"S_Col=id&S_pos=4&B_pos=2", "u04 u05"},
+      {"S_Col=id&S_pos=6&B_pos=5", "u06 u07"},
+      {"S_Col=id&S_pos=7&B_pos=1", "u07"},
+      {"S_Col=id&S_pos=3&B_pos=0", "u03"},  // at least one row
+      {"S_Col=id&S_pos=3&B_pos=-4", "u03"},
+      {"S_Col=id&S_pos=8&B_pos=5", "ERROR:ABSOLUTEPOS"},
+      {"S_Col=id&S_pos=0&B_pos=5", "ERROR:ABSOLUTEPOS"},
+      {"S_Col=id&S_OPT=5&S_pos=1&B_pos=5", "ERROR:ABSOLUTEPOS"},  // empty result
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(Ids(Request(std::string("ReqNo=102&S_pos=1&B_pos=20&") + c.query)), c.ids) << c.query;
-}
-
-TEST_P(UserQueries, PagingThroughThePositionableResult) {
-  AddUsers();
-  struct Case {
-    const char* page;
-    const char* answer;  // user ids, or the whole answer when it is an error
-  } cases[] = {
-      {"S_pos=1&B_pos=3", "u01 u02 u03"},
-      {"S_pos=4&B_pos=2", "u04 u05"},
-      {"S_pos=6&B_pos=5", "u06 u07"},
-      {"S_pos=7&B_pos=1", "u07"},
-      {"S_pos=3&B_pos=0", "u03"},
-      {"S_pos=3&B_pos=-4", "u03"},
-      {"S_pos=8&B_pos=5", "ERROR:ABSOLUTEPOS"},
-      {"S_pos=0&B_pos=5", "ERROR:ABSOLUTEPOS"},
-      {"S_pos=-1&B_pos=5", "ERROR:ABSOLUTEPOS"},
-  };
-  for (const Case& c : cases) {
-    std::string answer = Request(std::string("ReqNo=102&S_Col=id&") + c.page);
-    EXPECT_EQ(answer.rfind("ERROR:", 0) == 0 ? answer : Ids(answer), c.answer) << c.page;
-  }
-  EXPECT_EQ(Request("ReqNo=102&S_Col=id&S_OPT=5&S_pos=1&B_pos=5"), "ERROR:ABSOLUTEPOS");  // empty result
+  for (const Case& c : cases) EXPECT_EQ(Ids(Request(std::string("ReqNo=102&") + c.query)), c.ids) << c.query;
 }
 
 TEST_P(UserQueries, UserPropertiesAndPosts) {
   AddUsers();
-  Insert("T_USER", {{"USER_ID", "u08"},
-                    {"NAME_KJ", "小林"},
-                    {"NAME_KN", "コバヤシ"},
-                    {"PASSWORD", "secret"},
-                    {"MAIL", "kobayashi"},
-                    {"IMAIL_FLG", "1"},
-                    {"EXT_TEL", "1234"},
-                    {"POST_NM", "部長"},
-                    {"DSP_NM", "10"},
-                    {"MAIL_USE_FLG", "1"},
-                    {"UPD_KBN", "2"},
-                    {"MAIL_NM", "Kobayashi"}});
-  EXPECT_EQ(Request("ReqNo=106&User_cd=u08"), "u08,小林,コバヤシ,secret,kobayashi,1,1234,部長,10,1,2,Kobayashi");
+  // Every column filled, in the answer's order.
+  const char* columns[] = {"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD",     "MAIL",    "IMAIL_FLG",
+                           "EXT_TEL", "POST_NM", "DSP_NM",  "MAIL_USE_FLG", "UPD_KBN", "MAIL_NM"};
+  const std::string u08 = "u08,小林,コバヤシ,secret,kobayashi,1,1234,部長,10,1,2,Kobayashi";
+  orvane::testing::Row row;
+  for (const std::string& value : text::Split(u08, ",")) row.emplace_back(columns[row.size()], value);
+  Insert("T_USER", row);
+  EXPECT_EQ(Request("ReqNo=106&User_cd=u08"), u08);
   EXPECT_EQ(Request("ReqNo=106&User_cd=nobody"), ",,,,,,,,,,,");
   EXPECT_EQ(Request("ReqNo=106&User_cd=u08&DBFlg=1"), ",,,,,,,,,,,");  // not in the work table
 

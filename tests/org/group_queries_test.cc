@@ -72,7 +72,6 @@ TEST_P(GroupQueries, ChildrenOfOneGroupAndTheNameSortTheDatabaseRefuses) {
       {"Group_cd=0011", ""},
       {"Group_cd=0000&S_Col=name&S_Type=1", "ERROR:DBSELECT"},
       {"Group_cd=0000&S_Col=NAME&S_Type=0", "ERROR:DBSELECT"},
-      {"Group_cd=0000&S_Col=Name", "ERROR:DBSELECT"},
   };
   for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=103&") + c.query), c.answer) << c.query;
 }
@@ -92,12 +91,12 @@ TEST_P(GroupQueries, PropertiesOfOneGroup) {
 }
 
 TEST_P(GroupQueries, ConfigurationAndConnectionFailures) {
-  WriteConfig("LOCAL_DB_DSN=\n");
-  for (const char* query : {"ReqNo=101", "ReqNo=103&Group_cd=0000", "ReqNo=105&Group_cd=0000"})
-    EXPECT_EQ(Request(query), "ERROR:READINFOFILE_SV_FOLDER") << query;
-  WriteConfig("LOCAL_DB_DSN=no_such_source\n");
-  for (const char* query : {"ReqNo=101", "ReqNo=103&Group_cd=0000", "ReqNo=105&Group_cd=0000"})
-    EXPECT_EQ(Request(query), "ERROR:DBOPEN") << query;
+  for (auto [config, answer] : {std::pair{"LOCAL_DB_DSN=\n", "ERROR:READINFOFILE_SV_FOLDER"},
+                                {"LOCAL_DB_DSN=no_such_source\n", "ERROR:DBOPEN"}}) {
+    WriteConfig(config);
+    for (const char* query : {"ReqNo=101", "ReqNo=103&Group_cd=0000", "ReqNo=105&Group_cd=0000"})
+      EXPECT_EQ(Request(query), answer) << query;
+  }
 }
 
 TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
@@ -133,12 +132,11 @@ TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
 
   Exec(data::Sql() << "drop table " << data::Table("T_SECTION_WORK"));
   EXPECT_EQ(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier, error), 1);
-  EXPECT_EQ(error.rfind("[Com_funSelect]エラー番号 ", 0), 0u) << error;
-  const std::string tail =
+  EXPECT_TRUE(error.starts_with("[Com_funSelect]エラー番号 ")) << error;
+  EXPECT_TRUE(error.ends_with(
       "<BR><BR>SQL : SELECT sec_cd,sec_nm,dsp_nm,joi_sec,sec_seq,sec_tree,upd_kbn,upd_ymd,upd_hms,upd_usr FROM "
-      "T_SECTION_WORK ORDER BY joi_sec,sec_seqCom_funGet_sec_info\r\n";
-  ASSERT_GT(error.size(), tail.size());
-  EXPECT_EQ(error.substr(error.size() - tail.size()), tail);
+      "T_SECTION_WORK ORDER BY joi_sec,sec_seqCom_funGet_sec_info\r\n"))
+      << error;
 }
 
 ORVANE_DB_TEST_SUITE(GroupQueries);
