@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 namespace orvane::testing {
 namespace fs = std::filesystem;
@@ -78,8 +79,8 @@ void ExeProxyPeer::SetFolistReply(std::string reply) {
 
 std::vector<std::string> ExeProxyPeer::Transcripts() {
   std::unique_lock<std::mutex> lock(mu_);
-  cv_.wait_for(lock, std::chrono::seconds(10), [this] { return open_connections_ == 0; });
-  return transcripts_;
+  bool closed = cv_.wait_for(lock, std::chrono::seconds(10), [this] { return open_connections_ == 0; });
+  return closed ? std::exchange(transcripts_, {}) : transcripts_;  // an open connection still appends
 }
 
 void ExeProxyPeer::AcceptLoop() {

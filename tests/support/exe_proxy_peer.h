@@ -43,9 +43,9 @@ class ExeProxyPeer {
   // Answers every FOLIST with this line instead of looking at the folder.
   void SetFolistReply(std::string reply);
 
-  // The bytes received on each connection, in order of acceptance. Waits
-  // (up to 10 s) until the client has closed every connection, so the last
-  // line sent before a close is there.
+  // The bytes received on each connection since the last call, in order of
+  // acceptance. Waits (up to 10 s) until the client has closed every
+  // connection, so the last line sent before a close is there.
   std::vector<std::string> Transcripts();
 
  private:
