@@ -9,6 +9,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <utility>
 
@@ -27,12 +28,6 @@ void SendAll(int fd, const std::string& bytes) {
 }
 
 bool StartsWith(const std::string& s, const std::string& p) { return s.compare(0, p.size(), p) == 0; }
-
-std::string Upper(std::string s) {
-  for (char& c : s)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return s;
-}
 
 }  // namespace
 
@@ -70,11 +65,6 @@ void ExeProxyPeer::SetBehaviour(Behaviour b) {
 void ExeProxyPeer::QueueSpexeReplies(std::vector<std::string> replies) {
   std::lock_guard<std::mutex> lock(mu_);
   for (std::string& r : replies) spexe_replies_.push_back(std::move(r));
-}
-
-void ExeProxyPeer::SetFolistReply(std::string reply) {
-  std::lock_guard<std::mutex> lock(mu_);
-  folist_reply_ = std::move(reply);
 }
 
 std::vector<std::string> ExeProxyPeer::Transcripts() {
@@ -145,7 +135,7 @@ void ExeProxyPeer::Serve(int fd, size_t index) {
 }
 
 std::string ExeProxyPeer::Local(const std::string& remote) const {
-  if (!StartsWith(Upper(remote), Upper(prefix_))) return {};
+  if (!StartsWith(remote, prefix_)) return {};
   std::string rest = remote.substr(prefix_.size());
   std::replace(rest.begin(), rest.end(), '\\', '/');
   return root_ + "/" + rest;
@@ -162,10 +152,6 @@ std::string ExeProxyPeer::Answer(const std::string& line) {
     return reply + "\r\n";
   }
   if (StartsWith(line, "FOLIST ")) {
-    {
-      std::lock_guard<std::mutex> lock(mu_);
-      if (folist_reply_) return *folist_reply_ + "\r\n";
-    }
     std::string remote = line.substr(7), reply;
     std::error_code ec;
     if (remote.size() >= 2 && remote.compare(remote.size() - 2, 2, "\\*") == 0) {
