@@ -47,14 +47,10 @@ TEST(AdmMailMemberProxy, SendsEachModesCommandLineAndJudgesTheReply) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.reply);
     MailEnv env;
-    std::optional<ExeProxyPeer> peer(std::in_place, env.dir().path(), "D:\\IMail\\");
+    std::optional<ExeProxyPeer> peer(std::in_place, env.dir().path(), "D:\\IMail\\", c.peer.value_or(B::kServe));
     env.Ini("ML_ISLOCAL=False\nML_SERVERIP=127.0.0.1\nML_EXEPROXY_PORT=" + peer->Port() + "\nML_EXEPROXY_TIMEOUT=1\n");
-    if (c.peer) {
-      peer->SetBehaviour(*c.peer);
-      peer->QueueSpexeReplies({c.scripted});
-    } else {
-      peer.reset();
-    }
+    peer->QueueSpexeReplies({c.scripted});
+    if (!c.peer) peer.reset();
     std::string reply = "before";
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(funAdmMailMember(env.Context(), c.mode, "D:\\IMail\\", kUser, reply), c.status);

@@ -18,20 +18,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void SendAll(int fd, const std::string& bytes) {
-  size_t sent = 0;
-  while (sent < bytes.size()) {
-    ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (n <= 0) return;
-    sent += static_cast<size_t>(n);
-  }
-}
+// The replies are small: one send on loopback takes them whole.
+void Send(int fd, const std::string& bytes) { ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
 
 bool StartsWith(const std::string& s, const std::string& p) { return s.compare(0, p.size(), p) == 0; }
 
 }  // namespace
 
-ExeProxyPeer::ExeProxyPeer(std::string root, std::string prefix) : root_(std::move(root)), prefix_(std::move(prefix)) {
+ExeProxyPeer::ExeProxyPeer(std::string root, std::string prefix, Behaviour behaviour)
+    : root_(std::move(root)), prefix_(std::move(prefix)), behaviour_(behaviour) {
   listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
@@ -55,11 +50,6 @@ ExeProxyPeer::~ExeProxyPeer() {
   accept_thread_.join();
   ::close(listen_fd_);
   for (std::thread& t : threads_) t.join();  // no new threads once accepting stopped
-}
-
-void ExeProxyPeer::SetBehaviour(Behaviour b) {
-  std::lock_guard<std::mutex> lock(mu_);
-  behaviour_ = b;
 }
 
 void ExeProxyPeer::QueueSpexeReplies(std::vector<std::string> replies) {
@@ -93,15 +83,10 @@ void ExeProxyPeer::AcceptLoop() {
 }
 
 void ExeProxyPeer::Serve(int fd, size_t index) {
-  Behaviour behaviour;
-  {
-    std::lock_guard<std::mutex> lock(mu_);
-    behaviour = behaviour_;
-  }
   std::string pending;
   std::optional<std::string> fwrite_body;  // collecting an FWRITE up to its "[EOF]" line
   char chunk[4096];
-  while (behaviour != Behaviour::kCloseOnConnect) {
+  while (behaviour_ != Behaviour::kCloseOnConnect) {
     ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
     if (n <= 0) break;
     {
@@ -109,13 +94,13 @@ void ExeProxyPeer::Serve(int fd, size_t index) {
       transcripts_[index].append(chunk, static_cast<size_t>(n));
     }
     pending.append(chunk, static_cast<size_t>(n));
-    if (behaviour == Behaviour::kSilent) continue;
+    if (behaviour_ == Behaviour::kSilent) continue;
     for (size_t end; (end = pending.find("\r\n")) != std::string::npos;) {
       std::string line = pending.substr(0, end);
       pending.erase(0, end + 2);
       if (fwrite_body) {
         if (line == "[EOF]") {
-          SendAll(fd, Fwrite(*fwrite_body));
+          Send(fd, Fwrite(*fwrite_body));
           fwrite_body.reset();
         } else {
           *fwrite_body += line + "\r\n";
@@ -123,7 +108,7 @@ void ExeProxyPeer::Serve(int fd, size_t index) {
       } else if (StartsWith(line, "FWRITE ")) {
         fwrite_body = line.substr(7) + "\r\n";
       } else {
-        SendAll(fd, Answer(line));
+        Send(fd, Answer(line));
       }
     }
   }

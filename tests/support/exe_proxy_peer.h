@@ -25,14 +25,13 @@ class ExeProxyPeer {
     kSilent,          // accept and read, never answer
   };
 
-  ExeProxyPeer(std::string root, std::string prefix);
+  ExeProxyPeer(std::string root, std::string prefix, Behaviour behaviour = Behaviour::kServe);
   ~ExeProxyPeer();
   ExeProxyPeer(const ExeProxyPeer&) = delete;
   ExeProxyPeer& operator=(const ExeProxyPeer&) = delete;
 
   std::string Port() const { return std::to_string(port_); }
 
-  void SetBehaviour(Behaviour b);
   // Replies to the next SPEXE lines, in order; "OK:" once they run out.
   void QueueSpexeReplies(std::vector<std::string> replies);
 
@@ -48,20 +47,20 @@ class ExeProxyPeer {
   std::string Fwrite(const std::string& body);
   std::string Local(const std::string& remote) const;
 
-  std::string root_, prefix_;
+  const std::string root_, prefix_;
+  const Behaviour behaviour_;
   int listen_fd_ = -1;
   int port_ = -1;
   std::thread accept_thread_;
 
   std::mutex mu_;
   std::condition_variable cv_;
-  Behaviour behaviour_ = Behaviour::kServe;  // guarded by mu_
-  std::deque<std::string> spexe_replies_;    // guarded by mu_
-  std::vector<std::string> transcripts_;     // guarded by mu_
-  std::vector<int> open_fds_;                // guarded by mu_
-  std::vector<std::thread> threads_;         // guarded by mu_
-  size_t open_connections_ = 0;              // guarded by mu_
-  bool stopping_ = false;                    // guarded by mu_
+  std::deque<std::string> spexe_replies_;  // guarded by mu_
+  std::vector<std::string> transcripts_;   // guarded by mu_
+  std::vector<int> open_fds_;              // guarded by mu_
+  std::vector<std::thread> threads_;       // guarded by mu_
+  size_t open_connections_ = 0;            // guarded by mu_
+  bool stopping_ = false;                  // guarded by mu_
 };
 
 }  // namespace orvane::testing
