@@ -17,10 +17,13 @@ using Sent = std::vector<std::string>;
 
 class MailDb : public orvane::testing::DbTest {
  protected:
-  void Section(const std::string& code, const char* list) {
-    orvane::testing::Row row = {{"SEC_CD", code}, {"JOI_SEC", "0000"}, {"SEC_NM", "S" + code}};
-    if (list) row.push_back({"IMAIL_LIST", list});
-    Insert("T_SECTION", row);
+  // Sections by code and IMAIL_LIST; a null list leaves the column NULL.
+  void Sections(std::initializer_list<std::pair<std::string, const char*>> sections) {
+    for (const auto& [code, list] : sections) {
+      orvane::testing::Row row = {{"SEC_CD", code}, {"JOI_SEC", "0000"}, {"SEC_NM", "S" + code}};
+      if (list) row.push_back({"IMAIL_LIST", list});
+      Insert("T_SECTION", row);
+    }
   }
   void Users() {
     for (auto [id, mail, flag] : {std::tuple{"tanaka", "tk", "1"}, {"sato", "old", "0"}, {"suzuki", "suzu", "1"}})
@@ -48,11 +51,7 @@ TEST_P(MailDb, ComboOffersTheFreeListsAndTheSectionsOwnDirectAndThroughTheProxy)
   for (const char* name : {"sales", "dev", "hr  extra words", "#retired", "Board", "north"}) ListFolder(name);
   // Inserted out of order: the scan follows SEC_CD, and the section holding
   // an empty list (0003) ends it, so "north" of 0004 stays free.
-  Section("0004", "north");
-  Section("0003", "");
-  Section("0001", "SALES");
-  Section("0002", "dev");
-  Section("0005", nullptr);
+  Sections({{"0004", "north"}, {"0003", ""}, {"0001", "SALES"}, {"0002", "dev"}, {"0005", nullptr}});
   struct Case {
     const char* query;
     const char* answer;
@@ -77,9 +76,7 @@ TEST_P(MailDb, ComboWithoutDataSourceOrDatabase) {
 
 TEST_P(MailDb, DelMailListTakesTheUserOutOfTheSectionsList) {
   ListFolder("sales", "suzuki@example.jp\r\nb@example.jp\r\n");
-  Section("0001", " sales ");
-  Section("0002", nullptr);
-  Section("0003", "gone");
+  Sections({{"0001", " sales "}, {"0002", nullptr}, {"0003", "gone"}});
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
     EXPECT_EQ(funDelMailList(ctx, conn, "0001", " SUZUKI ", error), 0);

@@ -10,8 +10,9 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <sstream>
 #include <utility>
+
+#include "support/mail_env.h"  // ReadFile
 
 namespace orvane::testing {
 namespace fs = std::filesystem;
@@ -152,10 +153,7 @@ std::string ExeProxyPeer::Answer(const std::string& line) {
     return reply + "\r\n";
   }
   if (StartsWith(line, "FREAD ")) {
-    std::ifstream in(Local(line.substr(6)), std::ios::binary);
-    std::ostringstream content;
-    if (in) content << in.rdbuf();
-    return content.str() + "[EOF]\r\n";
+    return ReadFile(Local(line.substr(6))) + "[EOF]\r\n";
   }
   if (line == "QUIT") return "BYE\r\n";
   return "ERR unknown command\r\n";
@@ -163,14 +161,10 @@ std::string ExeProxyPeer::Answer(const std::string& line) {
 
 std::string ExeProxyPeer::Fwrite(const std::string& body) {
   // body: path, blank, content, and the CR LF that preceded "[EOF]".
-  std::string rest = body.substr(0, body.size() - 2);
-  size_t blank = rest.find(' ');
-  std::string path = rest.substr(0, blank);
-  std::string content = blank == std::string::npos ? std::string() : rest.substr(blank + 1);
-  std::string local = Local(path);
-  std::ofstream out(local, std::ios::binary | std::ios::trunc);
-  if (local.empty() || !out) return "ERR cannot write\r\n";
-  out << content;
+  size_t blank = body.find(' ');
+  std::ofstream out(blank == std::string::npos ? "" : Local(body.substr(0, blank)), std::ios::binary);
+  if (!out) return "ERR cannot write\r\n";
+  out << body.substr(blank + 1, body.size() - blank - 3);
   return "OK\r\n";
 }
 
