@@ -17,7 +17,7 @@ using orvane::testing::ExeProxyPeer;
 using orvane::testing::MailEnv;
 using Lines = std::vector<std::string>;
 
-constexpr const char* kRemote = "D:\\IMail\\";
+const std::string kRemote = "D:\\IMail\\";
 
 class MailLists : public ::testing::TestWithParam<bool> {
  protected:
@@ -27,15 +27,11 @@ class MailLists : public ::testing::TestWithParam<bool> {
   }
   bool Local() const { return GetParam(); }
   void Configure(const std::string& ml_mode, const std::string& drop_key = "") {
-    std::string ini;
-    auto key = [&](const std::string& k, const std::string& v) { ini += k == drop_key ? "" : k + "=" + v + "\n"; };
-    key("ML_FOLDER", Local() ? env_.dir().File("imail") : std::string(kRemote));
-    key("ML_MODE", ml_mode);
-    key("ML_SERVER", "example.jp");
-    key("ML_SERVERIP", "127.0.0.1");
-    key("ML_EXEPROXY_PORT", peer_.Port());
-    key("ML_ISLOCAL", Local() ? "True" : "False");
-    env_.Ini(ini + "ML_EXEPROXY_TIMEOUT=1\n");
+    std::string ini = "ML_FOLDER=" + (Local() ? env_.dir().File("imail") : kRemote) + "\nML_MODE=" + ml_mode +
+                      "\nML_SERVER=example.jp\nML_SERVERIP=127.0.0.1\nML_EXEPROXY_PORT=" + peer_.Port() +
+                      "\nML_ISLOCAL=" + (Local() ? "True" : "False") + "\nML_EXEPROXY_TIMEOUT=1\n";
+    if (size_t at = ini.find(drop_key + "="); !drop_key.empty()) ini.erase(at, ini.find('\n', at) + 1 - at);
+    env_.Ini(ini);
   }
   void List(const std::string& name, const std::string& members) {
     env_.dir().Write("imail/Lists/" + name + "/users.lst", members);
@@ -121,11 +117,8 @@ TEST_P(MailLists, ChangesTheMembersOfBothFiles) {
       EXPECT_EQ(Sent().front(), wrote + "QUIT\r\n");
     }
     // Direct writes go through a temporary file: none is left behind.
-    Lines left;
-    for (const auto& e : std::filesystem::directory_iterator(env_.dir().File("imail/Lists/sales")))
-      left.push_back(e.path().filename().string());
-    std::sort(left.begin(), left.end());
-    EXPECT_EQ(left, (Lines{"users.lst", "users.txt"}));
+    namespace fs = std::filesystem;
+    EXPECT_EQ(std::distance(fs::directory_iterator(env_.dir().File("imail/Lists/sales")), fs::directory_iterator()), 2);
   }
 }
 
