@@ -92,9 +92,8 @@ TEST_P(MailDb, DelMailListTakesTheUserOutOfTheSectionsList) {
 TEST_P(MailDb, AliasIsCheckedThenDeletedThenAddedThroughTheProxy) {
   Users();
   const std::string del = "SPEXE D:\\IMail\\addalias.exe -d s1\r\n", q = "QUIT\r\n";
-  auto add = [](const std::string& alias) {
-    return "SPEXE D:\\IMail\\addalias.exe -a " + alias + "=suzuki@example.jp\r\n";
-  };
+  const std::string kill = "SPEXE D:\\IMail\\adduser.exe -kill suzuki\r\n";
+  auto add = [](std::string alias) { return "SPEXE D:\\IMail\\addalias.exe -a " + alias + "=suzuki@example.jp\r\n"; };
   const std::string taken = "funAdmMailAlias1\r\n\r\n入力された【エイリアス】は\r\n";
   const std::string retry = "\r\n違う【エイリアス】を設定してください。";
   const std::string by_id = taken + "すでに別のユーザーが「ユーザーID」として使用しています。" + retry;
@@ -115,15 +114,7 @@ TEST_P(MailDb, AliasIsCheckedThenDeletedThenAddedThroughTheProxy) {
       {"1", "", "", "s1", "1", {"deleted"}, 0, "", {del + q}},           // user delete removes the alias
       {"2", "new", "1", "s1", "1", {"error"}, -1, "error", {del}},       // a refused delete stops
       // "alias exists" undoes the new account; other failures keep it.
-      {"3",
-       "new",
-       "1",
-       "",
-       "0",
-       {"ERROR: Alias Exists"},
-       -1,
-       "ERROR: Alias Exists",
-       {add("new"), "SPEXE D:\\IMail\\adduser.exe -kill suzuki\r\n"}},
+      {"3", "new", "1", "", "0", {"ERROR: Alias Exists"}, -1, "ERROR: Alias Exists", {add("new"), kill}},
       {"3", "new", "1", "", "0", {"ERROR: disk"}, -1, "ERROR: disk", {add("new")}},
   };
   for (const Case& c : cases) {
