@@ -32,7 +32,6 @@ ExeProxyPeer::ExeProxyPeer(std::string root, std::string prefix, Behaviour behav
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  addr.sin_port = 0;
   ::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
   ::listen(listen_fd_, 16);
   socklen_t len = sizeof addr;
