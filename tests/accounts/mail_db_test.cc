@@ -1,42 +1,39 @@
 // The mail routines that read the database, on real SQLite and PostgreSQL
-// databases, with real list folders and a real exe-proxy peer.
+// databases, with real list folders, real scripts and a real exe-proxy peer.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "accounts/mail_alias.h"
 #include "accounts/section_mail_list.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
+#include "support/mail_env.h"
 
 namespace orvane::accounts {
 namespace {
 
 using orvane::testing::ExeProxyPeer;
+using orvane::testing::ReadFile;
 using Sent = std::vector<std::string>;
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 class MailDb : public orvane::testing::DbTest {
  protected:
-  void Section(const std::string& code, const char* list) {
-    orvane::testing::Row row = {{"SEC_CD", code}, {"JOI_SEC", "0000"}, {"SEC_NM", "S" + code}};
-    if (list) row.push_back({"IMAIL_LIST", list});
-    Insert("T_SECTION", row);
+  // Sections by code and IMAIL_LIST; a null list leaves the column NULL.
+  void Sections(std::initializer_list<std::pair<std::string, const char*>> sections) {
+    for (const auto& [code, list] : sections) {
+      orvane::testing::Row row = {{"SEC_CD", code}, {"JOI_SEC", "0000"}, {"SEC_NM", "S" + code}};
+      if (list) row.push_back({"IMAIL_LIST", list});
+      Insert("T_SECTION", row);
+    }
   }
-  void User(const std::string& id, const std::string& mail, const std::string& flag) {
-    Insert("T_USER", {{"USER_ID", id}, {"NAME_KJ", id}, {"MAIL", mail}, {"IMAIL_FLG", flag}});
+  void Users() {
+    for (auto [id, mail, flag] : {std::tuple{"tanaka", "tk", "1"}, {"sato", "old", "0"}, {"suzuki", "suzu", "1"}})
+      Insert("T_USER", {{"USER_ID", id}, {"NAME_KJ", id}, {"MAIL", mail}, {"IMAIL_FLG", flag}});
   }
   void ListFolder(const std::string& name, const std::string& members = "") {
     dir().Write("mail/Lists/" + name + "/users.lst", members);
+  }
+  void ProxyConfig(const ExeProxyPeer& peer, const std::string& more = "") {
+    WriteConfig(more + "ML_ISLOCAL=False\nML_EXEPROXY_PORT=" + peer.Port() + "\nML_EXEPROXY_TIMEOUT=1\n");
   }
   // Runs `body` with a request context and an open connection.
   template <typename F>
@@ -50,33 +47,22 @@ class MailDb : public orvane::testing::DbTest {
   }
 };
 
-TEST_P(MailDb, ComboOffersTheFreeListsAndTheSectionsOwn) {
-  for (const char* name : {"sales", "dev", "hr extra words", "#retired", "Board", "north"}) ListFolder(name);
+TEST_P(MailDb, ComboOffersTheFreeListsAndTheSectionsOwnDirectAndThroughTheProxy) {
+  for (const char* name : {"sales", "dev", "hr  extra words", "#retired", "Board", "north"}) ListFolder(name);
   // Inserted out of order: the scan follows SEC_CD, and the section holding
   // an empty list (0003) ends it, so "north" of 0004 stays free.
-  Section("0004", "north");
-  Section("0003", "");
-  Section("0001", "SALES");
-  Section("0002", "dev");
-  Section("0005", nullptr);
-  struct Case {
-    const char* query;
-    const char* answer;
-  } cases[] = {
-      {"ReqNo=107&M_List=", "Board,hr,north"},
-      {"ReqNo=107&M_List=sales", "Board,hr,north,sales"},
-      {"ReqNo=107&M_List=gone", "Board,hr,north"},
+  Sections({{"0004", "north"}, {"0003", ""}, {"0001", "SALES"}, {"0002", "dev"}, {"0005", nullptr}});
+  // The section's own list (M_List) stays on offer while its folder exists.
+  auto offered = [&] {
+    for (auto [list, answer] :
+         {std::pair{"", "Board,hr,north"}, {"sales", "Board,hr,north,sales"}, {"gone", "Board,hr,north"}})
+      EXPECT_EQ(Request(std::string("ReqNo=107&M_List=") + list), answer) << list;
   };
-  for (const Case& c : cases) EXPECT_EQ(Request(c.query), c.answer) << c.query;
-}
-
-TEST_P(MailDb, ComboReadsTheListsThroughTheProxy) {
+  offered();
   ExeProxyPeer peer(dir().File("mail"), "D:\\IMail\\");
-  peer.SetFolistReply("#old|sales  main list|board|");
-  WriteConfig("ML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\nML_EXEPROXY_TIMEOUT=1\n");
-  Section("0001", "board");
-  EXPECT_EQ(Request("ReqNo=107&M_List=x"), "sales");
-  EXPECT_EQ(peer.Transcripts(), Sent{"FOLIST D:\\IMail\\Lists\\*\r\nQUIT\r\n"});
+  ProxyConfig(peer, "ML_FOLDER=D:\\IMail\\\n");
+  offered();
+  EXPECT_EQ(peer.Transcripts(), Sent(3, "FOLIST D:\\IMail\\Lists\\*\r\nQUIT\r\n"));
 }
 
 TEST_P(MailDb, ComboWithoutDataSourceOrDatabase) {
@@ -88,9 +74,7 @@ TEST_P(MailDb, ComboWithoutDataSourceOrDatabase) {
 
 TEST_P(MailDb, DelMailListTakesTheUserOutOfTheSectionsList) {
   ListFolder("sales", "suzuki@example.jp\r\nb@example.jp\r\n");
-  Section("0001", " sales ");
-  Section("0002", nullptr);
-  Section("0003", "gone");
+  Sections({{"0001", " sales "}, {"0002", nullptr}, {"0003", "gone"}});
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
     EXPECT_EQ(funDelMailList(ctx, conn, "0001", " SUZUKI ", error), 0);
@@ -105,103 +89,41 @@ TEST_P(MailDb, DelMailListTakesTheUserOutOfTheSectionsList) {
   });
 }
 
-class MailAlias : public MailDb {
- protected:
-  void SetUp() override {
-    MailDb::SetUp();
-    if (IsSkipped()) return;
-    User("tanaka", "tk", "1");
-    User("sato", "old", "0");
-    User("suzuki", "suzu", "1");
-  }
-};
-
-TEST_P(MailAlias, ChecksTheAliasAndSendsDeleteThenAddThroughTheProxy) {
-  const std::string del = "SPEXE D:\\IMail\\addalias.exe -d s1\r\n";
-  const std::string add = "SPEXE D:\\IMail\\addalias.exe -a ";
-  const std::string nl = "\r\n";
-  const std::string taken = "funAdmMailAlias1" + nl + nl + "入力された【エイリアス】は" + nl;
-  const std::string retry = nl + "違う【エイリアス】を設定してください。";
+TEST_P(MailDb, AliasIsCheckedThenDeletedThenAddedThroughTheProxy) {
+  Users();
+  const std::string del = "SPEXE D:\\IMail\\addalias.exe -d s1\r\n", q = "QUIT\r\n";
+  const std::string kill = "SPEXE D:\\IMail\\adduser.exe -kill suzuki\r\n";
+  auto add = [](std::string alias) { return "SPEXE D:\\IMail\\addalias.exe -a " + alias + "=suzuki@example.jp\r\n"; };
+  const std::string taken = "funAdmMailAlias1\r\n\r\n入力された【エイリアス】は\r\n";
+  const std::string retry = "\r\n違う【エイリアス】を設定してください。";
+  const std::string by_id = taken + "すでに別のユーザーが「ユーザーID」として使用しています。" + retry;
+  const std::string by_alias = taken + "すでに別のユーザーが「同じエイリアス」で使用しています。" + retry;
   struct Case {
-    const char* name;
     const char *mode, *alias, *flag, *old_alias, *old_flag;
-    std::vector<std::string> replies;
+    Sent replies;
     short status;
     std::string error;
     Sent sent;
   } cases[] = {
-      {"another user's ID",
-       "3",
-       "sato",
-       "1",
-       "",
-       "0",
-       {},
-       -1,
-       taken + "すでに別のユーザーが「ユーザーID」として使用しています。" + retry,
-       {}},
-      {"another user's active alias",
-       "2",
-       "tk",
-       "1",
-       "s1",
-       "1",
-       {},
-       -1,
-       taken + "すでに別のユーザーが「同じエイリアス」で使用しています。" + retry,
-       {}},
-      {"an inactive alias is free",
-       "3",
-       "old",
-       "1",
-       "",
-       "0",
-       {"alias added"},
-       0,
-       "",
-       {add + "old=suzuki@example.jp\r\nQUIT\r\n"}},
-      {"changed alias: delete, then add",
-       "2",
-       "suzu",
-       "1",
-       "s1",
-       "1",
-       {"alias deleted", "Alias Added"},
-       0,
-       "",
-       {del + "QUIT\r\n", add + "suzu=suzuki@example.jp\r\nQUIT\r\n"}},
-      {"unchanged alias: nothing", "2", "suzu", "1", "suzu", "1", {}, 0, "", {}},
-      {"no alias check without the flag", "2", "sato", "0", "s1", "1", {"no alias s1"}, 0, "", {del + "QUIT\r\n"}},
-      {"user delete removes the old alias", "1", "", "", "s1", "1", {"deleted"}, 0, "", {del + "QUIT\r\n"}},
-      {"refused delete stops", "2", "new", "1", "s1", "1", {"error"}, -1, "error", {del}},
-      {"alias exists undoes the new account",
-       "3",
-       "new",
-       "1",
-       "",
-       "0",
-       {"ERROR: Alias Exists"},
-       -1,
-       "ERROR: Alias Exists",
-       {add + "new=suzuki@example.jp\r\n", "SPEXE D:\\IMail\\adduser.exe -kill suzuki\r\n"}},
-      {"other add failures keep it",
-       "3",
-       "new",
-       "1",
-       "",
-       "0",
-       {"ERROR: disk"},
-       -1,
-       "ERROR: disk",
-       {add + "new=suzuki@example.jp\r\n"}},
+      {"3", "sato", "1", "", "0", {}, -1, by_id, {}},                        // another user's ID
+      {"2", "tk", "1", "s1", "1", {}, -1, by_alias, {}},                     // another user's active alias
+      {"3", "old", "1", "", "0", {"alias added"}, 0, "", {add("old") + q}},  // an inactive alias is free
+      {"2", "suzu", "1", "s1", "1", {"alias deleted", "Alias Added"}, 0, "", {del + q, add("suzu") + q}},
+      {"2", "suzu", "1", "suzu", "1", {}, 0, "", {}},                    // unchanged: nothing
+      {"2", "sato", "0", "s1", "1", {"no alias s1"}, 0, "", {del + q}},  // no check without the flag
+      {"1", "", "", "s1", "1", {"deleted"}, 0, "", {del + q}},           // user delete removes the alias
+      {"2", "new", "1", "s1", "1", {"error"}, -1, "error", {del}},       // a refused delete stops
+      // "alias exists" undoes the new account; other failures keep it.
+      {"3", "new", "1", "", "0", {"ERROR: Alias Exists"}, -1, "ERROR: Alias Exists", {add("new"), kill}},
+      {"3", "new", "1", "", "0", {"ERROR: disk"}, -1, "ERROR: disk", {add("new")}},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE("case " + std::to_string(&c - cases));
     ExeProxyPeer peer(dir().path(), "D:\\");
     peer.QueueSpexeReplies(c.replies);
     // The undo's reply is not judged: the peer refuses it and nothing changes.
     peer.QueueSpexeReplies({"ERROR: no such user"});
-    WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_PORT=" + peer.Port() + "\nML_EXEPROXY_TIMEOUT=1\n");
+    ProxyConfig(peer);
     WithRequest([&](RequestContext& ctx, data::Connection& conn) {
       std::string error;
       EXPECT_EQ(
@@ -214,27 +136,23 @@ TEST_P(MailAlias, ChecksTheAliasAndSendsDeleteThenAddThroughTheProxy) {
   }
 }
 
-TEST_P(MailAlias, RunsTheLocalToolsAndUndoesWithTheLocalDeleteForm) {
-  auto tool = [&](const std::string& name, const std::string& output) {
-    std::string path =
-        dir().Write("tools/" + name,
-                    "#!/bin/sh\necho \"" + name + " $*\" >> \"$(dirname \"$0\")/runs.log\"\necho '" + output + "'\n");
-    ::chmod(path.c_str(), 0755);
-  };
-  tool("addalias.exe", "alias exists");
-  tool("adduser.exe", "OK: deleted");
+TEST_P(MailDb, AliasRunsTheLocalToolsAndUndoesWithTheLocalDeleteForm) {
+  Users();
+  for (auto [name, output] : {std::pair{"addalias.exe", "alias exists"}, {"adduser.exe", "OK: deleted"}})
+    WriteTool(dir(), std::string("tools/") + name,
+              "echo \"" + std::string(name) + " $*\" >> \"$(dirname \"$0\")/runs.log\"\necho '" + output + "'\n");
   WriteConfig("ML_ISLOCAL=TRUE\nML_EXEPROXY_TIMEOUT=1\n");
-  std::string folder = dir().File("tools/");
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
-    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", folder, "suzuki", "new", "1", "", "0", error), -1);
+    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", dir().File("tools/"), "suzuki", "new", "1", "", "0", error), -1);
     EXPECT_EQ(error, "alias exists\n");
   });
   EXPECT_EQ(ReadFile(dir().File("tools/runs.log")),
             "addalias.exe -a new=suzuki@example.jp\nadduser.exe -kill -u suzuki\n");
 }
 
-TEST_P(MailAlias, ReportsAMissingServerAndAFailingQuery) {
+TEST_P(MailDb, AliasReportsAMissingServerAndAFailingQuery) {
+  Users();
   WriteConfig("ML_SERVER=\n");
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
@@ -253,7 +171,6 @@ TEST_P(MailAlias, ReportsAMissingServerAndAFailingQuery) {
 }
 
 ORVANE_DB_TEST_SUITE(MailDb);
-ORVANE_DB_TEST_SUITE(MailAlias);
 
 }  // namespace
 }  // namespace orvane::accounts

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "accounts/mail_list_members.h"
 #include "support/exe_proxy_peer.h"
@@ -19,14 +17,7 @@ using orvane::testing::ExeProxyPeer;
 using orvane::testing::MailEnv;
 using Lines = std::vector<std::string>;
 
-constexpr const char* kRemote = "D:\\IMail\\";
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
+const std::string kRemote = "D:\\IMail\\";
 
 class MailLists : public ::testing::TestWithParam<bool> {
  protected:
@@ -36,26 +27,20 @@ class MailLists : public ::testing::TestWithParam<bool> {
   }
   bool Local() const { return GetParam(); }
   void Configure(const std::string& ml_mode, const std::string& drop_key = "") {
-    std::string folder = Local() ? env_.dir().File("imail") : std::string(kRemote);
-    std::string ini;
-    for (auto [k, v] : std::vector<std::pair<std::string, std::string>>{{"ML_FOLDER", folder},
-                                                                        {"ML_MODE", ml_mode},
-                                                                        {"ML_SERVER", "example.jp"},
-                                                                        {"ML_SERVERIP", "127.0.0.1"},
-                                                                        {"ML_EXEPROXY_PORT", peer_.Port()},
-                                                                        {"ML_ISLOCAL", Local() ? "True" : "False"},
-                                                                        {"ML_EXEPROXY_TIMEOUT", "1"}})
-      if (k != drop_key) ini += k + "=" + v + "\n";
+    std::string ini = "ML_FOLDER=" + (Local() ? env_.dir().File("imail") : kRemote) + "\nML_MODE=" + ml_mode +
+                      "\nML_SERVER=example.jp\nML_SERVERIP=127.0.0.1\nML_EXEPROXY_PORT=" + peer_.Port() +
+                      "\nML_ISLOCAL=" + (Local() ? "True" : "False") + "\nML_EXEPROXY_TIMEOUT=1\n";
+    if (size_t at = ini.find(drop_key + "="); !drop_key.empty()) ini.erase(at, ini.find('\n', at) + 1 - at);
     env_.Ini(ini);
   }
   void List(const std::string& name, const std::string& members) {
     env_.dir().Write("imail/Lists/" + name + "/users.lst", members);
     env_.dir().Write("imail/Lists/" + name + "/users.txt", members);
   }
-  std::string Members(const std::string& name, const std::string& file = "users.lst") {
-    return ReadFile(env_.dir().File("imail/Lists/" + name + "/" + file));
+  std::string Members(const std::string& file) {
+    return orvane::testing::ReadFile(env_.dir().File("imail/Lists/sales/" + file));
   }
-  // What the proxy received, one text per connection; nothing in direct mode.
+  // What the proxy received since the last look, one text per connection.
   Lines Sent() { return peer_.Transcripts(); }
   Lines Proxy(Lines sent) { return Local() ? Lines{} : sent; }
 
@@ -66,21 +51,15 @@ class MailLists : public ::testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(DirectAndProxy, MailLists, ::testing::Values(true, false),
                          [](const auto& info) { return info.param ? "Direct" : "Proxy"; });
 
-TEST_P(MailLists, ListsTheListFoldersOneLineEach) {
-  List("sales", "");
-  List("dev", "");
-  List("Board", "");
+TEST_P(MailLists, ListsTheListFoldersOneLineEachOnlyInModeTwo) {
+  for (const char* name : {"sales", "dev", "Board"}) List(name, "a@example.jp\r\n");
   std::string lists = "stale";
   EXPECT_EQ(funMailListGet(env_.Context(), lists), 0);
   EXPECT_EQ(lists, "Board\r\ndev\r\nsales\r\n");
   EXPECT_EQ(Sent(), Proxy({"FOLIST D:\\IMail\\Lists\\*\r\nQUIT\r\n"}));
-}
-
-TEST_P(MailLists, ModeOtherThanTwoFindsNoLists) {
-  List("sales", "a@example.jp\r\n");
   Configure("1");
-  std::string lists;
   Lines members;
+  lists.clear();
   EXPECT_EQ(funMailListGet(env_.Context(), lists), 0);
   EXPECT_EQ(lists, "");
   EXPECT_EQ(funMailListUserGet(env_.Context(), "sales", members), -1);
@@ -90,8 +69,6 @@ TEST_P(MailLists, ModeOtherThanTwoFindsNoLists) {
 
 TEST_P(MailLists, ReadsMembersAndAListNamePartOfALongerOneCounts) {
   List("sales-east", "a@example.jp\r\nB@example.jp\r\n");
-  List("sales", "a@example.jp\r\nB@example.jp\r\n");
-  std::filesystem::remove_all(env_.dir().File("imail/Lists/sales"));
   Lines members;
   // "sales" exists only as part of "sales-east": found, but its own member
   // file is missing, so it has no members.
@@ -108,70 +85,47 @@ TEST_P(MailLists, ReadsMembersAndAListNamePartOfALongerOneCounts) {
              "FOLIST D:\\IMail\\Lists\\*\r\nQUIT\r\n"}));
 }
 
-TEST_P(MailLists, RemovesAddressesGivenInOtherLetterCaseFromBothFiles) {
-  List("sales", "a@example.jp\r\nb@example.jp\r\nc@example.jp\r\n");
-  std::string error;
-  EXPECT_EQ(funDelMailListUser(env_.Context(), "sales", "A@EXAMPLE.JP,c@example.jp", error), 0);
-  EXPECT_EQ(error, "");
-  EXPECT_EQ(Members("sales"), "b@example.jp\r\n");
-  EXPECT_EQ(Members("sales", "users.txt"), "b@example.jp\r\n");
-  EXPECT_EQ(Sent(),
-            Proxy({"FOLIST D:\\IMail\\Lists\\sales\r\n"
-                   "FWRITE D:\\IMail\\Lists\\sales\\users.lst b@example.jp\r\n\r\n[EOF]\r\n"
-                   "FWRITE D:\\IMail\\Lists\\sales\\users.txt b@example.jp\r\n\r\n[EOF]\r\n"
-                   "QUIT\r\n",
-                   "FOLIST D:\\IMail\\Lists\\*\r\nQUIT\r\n", "FREAD D:\\IMail\\Lists\\sales\\users.lst\r\nQUIT\r\n"}));
-  // Direct writes go through a temporary file: none is left behind.
-  Lines left;
-  for (const auto& e : std::filesystem::directory_iterator(env_.dir().File("imail/Lists/sales")))
-    left.push_back(e.path().filename().string());
-  std::sort(left.begin(), left.end());
-  EXPECT_EQ(left, (Lines{"users.lst", "users.txt"}));
-}
-
-TEST_P(MailLists, RemovingTheLastMemberLeavesEmptyFiles) {
-  List("sales", "a@example.jp\r\n");
-  std::string error;
-  EXPECT_EQ(funDelMailListUser(env_.Context(), "sales", "a@example.jp", error), 0);
-  EXPECT_EQ(Members("sales"), "");
-  EXPECT_EQ(Members("sales", "users.txt"), "");
-  if (!Local()) {
-    EXPECT_EQ(Sent().front(),
-              "FOLIST D:\\IMail\\Lists\\sales\r\n"
-              "FWRITE D:\\IMail\\Lists\\sales\\users.lst \r\n[EOF]\r\n"
-              "FWRITE D:\\IMail\\Lists\\sales\\users.txt \r\n[EOF]\r\nQUIT\r\n");
-  }
-}
-
-TEST_P(MailLists, AddsOnlyNewAddressesAfterTheCurrentMembers) {
+TEST_P(MailLists, ChangesTheMembersOfBothFiles) {
+  const std::string ab = "a@example.jp\r\nb@example.jp\r\n";
   struct Case {
-    const char* addresses;
-    const char* clear;
-    const char* result;
+    const char* op;  // "del", or "add" with the clear flag
+    std::string members, addresses, result;
+    bool writes = true;  // through the proxy; false: it only looks the list up
   } cases[] = {
-      {"c@example.jp,A@EXAMPLE.JP,,d@example.jp,c@example.jp", "0",
-       "a@example.jp\r\nb@example.jp\r\nc@example.jp\r\nd@example.jp\r\n"},
-      {"", "0", "a@example.jp\r\nb@example.jp\r\n"},
-      {"", "1", ""},
+      // Addresses in other letter case are removed too.
+      {"del", ab + "c@example.jp\r\n", "A@EXAMPLE.JP,c@example.jp", "b@example.jp\r\n"},
+      {"del", "a@example.jp\r\n", "a@example.jp", ""},  // the last member: empty files
+      {"add0", ab, "c@example.jp,A@EXAMPLE.JP,,d@example.jp,c@example.jp", ab + "c@example.jp\r\nd@example.jp\r\n"},
+      {"add0", ab, "", ab, false},
+      {"add1", ab, "", ""},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.addresses + std::string(" clear ") + c.clear);
-    List("sales", "a@example.jp\r\nb@example.jp\r\n");
+    SCOPED_TRACE(c.op + (" " + c.addresses));
+    List("sales", c.members);
     std::string error;
-    EXPECT_EQ(funAddMailListUser(env_.Context(), "sales", c.addresses, c.clear, error), 0);
+    EXPECT_EQ(c.op[0] == 'd' ? funDelMailListUser(env_.Context(), "sales", c.addresses, error)
+                             : funAddMailListUser(env_.Context(), "sales", c.addresses, c.op + 3, error),
+              0);
     EXPECT_EQ(error, "");
-    EXPECT_EQ(Members("sales"), c.result);
-    EXPECT_EQ(Members("sales", "users.txt"), c.result);
+    EXPECT_EQ(Members("users.lst"), c.result);
+    EXPECT_EQ(Members("users.txt"), c.result);
+    // Through the proxy, "[EOF]" comes on a line of its own after the content.
+    std::string wrote = "FOLIST D:\\IMail\\Lists\\sales\r\n";
+    for (const std::string file : {"lst", "txt"})
+      if (c.writes) wrote += "FWRITE D:\\IMail\\Lists\\sales\\users." + file + " " + c.result + "\r\n[EOF]\r\n";
+    if (!Local()) {
+      EXPECT_EQ(Sent().front(), wrote + "QUIT\r\n");
+    }
+    // Direct writes go through a temporary file: none is left behind.
+    namespace fs = std::filesystem;
+    EXPECT_EQ(std::distance(fs::directory_iterator(env_.dir().File("imail/Lists/sales")), fs::directory_iterator()), 2);
   }
 }
 
 TEST_P(MailLists, RefusesChangesWithTheirOwnErrorTexts) {
   List("sales", "a@example.jp\r\n");
   struct Case {
-    const char* list;
-    const char* addresses;
-    const char* del_error;
-    const char* add_error;
+    const char *list, *addresses, *del_error, *add_error;
   } cases[] = {
       {" ", "x@example.jp", "メーリングリスト名が空です。", "メーリングリスト名が空です。"},
       {"sales", " ", "削除者がいません", ""},
@@ -186,25 +140,19 @@ TEST_P(MailLists, RefusesChangesWithTheirOwnErrorTexts) {
     EXPECT_EQ(funAddMailListUser(env_.Context(), c.list, c.addresses, "1", add_error), *c.add_error ? -1 : 0);
     EXPECT_EQ(add_error, c.add_error);
   }
-  EXPECT_EQ(Members("sales"), "");  // only the clearing add wrote
+  EXPECT_EQ(Members("users.lst"), "");  // only the clearing add wrote
 }
 
 TEST_P(MailLists, EachMissingKeyGivesItsOwnCode) {
   struct Case {
-    const char* key;
-    const char *get, *user_get, *del, *add;
+    const char *key, *get, *user_get, *del, *add;  // after "ERROR:READINFOFILE_"; "": no error
   } cases[] = {
-      {"ML_FOLDER", "ERROR:READINFOFILE_MAILLIST_FOLDER", "ERROR:READINFOFILE_MAILLISTUSER_FOLDER",
-       "ERROR:READINFOFILE_DELMAILLIST_FOLDER", "ERROR:READINFOFILE_ADDMAILLIST_FOLDER"},
-      {"ML_MODE", "ERROR:READINFOFILE_MAILLIST_MODE", "ERROR:READINFOFILE_MAILLIST_MODE",
-       "ERROR:READINFOFILE_MAILLIST_MODE", "ERROR:READINFOFILE_MAILLIST_MODE"},
-      {"ML_SERVER", "", "", "ERROR:READINFOFILE_DELMAILLIST_SERVER", ""},
-      {"ML_SERVERIP", "ERROR:READINFOFILE_MAILLIST_SERVERIP", "ERROR:READINFOFILE_MAILLISTUSER_SERVERIP",
-       "ERROR:READINFOFILE_DELMAILLIST_SERVERIP", "ERROR:READINFOFILE_ADDMAILLIST_SERVERIP"},
-      {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_MAILLIST_PORT", "ERROR:READINFOFILE_MAILLISTUSER_PORT",
-       "ERROR:READINFOFILE_DELMAILLIST_PORT", "ERROR:READINFOFILE_ADDMAILLIST_PORT"},
-      {"ML_ISLOCAL", "ERROR:READINFOFILE_MAILLIST_ISLOCAL", "ERROR:READINFOFILE_MAILLISTUSER_ISLOCAL",
-       "ERROR:READINFOFILE_DELMAILLIST_ISLOCAL", "ERROR:READINFOFILE_ADDMAILLIST_ISLOCAL"},
+      {"ML_FOLDER", "MAILLIST_FOLDER", "MAILLISTUSER_FOLDER", "DELMAILLIST_FOLDER", "ADDMAILLIST_FOLDER"},
+      {"ML_MODE", "MAILLIST_MODE", "MAILLIST_MODE", "MAILLIST_MODE", "MAILLIST_MODE"},
+      {"ML_SERVER", "", "", "DELMAILLIST_SERVER", ""},
+      {"ML_SERVERIP", "MAILLIST_SERVERIP", "MAILLISTUSER_SERVERIP", "DELMAILLIST_SERVERIP", "ADDMAILLIST_SERVERIP"},
+      {"ML_EXEPROXY_PORT", "MAILLIST_PORT", "MAILLISTUSER_PORT", "DELMAILLIST_PORT", "ADDMAILLIST_PORT"},
+      {"ML_ISLOCAL", "MAILLIST_ISLOCAL", "MAILLISTUSER_ISLOCAL", "DELMAILLIST_ISLOCAL", "ADDMAILLIST_ISLOCAL"},
   };
   List("sales", "a@example.jp\r\n");
   for (const Case& c : cases) {
@@ -212,18 +160,19 @@ TEST_P(MailLists, EachMissingKeyGivesItsOwnCode) {
     Configure("2", c.key);
     std::string text, error;
     Lines members;
-    RequestContext& get = env_.Context();
-    funMailListGet(get, text);
-    EXPECT_EQ(get.response(), c.get);
-    RequestContext& user_get = env_.Context();
-    funMailListUserGet(user_get, "sales", members);
-    EXPECT_EQ(user_get.response(), c.user_get);
-    RequestContext& del = env_.Context();
-    funDelMailListUser(del, "sales", "x@example.jp", error);
-    EXPECT_EQ(del.response(), c.del);
-    RequestContext& add = env_.Context();
-    funAddMailListUser(add, "sales", "x@example.jp", "0", error);
-    EXPECT_EQ(add.response(), c.add);
+    // Each call in a request of its own: the answer text it leaves.
+    auto answer = [&](auto call) {
+      RequestContext& ctx = env_.Context();
+      call(ctx);
+      return ctx.response();
+    };
+    auto code = [](const std::string& code) { return code.empty() ? code : "ERROR:READINFOFILE_" + code; };
+    EXPECT_EQ(answer([&](RequestContext& ctx) { funMailListGet(ctx, text); }), code(c.get));
+    EXPECT_EQ(answer([&](RequestContext& ctx) { funMailListUserGet(ctx, "sales", members); }), code(c.user_get));
+    EXPECT_EQ(answer([&](RequestContext& ctx) { funDelMailListUser(ctx, "sales", "x@example.jp", error); }),
+              code(c.del));
+    EXPECT_EQ(answer([&](RequestContext& ctx) { funAddMailListUser(ctx, "sales", "x@example.jp", "0", error); }),
+              code(c.add));
   }
 }
 

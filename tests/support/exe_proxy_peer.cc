@@ -9,38 +9,29 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <optional>
+#include <utility>
+
+#include "support/mail_env.h"  // ReadFile
 
 namespace orvane::testing {
 namespace fs = std::filesystem;
 
 namespace {
 
-void SendAll(int fd, const std::string& bytes) {
-  size_t sent = 0;
-  while (sent < bytes.size()) {
-    ssize_t n = ::send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (n <= 0) return;
-    sent += static_cast<size_t>(n);
-  }
-}
+// The replies are small: one send on loopback takes them whole.
+void Send(int fd, const std::string& bytes) { ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
 
 bool StartsWith(const std::string& s, const std::string& p) { return s.compare(0, p.size(), p) == 0; }
 
-std::string Upper(std::string s) {
-  for (char& c : s)
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-  return s;
-}
-
 }  // namespace
 
-ExeProxyPeer::ExeProxyPeer(std::string root, std::string prefix) : root_(std::move(root)), prefix_(std::move(prefix)) {
+ExeProxyPeer::ExeProxyPeer(std::string root, std::string prefix, Behaviour behaviour)
+    : root_(std::move(root)), prefix_(std::move(prefix)), behaviour_(behaviour) {
   listen_fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in addr{};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  addr.sin_port = 0;
   ::bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
   ::listen(listen_fd_, 16);
   socklen_t len = sizeof addr;
@@ -61,25 +52,15 @@ ExeProxyPeer::~ExeProxyPeer() {
   for (std::thread& t : threads_) t.join();  // no new threads once accepting stopped
 }
 
-void ExeProxyPeer::SetBehaviour(Behaviour b) {
-  std::lock_guard<std::mutex> lock(mu_);
-  behaviour_ = b;
-}
-
 void ExeProxyPeer::QueueSpexeReplies(std::vector<std::string> replies) {
   std::lock_guard<std::mutex> lock(mu_);
   for (std::string& r : replies) spexe_replies_.push_back(std::move(r));
 }
 
-void ExeProxyPeer::SetFolistReply(std::string reply) {
-  std::lock_guard<std::mutex> lock(mu_);
-  folist_reply_ = std::move(reply);
-}
-
 std::vector<std::string> ExeProxyPeer::Transcripts() {
   std::unique_lock<std::mutex> lock(mu_);
-  cv_.wait_for(lock, std::chrono::seconds(10), [this] { return open_connections_ == 0; });
-  return transcripts_;
+  bool closed = cv_.wait_for(lock, std::chrono::seconds(10), [this] { return open_connections_ == 0; });
+  return closed ? std::exchange(transcripts_, {}) : transcripts_;  // an open connection still appends
 }
 
 void ExeProxyPeer::AcceptLoop() {
@@ -102,15 +83,10 @@ void ExeProxyPeer::AcceptLoop() {
 }
 
 void ExeProxyPeer::Serve(int fd, size_t index) {
-  Behaviour behaviour;
-  {
-    std::lock_guard<std::mutex> lock(mu_);
-    behaviour = behaviour_;
-  }
   std::string pending;
   std::optional<std::string> fwrite_body;  // collecting an FWRITE up to its "[EOF]" line
   char chunk[4096];
-  while (behaviour != Behaviour::kCloseOnConnect) {
+  while (behaviour_ != Behaviour::kCloseOnConnect) {
     ssize_t n = ::recv(fd, chunk, sizeof chunk, 0);
     if (n <= 0) break;
     {
@@ -118,13 +94,13 @@ void ExeProxyPeer::Serve(int fd, size_t index) {
       transcripts_[index].append(chunk, static_cast<size_t>(n));
     }
     pending.append(chunk, static_cast<size_t>(n));
-    if (behaviour == Behaviour::kSilent) continue;
+    if (behaviour_ == Behaviour::kSilent) continue;
     for (size_t end; (end = pending.find("\r\n")) != std::string::npos;) {
       std::string line = pending.substr(0, end);
       pending.erase(0, end + 2);
       if (fwrite_body) {
         if (line == "[EOF]") {
-          SendAll(fd, Fwrite(*fwrite_body));
+          Send(fd, Fwrite(*fwrite_body));
           fwrite_body.reset();
         } else {
           *fwrite_body += line + "\r\n";
@@ -132,7 +108,7 @@ void ExeProxyPeer::Serve(int fd, size_t index) {
       } else if (StartsWith(line, "FWRITE ")) {
         fwrite_body = line.substr(7) + "\r\n";
       } else {
-        SendAll(fd, Answer(line));
+        Send(fd, Answer(line));
       }
     }
   }
@@ -144,7 +120,7 @@ void ExeProxyPeer::Serve(int fd, size_t index) {
 }
 
 std::string ExeProxyPeer::Local(const std::string& remote) const {
-  if (!StartsWith(Upper(remote), Upper(prefix_))) return {};
+  if (!StartsWith(remote, prefix_)) return {};
   std::string rest = remote.substr(prefix_.size());
   std::replace(rest.begin(), rest.end(), '\\', '/');
   return root_ + "/" + rest;
@@ -161,10 +137,6 @@ std::string ExeProxyPeer::Answer(const std::string& line) {
     return reply + "\r\n";
   }
   if (StartsWith(line, "FOLIST ")) {
-    {
-      std::lock_guard<std::mutex> lock(mu_);
-      if (folist_reply_) return *folist_reply_ + "\r\n";
-    }
     std::string remote = line.substr(7), reply;
     std::error_code ec;
     if (remote.size() >= 2 && remote.compare(remote.size() - 2, 2, "\\*") == 0) {
@@ -180,10 +152,7 @@ std::string ExeProxyPeer::Answer(const std::string& line) {
     return reply + "\r\n";
   }
   if (StartsWith(line, "FREAD ")) {
-    std::ifstream in(Local(line.substr(6)), std::ios::binary);
-    std::ostringstream content;
-    if (in) content << in.rdbuf();
-    return content.str() + "[EOF]\r\n";
+    return ReadFile(Local(line.substr(6))) + "[EOF]\r\n";
   }
   if (line == "QUIT") return "BYE\r\n";
   return "ERR unknown command\r\n";
@@ -191,14 +160,10 @@ std::string ExeProxyPeer::Answer(const std::string& line) {
 
 std::string ExeProxyPeer::Fwrite(const std::string& body) {
   // body: path, blank, content, and the CR LF that preceded "[EOF]".
-  std::string rest = body.substr(0, body.size() - 2);
-  size_t blank = rest.find(' ');
-  std::string path = rest.substr(0, blank);
-  std::string content = blank == std::string::npos ? std::string() : rest.substr(blank + 1);
-  std::string local = Local(path);
-  std::ofstream out(local, std::ios::binary | std::ios::trunc);
-  if (local.empty() || !out) return "ERR cannot write\r\n";
-  out << content;
+  size_t blank = body.find(' ');
+  std::ofstream out(blank == std::string::npos ? "" : Local(body.substr(0, blank)), std::ios::binary);
+  if (!out) return "ERR cannot write\r\n";
+  out << body.substr(blank + 1, body.size() - blank - 3);
   return "OK\r\n";
 }
 

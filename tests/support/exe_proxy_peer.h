@@ -1,20 +1,16 @@
 // ExeProxyPeer: a real exe proxy for tests, a TCP server on an ephemeral
 // loopback port. It records every byte each connection sends, answers
-// "SPEXE " lines with scripted replies, and serves "FOLIST ", "FREAD " and
-// "FWRITE " from a real folder: a remote path that begins with `prefix`
-// (for example "D:\IMail\") names the same place under `root`, with "\"
-// read as "/". "QUIT" is answered with "BYE".
-//
-// Replies: FOLIST "<dir>\*" lists the sub-folders, each name followed by
-// "|"; FOLIST of one path answers "<name>|" when it exists, "" otherwise.
-// FREAD answers the file's bytes followed by "[EOF]" CR LF (only the marker
-// for a missing file). FWRITE writes the content and answers "OK".
+// "SPEXE " lines with scripted replies, "QUIT" with "BYE", and serves
+// "FOLIST ", "FREAD " and "FWRITE " from a real folder: a remote path that
+// begins with `prefix` (for example "D:\IMail\") names the same place under
+// `root`, "\" read as "/". FOLIST "<dir>\*" answers the sub-folders, each
+// followed by "|"; FOLIST of one path "<name>|" when it exists, "" if not.
+// FREAD answers the file's bytes (none if missing), then "[EOF]" CR LF.
 #pragma once
 
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,23 +25,19 @@ class ExeProxyPeer {
     kSilent,          // accept and read, never answer
   };
 
-  ExeProxyPeer(std::string root, std::string prefix);
+  ExeProxyPeer(std::string root, std::string prefix, Behaviour behaviour = Behaviour::kServe);
   ~ExeProxyPeer();
   ExeProxyPeer(const ExeProxyPeer&) = delete;
   ExeProxyPeer& operator=(const ExeProxyPeer&) = delete;
 
-  int port() const { return port_; }
   std::string Port() const { return std::to_string(port_); }
 
-  void SetBehaviour(Behaviour b);
   // Replies to the next SPEXE lines, in order; "OK:" once they run out.
   void QueueSpexeReplies(std::vector<std::string> replies);
-  // Answers every FOLIST with this line instead of looking at the folder.
-  void SetFolistReply(std::string reply);
 
-  // The bytes received on each connection, in order of acceptance. Waits
-  // (up to 10 s) until the client has closed every connection, so the last
-  // line sent before a close is there.
+  // The bytes received on each connection since the last call, in order of
+  // acceptance. Waits (up to 10 s) until the client has closed every
+  // connection, so the last line sent before a close is there.
   std::vector<std::string> Transcripts();
 
  private:
@@ -55,21 +47,20 @@ class ExeProxyPeer {
   std::string Fwrite(const std::string& body);
   std::string Local(const std::string& remote) const;
 
-  std::string root_, prefix_;
+  const std::string root_, prefix_;
+  const Behaviour behaviour_;
   int listen_fd_ = -1;
   int port_ = -1;
   std::thread accept_thread_;
 
   std::mutex mu_;
   std::condition_variable cv_;
-  Behaviour behaviour_ = Behaviour::kServe;  // guarded by mu_
-  std::deque<std::string> spexe_replies_;    // guarded by mu_
-  std::optional<std::string> folist_reply_;  // guarded by mu_
-  std::vector<std::string> transcripts_;     // guarded by mu_
-  std::vector<int> open_fds_;                // guarded by mu_
-  std::vector<std::thread> threads_;         // guarded by mu_
-  size_t open_connections_ = 0;              // guarded by mu_
-  bool stopping_ = false;                    // guarded by mu_
+  std::deque<std::string> spexe_replies_;  // guarded by mu_
+  std::vector<std::string> transcripts_;   // guarded by mu_
+  std::vector<int> open_fds_;              // guarded by mu_
+  std::vector<std::thread> threads_;       // guarded by mu_
+  size_t open_connections_ = 0;            // guarded by mu_
+  bool stopping_ = false;                  // guarded by mu_
 };
 
 }  // namespace orvane::testing
