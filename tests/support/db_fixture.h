@@ -12,9 +12,9 @@
 // configuration key; LOCAL_DB_DSN=Dsn()) and odbc.ini (that data source),
 // points the data layer at that odbc.ini, and creates the tables exactly as
 // `orvane init-db` does. Each case gets a data source name of its own
-// (unixODBC caches name lookups for 20 s, whatever file they came from). SQLite gets a fresh database file;
-// PostgreSQL a fresh schema (psqlODBC's ConnSettings sets the search_path),
-// dropped in TearDown.
+// (unixODBC caches name lookups for 20 s, whatever file they came from).
+// SQLite gets a fresh database file; PostgreSQL a fresh schema (psqlODBC's
+// ConnSettings sets the search_path), dropped in TearDown.
 //
 // PostgreSQL: the server is taken from ORVANE_TEST_PG_HOST, _PORT and
 // _DATABASE (default 127.0.0.1, 5432, orvane_test; login kop47/kop47, the
@@ -43,6 +43,7 @@ namespace orvane::testing {
 enum class Backend { kSqlite, kPostgres };
 
 using Row = std::vector<std::pair<std::string, std::string>>;  // column, value
+using Cells = std::vector<std::vector<std::string>>;           // [row][column]
 
 class DbTest : public ::testing::TestWithParam<Backend> {
  protected:
@@ -65,12 +66,11 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   // insert into table (columns...) values ('values'...)
   void Insert(std::string_view table, const Row& row);
   // The result's rows, each with its columns in statement order.
-  std::vector<std::vector<std::string>> Rows(const data::Sql& sql);
+  Cells Rows(const data::Sql& sql);
 
   // Runs one request in-process through WebClass_Start, as the HTTP front
-  // end does, and returns the answer text; last_status() is its HTTP status.
+  // end does, and returns the answer text.
   std::string Request(std::string_view query);
-  int last_status() const { return last_status_; }
   // Session values; LogIn sets PUB_USR_ID, which the writing requests need.
   Session& session() { return session_; }
   void LogIn(const std::string& user_id) { session_.Set("PUB_USR_ID", user_id); }
@@ -85,7 +85,6 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   FixedClock clock_{LocalTime{2024, 4, 1, 10, 20, 30}};
   Session session_;
   ApplicationStore app_;
-  int last_status_ = 0;
 };
 
 std::string BackendName(const ::testing::TestParamInfo<Backend>& info);
