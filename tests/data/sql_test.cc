@@ -7,7 +7,7 @@
 namespace orvane::data {
 namespace {
 
-TEST(Sql, RendersTheSystemsTextAndSendsValuesApartPerDriver) {
+TEST(Sql, RendersTheSystemsTextAndSendsValuesApart) {
   Sql sql;
   sql << "select USER_ID"
       << " ," << Concat({"'/'", "MENU01", "'/'", "MENU02", "'/'"}) << " as MENU"
@@ -17,29 +17,13 @@ TEST(Sql, RendersTheSystemsTextAndSendsValuesApartPerDriver) {
   EXPECT_EQ(sql.Render(),
             "select USER_ID ,'/'+MENU01+'/'+MENU02+'/' as MENU from MENU_USER_WORK where USER_ID = 'o'neil'"
             " and (M.ST_YMD <= 20240401) order by len(SEC_TREE),USER_SEQ");
-  struct Case {
-    const char* dbms_name;  // SQL_DBMS_NAME, which chooses the dialect
-    const char* statement;
-    std::vector<std::string> params;
-  } cases[] = {
-      {"SQLite",
-       "select USER_ID ,'/'||MENU01||'/'||MENU02||'/' as MENU from MENU_USER_WORK where USER_ID = ?"
-       " and (M.ST_YMD <= 20240401) order by length(SEC_TREE),USER_SEQ",
-       {"o'neil"}},
-      {"PostgreSQL",
-       "select USER_ID ,'/'||MENU01||'/'||MENU02||'/' as MENU from MENU_USER_WORK where USER_ID = ?"
-       " and (M.ST_YMD <= ?) order by length(SEC_TREE),USER_SEQ",
-       {"o'neil", "20240401"}},
-      {"Microsoft SQL Server",
-       "select USER_ID ,'/'+MENU01+'/'+MENU02+'/' as MENU from MENU_USER_WORK where USER_ID = ?"
-       " and (M.ST_YMD <= 20240401) order by len(SEC_TREE),USER_SEQ",
-       {"o'neil"}},
-  };
-  for (const Case& c : cases) {
-    const Dialect& dialect = Dialect::ForDbmsName(c.dbms_name);
-    EXPECT_EQ(sql.Statement(dialect), c.statement) << c.dbms_name;
-    EXPECT_EQ(sql.Parameters(dialect), c.params) << c.dbms_name;
-  }
+  // SQL Server runs the statement as written (SQLite and PostgreSQL run
+  // their translations in the database tests); the value is bound.
+  const Dialect& sql_server = Dialect::ForDbmsName("Microsoft SQL Server");
+  EXPECT_EQ(sql.Statement(sql_server),
+            "select USER_ID ,'/'+MENU01+'/'+MENU02+'/' as MENU from MENU_USER_WORK where USER_ID = ?"
+            " and (M.ST_YMD <= 20240401) order by len(SEC_TREE),USER_SEQ");
+  EXPECT_EQ(sql.Parameters(sql_server), std::vector<std::string>{"o'neil"});
 }
 
 TEST(Sql, RefusesPiecesThatCouldChangeTheStatement) {
@@ -49,7 +33,6 @@ TEST(Sql, RefusesPiecesThatCouldChangeTheStatement) {
   } cases[] = {
       {Sql() << "select * from " << Table("T_USER; drop table T_USER"),
        "unknown table name \"T_USER; drop table T_USER\""},
-      {Sql() << "select * from " << Table("pg_user"), "unknown table name \"pg_user\""},
       {Sql() << "select " << Identifier("MENU01 --"), "not a column name: \"MENU01 --\""},
       {Sql() << "select " << Len("a)"), "not a column name: \"a)\""},
       {Sql() << "select " << Concat({"'/'", "'x' || (select 1)"}),
