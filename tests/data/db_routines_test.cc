@@ -34,9 +34,6 @@ class DataLayer : public DbTest {
     conn_ = Connection();
     DbTest::TearDown();
   }
-  void AddUser(const std::string& id, const std::string& kana, const std::string& mail = "") {
-    Insert("T_USER", {{"USER_ID", id}, {"NAME_KN", kana}, {"MAIL", mail}, {"PASSWORD", "pw"}});
-  }
   // Every remaining row, its `names` joined with "|".
   Strings FetchAll(Recordset& rs, const Strings& names) {
     Strings out, values;
@@ -108,7 +105,7 @@ TEST_P(DataLayer, QuotesInjectionAndJapaneseAreStoredAsData) {
   const Strings values = {"o'neil", "'; drop table T_USER; --", "a''b",   "\\'",    "100%_",
                           "ガモウ", "イトウ\u3000タロウ",       "カトウ", "アオキ", "あおき",
                           "ｱｵｷ"};
-  for (const std::string& v : values) AddUser(v, v);
+  for (const std::string& v : values) Insert("T_USER", {{"USER_ID", v}, {"NAME_KN", v}});
   for (const std::string& v : values) {  // fetched by names in any letter case
     EXPECT_EQ(Select(Sql() << "select USER_ID, NAME_KN from " << Table("T_USER") << " where USER_ID = " << Quoted(v),
                      {"user_id", "Name_Kn"}),
@@ -159,7 +156,8 @@ TEST_P(DataLayer, FetchEmptyNullExhaustedAndClosed) {
 }
 
 TEST_P(DataLayer, AbsolutePositionsAndTheArrayCopy) {
-  for (const char* id : {"u1", "u2", "u3", "u4", "u5"}) AddUser(id, id, std::string("m") + id);
+  for (const char* id : {"u1", "u2", "u3", "u4", "u5"})
+    Insert("T_USER", {{"USER_ID", id}, {"MAIL", std::string("m") + id}});
   Sql all = Sql() << "select USER_ID, MAIL from " << Table("T_USER") << " order by USER_ID";
   // One after the other on the same result: each position, then every row from there.
   struct Case {
