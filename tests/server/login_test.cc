@@ -12,29 +12,22 @@ namespace {
 using testing::DbTest;
 using testing::LiveServer;
 
-class Login : public DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (IsSkipped() || HasFatalFailure()) return;
-    Insert("T_USER", {{"USER_ID", "yamada"}, {"PASSWORD", "pa'ss"}, {"NAME_KJ", "山田 太郎"}, {"MAIL", "t.yamada"}});
-    Insert("T_USER", {{"USER_ID", "sato"}, {"PASSWORD", "sato"}, {"NAME_KJ", "佐藤"}});
-    for (std::string c : {"0001", "0002", "0003"}) {
-      Insert(
-          "T_SECTION",
-          {{"SEC_CD", c}, {"SEC_NM", "課" + c}, {"DSP_NM", "表示" + c}, {"SEC_TREE", "0000/" + c}, {"UPD_KBN", "3"}});
-    }
-    // Current on 2024-04-01: 0002 (primary) and 0001; 0003 ended before.
-    for (auto [code, kind, from, to] : {std::array<const char*, 4>{"0001", "0", "20200101", "99999999"},
-                                        {"0002", "1", "20240401", "99999999"},
-                                        {"0003", "1", "20200101", "20240331"}}) {
-      Insert("T_SECMEMBER",
-             {{"SEC_CD", code}, {"USER_ID", "yamada"}, {"SEC_KBN", kind}, {"ST_YMD", from}, {"ED_YMD", to}});
-    }
-  }
-};
+using Login = DbTest;
 
 TEST_P(Login, RightAndWrongPasswordsAndTheSessionTheyLeave) {
+  Insert("T_USER", {{"USER_ID", "yamada"}, {"PASSWORD", "pa'ss"}, {"NAME_KJ", "山田 太郎"}, {"MAIL", "t.yamada"}});
+  Insert("T_USER", {{"USER_ID", "sato"}, {"PASSWORD", "sato"}, {"NAME_KJ", "佐藤"}});
+  for (std::string c : {"0001", "0002", "0003"}) {
+    Insert("T_SECTION",
+           {{"SEC_CD", c}, {"SEC_NM", "課" + c}, {"DSP_NM", "表示" + c}, {"SEC_TREE", "0000/" + c}, {"UPD_KBN", "3"}});
+  }
+  // Current on 2024-04-01: 0002 (primary) and 0001; 0003 ended before.
+  for (auto [code, kind, from, to] : {std::array<const char*, 4>{"0001", "0", "20200101", "99999999"},
+                                      {"0002", "1", "20240401", "99999999"},
+                                      {"0003", "1", "20200101", "20240331"}}) {
+    Insert("T_SECMEMBER",
+           {{"SEC_CD", code}, {"USER_ID", "yamada"}, {"SEC_KBN", kind}, {"ST_YMD", from}, {"ED_YMD", to}});
+  }
   LiveServer server(ConfigPath(), clock());
   auto client = server.Client();
   // The answer and the Set-Cookie header of a POST, with the session cookie `sid` when not empty.
