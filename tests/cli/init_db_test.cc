@@ -14,16 +14,12 @@ namespace {
 using data::Sql;
 using data::Table;
 using testing::Backend;
+using testing::Cells;
 using testing::DbTest;
 
-struct ProcessResult {
-  int status;
-  std::string output;  // stdout and stderr
-};
-
-ProcessResult RunBinary(const std::string& args) {
-  std::string command = std::string(ORVANE_BINARY) + " " + args + " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
+// Runs the orvane binary; its exit status and its output (stdout and stderr).
+std::pair<int, std::string> RunBinary(const std::string& args) {
+  FILE* pipe = popen((std::string(ORVANE_BINARY) + " " + args + " 2>&1").c_str(), "r");
   std::string output;
   char buf[4096];
   for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) output.append(buf, n);
@@ -35,45 +31,35 @@ using InitDb = DbTest;
 
 TEST_P(InitDb, TwiceChangesNothingAndTheDemoIsAddedOnce) {
   std::string backend = GetParam() == Backend::kSqlite ? "SQLite" : "PostgreSQL";
-  for (int i = 0; i < 2; ++i) {
-    ProcessResult run = RunBinary("init-db --config " + ConfigPath() + " --demo");
-    EXPECT_EQ(run.status, 0) << run.output;
-    EXPECT_EQ(run.output, "orvane init-db: tables ready on data source " + Dsn() + " (" + backend +
-                              "), demo organisation present\n");
+  for (const char* demo : {" --demo", " --demo", ""}) {
+    EXPECT_EQ(RunBinary("init-db --config " + ConfigPath() + demo),
+              std::pair(0, "orvane init-db: tables ready on data source " + Dsn() + " (" + backend + ")" +
+                               (*demo ? ", demo organisation present" : "") + "\n"));
   }
-  ProcessResult run = RunBinary("init-db --config " + ConfigPath());
-  EXPECT_EQ(run.status, 0) << run.output;
 
   // Every table is there, and the demo rows only once.
   for (const data::TableDef& t : data::SchemaTables()) {
-    ASSERT_TRUE(data::IsKnownTable(t.name)) << t.name;
-    auto rows = Rows(Sql() << "select count(*) from " << Table(t.name));
-    ASSERT_EQ(rows.size(), 1u) << t.name;
+    ASSERT_EQ(Rows(Sql() << "select count(*) from " << Table(t.name)).size(), 1u) << t.name;
   }
-  EXPECT_EQ(
-      Rows(Sql() << "select USER_ID from " << Table("T_USER") << " order by USER_ID"),
-      (std::vector<std::vector<std::string>>{{"admin"}, {"ito"}, {"sato"}, {"tanaka"}, {"watanabe"}, {"yamada"}}));
+  EXPECT_EQ(Rows(Sql() << "select USER_ID from " << Table("T_USER") << " order by USER_ID"),
+            (Cells{{"admin"}, {"ito"}, {"sato"}, {"tanaka"}, {"watanabe"}, {"yamada"}}));
   EXPECT_EQ(
       Rows(Sql() << "select SEC_CD, JOI_SEC, SEC_TREE from " << Table("T_SECTION_WORK") << " where SEC_CD = '0000'"),
-      (std::vector<std::vector<std::string>>{{"0000", "9999", "0000"}}));
-  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECTION_WORK")),
-            (std::vector<std::vector<std::string>>{{"6"}}));
-  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECMEMBER")),
-            (std::vector<std::vector<std::string>>{{"8"}}));
+      (Cells{{"0000", "9999", "0000"}}));
+  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECTION_WORK")), (Cells{{"6"}}));
+  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECMEMBER")), (Cells{{"8"}}));
 }
 
 TEST_P(InitDb, ReportsAMissingOrUnknownDataSource) {
   WriteConfig("LOCAL_DB_DSN=\n");
-  ProcessResult run = RunBinary("init-db --config " + ConfigPath());
-  EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.output.find("orvane init-db: no data source: LOCAL_DB_DSN in " + ConfigPath()), std::string::npos)
-      << run.output;
+  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()),
+            std::pair(1, "orvane init-db: no data source: LOCAL_DB_DSN in " + ConfigPath() + ": 環境ファイル(" +
+                             ConfigPath() + ")の\"LOCAL_DB_DSN\"は無効な設定です\n"));
   WriteConfig("LOCAL_DB_DSN=no_such_source\n");
-  run = RunBinary("init-db --config " + ConfigPath());
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.output,
-            "orvane init-db: [Com_funDbOpen]エラー番号 0 [IM002] [unixODBC][Driver Manager]Data source name not found "
-            "and no default driver specified<BR><BR>SQL : no_such_source\n");
+  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()),
+            std::pair(1, std::string("orvane init-db: [Com_funDbOpen]エラー番号 0 [IM002] [unixODBC][Driver "
+                                     "Manager]Data source name not found and no default driver specified<BR><BR>SQL : "
+                                     "no_such_source\n")));
 }
 
 ORVANE_DB_TEST_SUITE(InitDb);

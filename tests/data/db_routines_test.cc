@@ -12,14 +12,15 @@ namespace orvane::data {
 namespace {
 
 using orvane::testing::Backend;
+using orvane::testing::Cells;
 using orvane::testing::DbTest;
+using Strings = std::vector<std::string>;
 
 // The error shape: "[routine]エラー番号 <native> [<SQLSTATE>] <message>".
 void ExpectErrorShape(const std::string& error, const std::string& routine, const std::string& tail) {
   std::regex shape("^\\[" + routine + "\\]エラー番号 -?[0-9]+ \\[[0-9A-Z]{5}\\] .+");
   EXPECT_TRUE(std::regex_search(error, shape)) << error;
-  ASSERT_GE(error.size(), tail.size());
-  EXPECT_EQ(error.substr(error.size() - tail.size()), tail);
+  EXPECT_TRUE(error.ends_with(tail)) << error << "\nshould end with " << tail;
 }
 
 class DataLayer : public DbTest {
@@ -33,18 +34,18 @@ class DataLayer : public DbTest {
     conn_ = Connection();
     DbTest::TearDown();
   }
-  void AddUser(const std::string& id, const std::string& kana, const std::string& mail = "") {
-    Insert("T_USER", {{"USER_ID", id}, {"NAME_KN", kana}, {"MAIL", mail}, {"PASSWORD", "pw"}});
-  }
-  std::vector<std::string> FetchAll(Recordset& rs, const std::vector<std::string>& names) {
-    std::vector<std::string> out, values;
+  // Every remaining row, its `names` joined with "|".
+  Strings FetchAll(Recordset& rs, const Strings& names) {
+    Strings out, values;
     bool eof = false;
-    for (;;) {
-      EXPECT_EQ(Com_funfetchData(rs, names, values, eof, error_), 0) << error_;
-      if (eof) break;
-      out.push_back(text::Join(values, "|"));
-    }
+    while (Com_funfetchData(rs, names, values, eof, error_) == 0 && !eof) out.push_back(text::Join(values, "|"));
+    EXPECT_TRUE(eof) << error_;
     return out;
+  }
+  Strings Select(const Sql& sql, const Strings& names) {
+    Recordset rs;
+    EXPECT_EQ(Com_funSelect(conn_, sql, rs, error_), 0) << error_;
+    return FetchAll(rs, names);
   }
 
   Connection conn_;
@@ -62,27 +63,37 @@ TEST_P(DataLayer, OpensByNameFromTheOdbcIniBesideTheConfiguration) {
   EXPECT_FALSE(other.IsOpen());
   EXPECT_EQ(Com_funDbClose(other, error_), 1);
   EXPECT_EQ(error_, "[Com_funDbClose]エラー番号 0 [08003] Connection not open");
-}
-
-TEST_P(DataLayer, OnlyAnEmptyUserAndPasswordMeanTheDefaultLogin) {
-  if (backend() == Backend::kSqlite) GTEST_SKIP() << "SQLite has no logins";
-  Connection other;
-  EXPECT_EQ(Com_funDbOpen(Dsn(), "", "kop47", other, error_), 1);  // user "" as given
-  ExpectErrorShape(error_, "Com_funDbOpen", "<BR><BR>SQL : " + Dsn());
-  EXPECT_EQ(Com_funDbOpen(Dsn(), "kop47", "kop47", other, error_), 0) << error_;
+  if (backend() == Backend::kPostgres) {  // only both empty mean the default login (SQLite has no logins)
+    EXPECT_EQ(Com_funDbOpen(Dsn(), "", "kop47", other, error_), 1);
+    ExpectErrorShape(error_, "Com_funDbOpen", "<BR><BR>SQL : " + Dsn());
+    EXPECT_EQ(Com_funDbOpen(Dsn(), "kop47", "kop47", other, error_), 0) << error_;
+  }
 }
 
 TEST_P(DataLayer, AFailingStatementReportsTheRenderedStatement) {
-  Recordset rs;
-  Sql bad;
-  bad << "select NO_SUCH_COLUMN from " << Table("T_USER") << " where USER_ID = " << Quoted("a'b");
-  EXPECT_EQ(Com_funSelect(conn_, bad, rs, error_), 1);
-  ExpectErrorShape(error_, "Com_funSelect", "<BR><BR>SQL : select NO_SUCH_COLUMN from T_USER where USER_ID = 'a'b'");
-  EXPECT_EQ(Com_funSelectP(conn_, bad, rs, error_), 1);
-  ExpectErrorShape(error_, "Com_funSelectP", "<BR><BR>SQL : select NO_SUCH_COLUMN from T_USER where USER_ID = 'a'b'");
-  EXPECT_EQ(
-      Com_funExecsql(conn_, Sql() << "delete from " << Table("T_USER") << " where NOPE = " << Quoted("1"), error_), 1);
-  ExpectErrorShape(error_, "Com_funExecsql", "<BR><BR>SQL : delete from T_USER where NOPE = '1'");
+  Sql bad = Sql() << "select NO_SUCH_COLUMN from " << Table("T_USER") << " where USER_ID = " << Quoted("a'b");
+  struct Case {
+    const char* routine;
+    Sql sql;
+    const char* rendered;
+  } cases[] = {
+      {"Com_funSelect", bad, "select NO_SUCH_COLUMN from T_USER where USER_ID = 'a'b'"},
+      {"Com_funSelectP", bad, "select NO_SUCH_COLUMN from T_USER where USER_ID = 'a'b'"},
+      {"Com_funExecsql", Sql() << "delete from " << Table("T_USER") << " where NOPE = " << Quoted("1"),
+       "delete from T_USER where NOPE = '1'"},
+      // A name tacked on without a comma is not repaired: it fails on every backend.
+      {"Com_funSelect", Sql() << "SELECT SEC_CD from " << Table("T_SECTION") << " order by JOI_SEC,SEC_SEQ SEC_NM",
+       "SELECT SEC_CD from T_SECTION order by JOI_SEC,SEC_SEQ SEC_NM"},
+  };
+  for (const Case& c : cases) {
+    Recordset rs;
+    std::string_view routine = c.routine;
+    EXPECT_EQ(routine == "Com_funExecsql"  ? Com_funExecsql(conn_, c.sql, error_)
+              : routine == "Com_funSelect" ? Com_funSelect(conn_, c.sql, rs, error_)
+                                           : Com_funSelectP(conn_, c.sql, rs, error_),
+              1);
+    ExpectErrorShape(error_, c.routine, std::string("<BR><BR>SQL : ") + c.rendered);
+  }
   // Refused before sending: the same shape, nothing reaches the database.
   EXPECT_EQ(Com_funExecsql(conn_, Sql() << "delete from " << Table("sqlite_master"), error_), 1);
   EXPECT_EQ(error_,
@@ -90,130 +101,95 @@ TEST_P(DataLayer, AFailingStatementReportsTheRenderedStatement) {
             "\"sqlite_master\"<BR><BR>SQL : delete from sqlite_master");
 }
 
-TEST_P(DataLayer, QuotesAndInjectionAttemptsAreStoredAsData) {
-  const std::vector<std::string> values = {"o'neil", "'; drop table T_USER; --", "a''b", "\\'", "100%_"};
-  for (const std::string& v : values) AddUser(v, v);
-  for (const std::string& v : values) {
-    Recordset rs;
-    ASSERT_EQ(
-        Com_funSelect(conn_,
-                      Sql() << "select USER_ID, NAME_KN from " << Table("T_USER") << " where USER_ID = " << Quoted(v),
-                      rs, error_),
-        0)
-        << error_;
-    EXPECT_EQ(FetchAll(rs, {"user_id", "Name_Kn"}), std::vector<std::string>{v + "|" + v});
+TEST_P(DataLayer, QuotesInjectionAndJapaneseAreStoredAsData) {
+  const Strings values = {"o'neil", "'; drop table T_USER; --", "a''b",   "\\'",    "100%_",
+                          "ガモウ", "イトウ\u3000タロウ",       "カトウ", "アオキ", "あおき",
+                          "ｱｵｷ"};
+  for (const std::string& v : values) Insert("T_USER", {{"USER_ID", v}, {"NAME_KN", v}});
+  for (const std::string& v : values) {  // fetched by names in any letter case
+    EXPECT_EQ(Select(Sql() << "select USER_ID, NAME_KN from " << Table("T_USER") << " where USER_ID = " << Quoted(v),
+                     {"user_id", "Name_Kn"}),
+              Strings{v + "|" + v});
   }
-  EXPECT_EQ(Rows(Sql() << "select count(*) as CNT from " << Table("T_USER")),
-            (std::vector<std::vector<std::string>>{{"5"}}));
+  // The kana-row counts compare NAME_KN with "ア", "カ", ...: code-point
+  // order, so hiragana and half-width kana fall outside the katakana rows.
+  EXPECT_EQ(Select(Sql() << "select USER_ID from " << Table("T_USER") << " where NAME_KN >= " << Quoted("ア")
+                         << " and NAME_KN < " << Quoted("カ") << " order by NAME_KN",
+                   {"USER_ID"}),
+            (Strings{"アオキ", "イトウ\u3000タロウ"}));
+  EXPECT_EQ(Select(Sql() << "select USER_ID from " << Table("T_USER") << " order by NAME_KN", {"USER_ID"}),
+            (Strings{"'; drop table T_USER; --", "100%_", "\\'", "a''b", "o'neil", "あおき", "アオキ",
+                     "イトウ\u3000タロウ", "カトウ", "ガモウ", "ｱｵｷ"}));
 }
 
-TEST_P(DataLayer, FetchEmptyNullAndJapanese) {
+TEST_P(DataLayer, FetchEmptyNullExhaustedAndClosed) {
   Recordset rs;
-  std::vector<std::string> values;
+  Strings values;
   bool eof = false;
+  auto fetch = [&] { return Com_funfetchData(rs, {"USER_ID", "MAIL"}, values, eof, error_); };
   // Empty result: the end flag at once; a value array never filled is empty texts.
   ASSERT_EQ(Com_funSelect(conn_, Sql() << "select USER_ID, MAIL from " << Table("T_USER"), rs, error_), 0);
-  EXPECT_EQ(Com_funfetchData(rs, {"USER_ID", "MAIL"}, values, eof, error_), 0);
+  EXPECT_EQ(fetch(), 0);
   EXPECT_TRUE(eof);
-  EXPECT_EQ(values, (std::vector<std::string>{"", ""}));
+  EXPECT_EQ(values, (Strings{"", ""}));
 
-  const std::string kana = "ヤマダ\u3000タロウ";               // with the ideographic space
-  Insert("T_USER", {{"USER_ID", "山田"}, {"NAME_KN", kana}});  // MAIL stays null
-  ASSERT_EQ(Com_funSelect(conn_,
-                          Sql() << "select USER_ID, NAME_KN, MAIL from " << Table("T_USER")
-                                << " where NAME_KN = " << Quoted(kana),
-                          rs, error_),
-            0)
-      << error_;
-  EXPECT_EQ(Com_funfetchData(rs, {"NAME_KN", "MAIL", "USER_ID"}, values, eof, error_), 0);
-  EXPECT_FALSE(eof);
-  EXPECT_EQ(values, (std::vector<std::string>{kana, "", "山田"}));
-  // Exhausted: the flag, and the last values stay as they were.
-  EXPECT_EQ(Com_funfetchData(rs, {"NAME_KN", "MAIL", "USER_ID"}, values, eof, error_), 0);
-  EXPECT_TRUE(eof);
-  EXPECT_EQ(values, (std::vector<std::string>{kana, "", "山田"}));
+  Insert("T_USER", {{"USER_ID", "u1"}});  // MAIL stays null
+  ASSERT_EQ(Com_funSelect(conn_, Sql() << "select USER_ID, MAIL from " << Table("T_USER"), rs, error_), 0);
+  // The row, then the exhausted result: the flag, and the values stay as they were.
+  for (bool at_end : {false, true}) {
+    EXPECT_EQ(fetch(), 0);
+    EXPECT_EQ(eof, at_end);
+    EXPECT_EQ(values, (Strings{"u1", ""}));
+  }
   EXPECT_EQ(Com_funRecordsetClose(rs, error_), 0);
   EXPECT_EQ(Com_funRecordsetClose(rs, error_), 1);
   EXPECT_EQ(error_, "[Com_funRecordsetClose]エラー番号 0 [HY010] Recordset not open");
 
   ASSERT_EQ(Com_funSelect(conn_, Sql() << "select USER_ID from " << Table("T_USER"), rs, error_), 0);
-  EXPECT_EQ(Com_funfetchData(rs, {"NO_SUCH"}, values, eof, error_), 1);
-  EXPECT_EQ(error_, "[Com_funfetchData]エラー番号 0 [42S22] Column not found: NO_SUCH");
-}
-
-TEST_P(DataLayer, KatakanaRangesCompareInCodePointOrder) {
-  // The kana-row counts compare NAME_KN with "ア", "カ", ...: hiragana and
-  // half-width kana must fall outside the katakana rows.
-  for (const char* kana : {"アオキ", "イトウ", "カトウ", "ガモウ", "サトウ", "あおき", "ｱｵｷ", "ABE"})
-    AddUser(kana, kana);
-  Recordset rs;
-  ASSERT_EQ(Com_funSelect(conn_,
-                          Sql() << "select USER_ID from " << Table("T_USER") << " where NAME_KN >= " << Quoted("ア")
-                                << " and NAME_KN < " << Quoted("カ") << " order by NAME_KN",
-                          rs, error_),
-            0)
-      << error_;
-  EXPECT_EQ(FetchAll(rs, {"USER_ID"}), (std::vector<std::string>{"アオキ", "イトウ"}));
-  ASSERT_EQ(Com_funSelect(conn_, Sql() << "select USER_ID from " << Table("T_USER") << " order by NAME_KN", rs, error_),
-            0);
-  EXPECT_EQ(FetchAll(rs, {"USER_ID"}),
-            (std::vector<std::string>{"ABE", "あおき", "アオキ", "イトウ", "カトウ", "ガモウ", "サトウ", "ｱｵｷ"}));
+  EXPECT_EQ(fetch(), 1);
+  EXPECT_EQ(error_, "[Com_funfetchData]エラー番号 0 [42S22] Column not found: MAIL");
+  // Closing the connection invalidates its recordsets.
+  ASSERT_EQ(Com_funDbClose(conn_, error_), 0);
+  EXPECT_EQ(fetch(), 1);
+  EXPECT_EQ(error_, "[Com_funfetchData]エラー番号 0 [08003] The recordset's connection is closed");
+  EXPECT_EQ(Com_funRecordsetClose(rs, error_), 0);
 }
 
 TEST_P(DataLayer, AbsolutePositionsAndTheArrayCopy) {
-  for (const char* id : {"u1", "u2", "u3", "u4", "u5"}) AddUser(id, id, std::string("m") + id);
-  Sql all;
-  all << "select USER_ID, MAIL from " << Table("T_USER") << " order by USER_ID";
+  for (const char* id : {"u1", "u2", "u3", "u4", "u5"})
+    Insert("T_USER", {{"USER_ID", id}, {"MAIL", std::string("m") + id}});
+  Sql all = Sql() << "select USER_ID, MAIL from " << Table("T_USER") << " order by USER_ID";
+  // One after the other on the same result: each position, then every row from there.
   struct Case {
     short position;
-    int status;
-    std::vector<std::string> rows;
-  } cases[] = {
-      {1, 0, {"u1", "u2", "u3", "u4", "u5"}},
-      {3, 0, {"u3", "u4", "u5"}},
-      {5, 0, {"u5"}},
-      {6, 1, {}},
-      {0, 1, {}},
-      {-1, 1, {}},
-  };
+    Strings rows;  // none: out of range
+  } cases[] = {{3, {"u3", "u4", "u5"}}, {6, {}}, {1, {"u1", "u2", "u3", "u4", "u5"}}, {0, {}}, {5, {"u5"}}};
   // Static cursors, and the emulation used where a driver has none: a
   // forward-only result that skips rows and runs again to go back.
   for (bool emulated : {false, true}) {
-    auto open = [&](Recordset& rs) {
-      ASSERT_EQ((emulated ? Com_funSelect : Com_funSelectP)(conn_, all, rs, error_), 0) << error_;
-      if (emulated) rs.impl()->positionable = true;
-      EXPECT_EQ(rs.impl()->scrollable, !emulated);
-    };
+    Recordset rs;
+    ASSERT_EQ((emulated ? Com_funSelect : Com_funSelectP)(conn_, all, rs, error_), 0) << error_;
+    if (emulated) rs.impl()->positionable = true;
+    EXPECT_EQ(rs.impl()->scrollable, !emulated);
     for (const Case& c : cases) {
-      Recordset rs;
-      open(rs);
-      EXPECT_EQ(Com_funSetAbsolutePos(rs, c.position, error_), c.status) << c.position;
-      if (c.status == 0)
-        EXPECT_EQ(FetchAll(rs, {"USER_ID"}), c.rows) << c.position;
+      EXPECT_EQ(Com_funSetAbsolutePos(rs, c.position, error_), c.rows.empty()) << c.position << " " << emulated;
+      if (!c.rows.empty())
+        EXPECT_EQ(FetchAll(rs, {"USER_ID"}), c.rows) << c.position << " " << emulated;
       else
         EXPECT_EQ(error_,
                   "[Com_funSetAbsolutePos]エラー番号 0 [HY107] Row value out of range: " + std::to_string(c.position));
     }
-    Recordset rs;
-    open(rs);
-    ASSERT_EQ(Com_funSetAbsolutePos(rs, 4, error_), 0);
-    ASSERT_EQ(Com_funSetAbsolutePos(rs, 2, error_), 0);  // back again
-    EXPECT_EQ(FetchAll(rs, {"USER_ID"}), (std::vector<std::string>{"u2", "u3", "u4", "u5"})) << emulated;
-    EXPECT_EQ(Com_funSetAbsolutePos(rs, 5, error_), 0) << emulated;  // after the end
-    EXPECT_EQ(FetchAll(rs, {"USER_ID"}), (std::vector<std::string>{"u5"})) << emulated;
+    // Back from the end, and back again before reading; the copy is
+    // [column][row], and an exhausted result copies as its columns only.
+    ASSERT_EQ(Com_funSetAbsolutePos(rs, 4, error_) + Com_funSetAbsolutePos(rs, 2, error_), 0) << error_;
+    Array2D array;
+    ASSERT_EQ(Com_funRecodsetToArray(rs, array, error_), 0) << error_;
+    EXPECT_EQ(array, (Array2D{{"u2", "u3", "u4", "u5"}, {"mu2", "mu3", "mu4", "mu5"}})) << emulated;
+    ASSERT_EQ(Com_funRecodsetToArray(rs, array, error_), 0);
+    EXPECT_EQ(array, (Array2D{{}, {}}));
   }
-  // Positioning back after reading on.
-  Recordset rs;
-  ASSERT_EQ(Com_funSelectP(conn_, all, rs, error_), 0);
-  ASSERT_EQ(Com_funSetAbsolutePos(rs, 4, error_), 0);
-  ASSERT_EQ(Com_funSetAbsolutePos(rs, 2, error_), 0);
-  Array2D array;
-  ASSERT_EQ(Com_funRecodsetToArray(rs, array, error_), 0) << error_;
-  EXPECT_EQ(array, (Array2D{{"u2", "u3", "u4", "u5"}, {"mu2", "mu3", "mu4", "mu5"}}));  // [column][row]
-  // An exhausted result copies as its columns with no rows.
-  ASSERT_EQ(Com_funRecodsetToArray(rs, array, error_), 0);
-  EXPECT_EQ(array, (Array2D{{}, {}}));
   // A plain select cannot be positioned.
+  Recordset rs;
   ASSERT_EQ(Com_funSelect(conn_, all, rs, error_), 0);
   EXPECT_EQ(Com_funSetAbsolutePos(rs, 1, error_), 1);
   EXPECT_EQ(error_, "[Com_funSetAbsolutePos]エラー番号 0 [HY106] The recordset was not opened for positioning");
@@ -225,23 +201,17 @@ TEST_P(DataLayer, RollbackLeavesNoRowAndCommitKeepsAll) {
     return Com_funExecsql(
         conn_, Sql() << "insert into " << Table("T_USER") << " (USER_ID) values (" << Quoted(id) << ")", error_);
   };
-  ASSERT_EQ(Com_funBeginTrans(conn_, error_), 0) << error_;
-  EXPECT_EQ(insert("a"), 0);
-  EXPECT_EQ(insert("b"), 0);
-  EXPECT_EQ(Com_funRollbackTrans(conn_, error_), 0) << error_;
-  EXPECT_EQ(count(), "0");
-
-  ASSERT_EQ(Com_funBeginTrans(conn_, error_), 0);
-  EXPECT_EQ(Com_funBeginTrans(conn_, error_), 1);
-  EXPECT_EQ(error_, "[Com_funBeginTrans]エラー番号 0 [25000] A transaction is already open");
-  EXPECT_EQ(insert("a"), 0);
-  EXPECT_EQ(insert("b"), 0);
-  EXPECT_EQ(Com_funCommitTrans(conn_, error_), 0) << error_;
-  EXPECT_EQ(count(), "2");
-
+  for (bool commit : {false, true}) {
+    ASSERT_EQ(Com_funBeginTrans(conn_, error_), 0) << error_;
+    EXPECT_EQ(insert("a") + insert("b"), 0);
+    EXPECT_EQ((commit ? Com_funCommitTrans : Com_funRollbackTrans)(conn_, error_), 0) << error_;
+    EXPECT_EQ(count(), commit ? "2" : "0");
+  }
   // A failed statement rolls the whole unit back: nothing of it can be
   // committed afterwards, on any backend.
   ASSERT_EQ(Com_funBeginTrans(conn_, error_), 0);
+  EXPECT_EQ(Com_funBeginTrans(conn_, error_), 1);
+  EXPECT_EQ(error_, "[Com_funBeginTrans]エラー番号 0 [25000] A transaction is already open");
   EXPECT_EQ(insert("c"), 0);
   EXPECT_EQ(insert("a"), 1);  // duplicate key
   EXPECT_EQ(insert("d"), 1);
@@ -262,54 +232,31 @@ TEST_P(DataLayer, RollbackLeavesNoRowAndCommitKeepsAll) {
 }
 
 TEST_P(DataLayer, DialectConstructsWorkOnEveryBackend) {
-  Insert("T_SECTION", {{"SEC_CD", "0000"}, {"SEC_TREE", "0000"}, {"JOI_SEC", "9999"}, {"SEC_SEQ", "001"}});
-  Insert("T_SECTION", {{"SEC_CD", "0002"}, {"SEC_TREE", "0000/0001/0002"}, {"JOI_SEC", "0001"}, {"SEC_SEQ", "001"}});
-  Insert("T_SECTION", {{"SEC_CD", "0001"}, {"SEC_TREE", "0000/0001"}, {"JOI_SEC", "0000"}, {"SEC_SEQ", "001"}});
+  for (const char* tree : {"0000", "0000/0001/0002", "0000/0001"})
+    Insert("T_SECTION", {{"SEC_CD", tree}, {"SEC_TREE", tree}});
   EXPECT_EQ(Rows(Sql() << "SELECT SEC_CD from " << Table("T_SECTION") << " order by " << Len("SEC_TREE") << ",JOI_SEC"),
-            (std::vector<std::vector<std::string>>{{"0000"}, {"0001"}, {"0002"}}));
+            (Cells{{"0000"}, {"0000/0001"}, {"0000/0001/0002"}}));
 
   Insert("MENU_USER", {{"USER_ID", "u1"}, {"MENU01", "1"}, {"MENU02", "0"}, {"MENU79", "ZZ"}});
   EXPECT_EQ(Rows(Sql() << "select USER_ID ," << Concat({"'/'", "MENU01", "'/'", "MENU02", "'/'", "MENU79", "'/'"})
                        << " as MENU from " << Table("MENU_USER") << " where USER_ID = " << Quoted("u1")),
-            (std::vector<std::vector<std::string>>{{"u1", "/1/0/ZZ/"}}));
+            (Cells{{"u1", "/1/0/ZZ/"}}));
 
   // A bare date number against a text column; an unquoted number written
-  // into a text column stays unpadded.
+  // into a text column is stored as the number's text, unpadded.
   Insert("T_SECMEMBER", {{"SEC_CD", "0001"}, {"USER_ID", "u1"}, {"ST_YMD", "20240101"}, {"ED_YMD", "99999999"}});
   Insert("T_SECMEMBER", {{"SEC_CD", "0002"}, {"USER_ID", "u1"}, {"ST_YMD", "20240501"}, {"ED_YMD", "99999999"}});
   EXPECT_EQ(Com_funExecsql(conn_,
-                           Sql() << "update " << Table("T_SECMEMBER") << " set USER_SEQ = " << Number("7")
+                           Sql() << "update " << Table("T_SECMEMBER") << " set USER_SEQ = " << Number("007")
+                                 << ", SEC_KBN = " << Number("-012") << ", POST_CD = " << Number("-0")
                                  << " where (ST_YMD <= " << Number("20240401")
                                  << " and ED_YMD >= " << Number("20240401") << ")",
                            error_),
             0)
       << error_;
-  EXPECT_EQ(Rows(Sql() << "select SEC_CD, USER_SEQ from " << Table("T_SECMEMBER") << " order by SEC_CD"),
-            (std::vector<std::vector<std::string>>{{"0001", "7"}, {"0002", ""}}));
-}
-
-TEST_P(DataLayer, AWronglyBuiltStatementFailsAsItWould) {
-  // "order by JOI_SEC,SEC_SEQ SEC_NM": a name tacked on without a comma.
-  Recordset rs;
-  EXPECT_EQ(Com_funSelect(conn_,
-                          Sql() << "SELECT SEC_CD from " << Table("T_SECTION") << " order by JOI_SEC,SEC_SEQ"
-                                << " SEC_NM",
-                          rs, error_),
-            1);
-  ExpectErrorShape(error_, "Com_funSelect",
-                   "<BR><BR>SQL : SELECT SEC_CD from T_SECTION order by JOI_SEC,SEC_SEQ SEC_NM");
-}
-
-TEST_P(DataLayer, ClosingTheConnectionInvalidatesItsRecordsets) {
-  AddUser("u1", "k");
-  Recordset rs;
-  ASSERT_EQ(Com_funSelect(conn_, Sql() << "select USER_ID from " << Table("T_USER"), rs, error_), 0);
-  ASSERT_EQ(Com_funDbClose(conn_, error_), 0);
-  std::vector<std::string> values;
-  bool eof = false;
-  EXPECT_EQ(Com_funfetchData(rs, {"USER_ID"}, values, eof, error_), 1);
-  EXPECT_EQ(error_, "[Com_funfetchData]エラー番号 0 [08003] The recordset's connection is closed");
-  EXPECT_EQ(Com_funRecordsetClose(rs, error_), 0);
+  EXPECT_EQ(
+      Rows(Sql() << "select SEC_CD, USER_SEQ, SEC_KBN, POST_CD from " << Table("T_SECMEMBER") << " order by SEC_CD"),
+      (Cells{{"0001", "7", "-12", "0"}, {"0002", "", "", ""}}));
 }
 
 ORVANE_DB_TEST_SUITE(DataLayer);

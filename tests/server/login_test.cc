@@ -1,6 +1,8 @@
 // POST /login and /logout over real HTTP against a real database.
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
 
@@ -10,73 +12,54 @@ namespace {
 using testing::DbTest;
 using testing::LiveServer;
 
-class Login : public DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (IsSkipped() || HasFatalFailure()) return;
-    Insert("T_USER", {{"USER_ID", "yamada"}, {"PASSWORD", "pa'ss"}, {"NAME_KJ", "山田 太郎"}, {"MAIL", "t.yamada"}});
-    Insert("T_USER", {{"USER_ID", "sato"}, {"PASSWORD", "sato"}, {"NAME_KJ", "佐藤"}});
-    for (const char* code : {"0001", "0002", "0003"}) {
-      std::string c = code;
-      Insert(
-          "T_SECTION",
-          {{"SEC_CD", c}, {"SEC_NM", "課" + c}, {"DSP_NM", "表示" + c}, {"SEC_TREE", "0000/" + c}, {"UPD_KBN", "3"}});
-    }
-    // Current on 2024-04-01: 0002 (primary) and 0001; 0003 ended before.
-    Insert(
-        "T_SECMEMBER",
-        {{"SEC_CD", "0001"}, {"USER_ID", "yamada"}, {"SEC_KBN", "0"}, {"ST_YMD", "20200101"}, {"ED_YMD", "99999999"}});
-    Insert(
-        "T_SECMEMBER",
-        {{"SEC_CD", "0002"}, {"USER_ID", "yamada"}, {"SEC_KBN", "1"}, {"ST_YMD", "20240401"}, {"ED_YMD", "99999999"}});
-    Insert(
-        "T_SECMEMBER",
-        {{"SEC_CD", "0003"}, {"USER_ID", "yamada"}, {"SEC_KBN", "1"}, {"ST_YMD", "20200101"}, {"ED_YMD", "20240331"}});
-  }
+using Login = DbTest;
 
-  static std::string SessionIdFrom(const httplib::Result& res) {
-    std::string cookie = res->get_header_value("Set-Cookie");
-    std::string prefix = "ORVANE_SID=";
-    if (cookie.rfind(prefix, 0) != 0) return "";
-    return cookie.substr(prefix.size(), cookie.find(';') - prefix.size());
+TEST_P(Login, RightAndWrongPasswordsAndTheSessionTheyLeave) {
+  Insert("T_USER", {{"USER_ID", "yamada"}, {"PASSWORD", "pa'ss"}, {"NAME_KJ", "山田 太郎"}, {"MAIL", "t.yamada"}});
+  Insert("T_USER", {{"USER_ID", "sato"}, {"PASSWORD", "sato"}, {"NAME_KJ", "佐藤"}});
+  for (std::string c : {"0001", "0002", "0003"}) {
+    Insert("T_SECTION",
+           {{"SEC_CD", c}, {"SEC_NM", "課" + c}, {"DSP_NM", "表示" + c}, {"SEC_TREE", "0000/" + c}, {"UPD_KBN", "3"}});
   }
-};
-
-TEST_P(Login, RightAndWrongPasswords) {
+  // Current on 2024-04-01: 0002 (primary) and 0001; 0003 ended before.
+  for (auto [code, kind, from, to] : {std::array<const char*, 4>{"0001", "0", "20200101", "99999999"},
+                                      {"0002", "1", "20240401", "99999999"},
+                                      {"0003", "1", "20200101", "20240331"}}) {
+    Insert("T_SECMEMBER",
+           {{"SEC_CD", code}, {"USER_ID", "yamada"}, {"SEC_KBN", kind}, {"ST_YMD", from}, {"ED_YMD", to}});
+  }
   LiveServer server(ConfigPath(), clock());
   auto client = server.Client();
+  // The answer and the Set-Cookie header of a POST, with the session cookie `sid` when not empty.
+  auto post = [&](const char* path, const std::string& sid, const char* form) {
+    httplib::Headers headers;
+    if (!sid.empty()) headers.emplace("Cookie", "ORVANE_SID=" + sid);
+    auto res = client.Post(path, headers, form, "application/x-www-form-urlencoded");
+    return res ? std::pair(res->body, res->get_header_value("Set-Cookie"))
+               : std::pair(std::string("(none)"), std::string());
+  };
+  auto session_id = [](const std::string& cookie) {
+    std::string id = cookie.substr(11, 32);
+    EXPECT_EQ(cookie, "ORVANE_SID=" + id + "; Path=/; HttpOnly; SameSite=Strict");
+    return id;
+  };
   struct Case {
     const char* form;
     const char* answer;
   } cases[] = {
-      {"User_cd=yamada&User_PS=pa%27ss", "OK"},
       {"User_cd=yamada&User_PS=wrong", "ERROR:LOGIN"},
       {"User_cd=yamada&User_PS=%27%20or%20%271%27%3D%271", "ERROR:LOGIN"},  // ' or '1'='1
       {"User_cd=nobody&User_PS=pa%27ss", "ERROR:LOGIN"},
       {"User_cd=&User_PS=", "ERROR:LOGIN"},
+      {"User_cd=yamada&User_PS=pa%27ss", "OK"},  // last: its session is checked below
   };
+  std::string id;
   for (const Case& c : cases) {
-    auto res = client.Post("/login", c.form, "application/x-www-form-urlencoded");
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->body, c.answer) << c.form;
-    EXPECT_EQ(res->has_header("Set-Cookie"), std::string(c.answer) == "OK") << c.form;
+    auto [answer, cookie] = post("/login", "", c.form);
+    EXPECT_EQ(answer, c.answer) << c.form;
+    EXPECT_EQ(cookie.empty(), answer != "OK") << c.form;
+    if (!cookie.empty()) id = session_id(cookie);
   }
-  std::string log = server.Log();
-  EXPECT_NE(log.find("POST /login"), std::string::npos) << log;
-  for (const char* secret : {"pa'ss", "pa%27ss", "yamada", "wrong"}) EXPECT_EQ(log.find(secret), std::string::npos);
-}
-
-TEST_P(Login, TheSessionCookieRoundTrip) {
-  LiveServer server(ConfigPath(), clock());
-  auto client = server.Client();
-  auto res = client.Post("/login", "User_cd=yamada&User_PS=pa%27ss", "application/x-www-form-urlencoded");
-  ASSERT_TRUE(res);
-  ASSERT_EQ(res->body, "OK");
-  std::string id = SessionIdFrom(res);
-  ASSERT_EQ(id.size(), 32u);
-  EXPECT_EQ(res->get_header_value("Set-Cookie"), "ORVANE_SID=" + id + "; Path=/; HttpOnly; SameSite=Strict");
-
   std::shared_ptr<Session> session = server.state().sessions->Find(id);
   ASSERT_TRUE(session);
   struct Value {
@@ -89,24 +72,26 @@ TEST_P(Login, TheSessionCookieRoundTrip) {
   for (const Value& v : values) EXPECT_EQ(session->Get(v.name), v.value) << v.name;
 
   // A failed login with the cookie leaves that session as it was.
-  httplib::Headers with_cookie = {{"Cookie", "ORVANE_SID=" + id}};
-  res = client.Post("/login", with_cookie, "User_cd=sato&User_PS=no", "application/x-www-form-urlencoded");
-  EXPECT_EQ(res->body, "ERROR:LOGIN");
+  EXPECT_EQ(post("/login", id, "User_cd=sato&User_PS=no"), std::pair(std::string("ERROR:LOGIN"), std::string()));
   EXPECT_EQ(server.state().sessions->Find(id)->Get("PUB_USR_ID"), "yamada");
 
   // Logging in again replaces the session: the old id is no longer valid.
-  res = client.Post("/login", with_cookie, "User_cd=sato&User_PS=sato", "application/x-www-form-urlencoded");
-  EXPECT_EQ(res->body, "OK");
-  std::string second = SessionIdFrom(res);
-  EXPECT_NE(second, id);
+  auto [answer, cookie] = post("/login", id, "User_cd=sato&User_PS=sato");
+  ASSERT_EQ(answer, "OK");
+  std::string second = session_id(cookie);
   EXPECT_FALSE(server.state().sessions->Find(id));
+  ASSERT_TRUE(server.state().sessions->Find(second));
   EXPECT_EQ(server.state().sessions->Find(second)->Get("PUB_USR_ID"), "sato");
   EXPECT_EQ(server.state().sessions->Find(second)->Get("PUB_SEC_CD"), "");  // no current section
 
-  res = client.Post("/logout", {{"Cookie", "ORVANE_SID=" + second}}, "", "application/x-www-form-urlencoded");
-  EXPECT_EQ(res->body, "OK");
-  EXPECT_EQ(res->get_header_value("Set-Cookie"), "ORVANE_SID=; Path=/; HttpOnly; SameSite=Strict; Max-Age=0");
+  EXPECT_EQ(post("/logout", second, ""),
+            std::pair(std::string("OK"), std::string("ORVANE_SID=; Path=/; HttpOnly; SameSite=Strict; Max-Age=0")));
   EXPECT_FALSE(server.state().sessions->Find(second));
+
+  std::string log = server.Log();
+  EXPECT_NE(log.find("POST /login"), std::string::npos) << log;
+  for (const char* secret : {"pa'ss", "pa%27ss", "yamada", "wrong", "sato"})
+    EXPECT_EQ(log.find(secret), std::string::npos);
 }
 
 ORVANE_DB_TEST_SUITE(Login);

@@ -1,5 +1,5 @@
-// DbTest: a test fixture that runs each case on every backend (SQLite and
-// PostgreSQL) against a real database with the system's tables.
+// DbTest: a fixture that runs each case on SQLite and on PostgreSQL against
+// a real database with the system's tables:
 //
 //   using GroupQueries = orvane::testing::DbTest;
 //   TEST_P(GroupQueries, ListsTheTopSection) {
@@ -8,20 +8,15 @@
 //   }
 //   ORVANE_DB_TEST_SUITE(GroupQueries);
 //
-// Per case, SetUp makes a temporary folder holding ORVANE.ini (every
-// configuration key; LOCAL_DB_DSN=Dsn()) and odbc.ini (that data source),
-// points the data layer at that odbc.ini, and creates the tables exactly as
-// `orvane init-db` does. Each case gets a data source name of its own
-// (unixODBC caches name lookups for 20 s, whatever file they came from). SQLite gets a fresh database file;
-// PostgreSQL a fresh schema (psqlODBC's ConnSettings sets the search_path),
-// dropped in TearDown.
-//
-// PostgreSQL: the server is taken from ORVANE_TEST_PG_HOST, _PORT and
-// _DATABASE (default 127.0.0.1, 5432, orvane_test; login kop47/kop47, the
-// system's default). scripts/test starts one. When none answers, the
-// PostgreSQL cases are skipped with a message saying so.
-//
-// Only the clock is fixed: 2024-04-01 10:20:30 unless a case sets another.
+// Per case: a temporary folder with ORVANE.ini (every configuration key,
+// LOCAL_DB_DSN=Dsn()) and odbc.ini, which the data layer is pointed at; a
+// data source name of its own (unixODBC caches lookups for 20 s); a fresh
+// SQLite file or PostgreSQL schema (search_path set by psqlODBC's
+// ConnSettings, dropped in TearDown) with the tables `orvane init-db` makes.
+// PostgreSQL: ORVANE_TEST_PG_HOST, _PORT, _DATABASE (default 127.0.0.1,
+// 5432, orvane_test; login kop47/kop47), as scripts/test starts it; when no
+// server answers the PostgreSQL cases skip, saying so.
+// The clock is fixed: 2024-04-01 10:20:30 unless a case sets another.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -43,6 +38,7 @@ namespace orvane::testing {
 enum class Backend { kSqlite, kPostgres };
 
 using Row = std::vector<std::pair<std::string, std::string>>;  // column, value
+using Cells = std::vector<std::vector<std::string>>;           // [row][column]
 
 class DbTest : public ::testing::TestWithParam<Backend> {
  protected:
@@ -65,12 +61,11 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   // insert into table (columns...) values ('values'...)
   void Insert(std::string_view table, const Row& row);
   // The result's rows, each with its columns in statement order.
-  std::vector<std::vector<std::string>> Rows(const data::Sql& sql);
+  Cells Rows(const data::Sql& sql);
 
   // Runs one request in-process through WebClass_Start, as the HTTP front
-  // end does, and returns the answer text; last_status() is its HTTP status.
+  // end does, and returns the answer text.
   std::string Request(std::string_view query);
-  int last_status() const { return last_status_; }
   // Session values; LogIn sets PUB_USR_ID, which the writing requests need.
   Session& session() { return session_; }
   void LogIn(const std::string& user_id) { session_.Set("PUB_USR_ID", user_id); }
@@ -85,7 +80,6 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   FixedClock clock_{LocalTime{2024, 4, 1, 10, 20, 30}};
   Session session_;
   ApplicationStore app_;
-  int last_status_ = 0;
 };
 
 std::string BackendName(const ::testing::TestParamInfo<Backend>& info);
