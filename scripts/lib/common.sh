@@ -9,7 +9,7 @@ ORVANE_BUILD_PACKAGES=(
   libcpp-httplib-dev libcli11-dev
   unixodbc unixodbc-dev libsqliteodbc sqlite3
   odbc-postgresql
-  libgtest-dev
+  libgtest-dev libbenchmark-dev
 )
 
 # What scripts/test adds: a local PostgreSQL 15 server for the database
