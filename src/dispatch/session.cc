@@ -20,9 +20,4 @@ void Session::Clear() {
   values_.clear();
 }
 
-bool Session::Empty() const {
-  std::lock_guard lock(mu_);
-  return values_.empty();
-}
-
 }  // namespace orvane

@@ -15,7 +15,6 @@ class Session {
   std::string Get(std::string_view name) const;  // empty when unset
   void Set(std::string_view name, std::string value);
   void Clear();
-  bool Empty() const;
 
  private:
   mutable std::mutex mu_;

@@ -61,11 +61,6 @@ void InMemorySessionStore::Remove(const std::string& id) {
   sessions_.erase(id);
 }
 
-size_t InMemorySessionStore::Size() const {
-  std::lock_guard lock(mu_);
-  return sessions_.size();
-}
-
 void InMemorySessionStore::DropExpiredLocked(std::chrono::steady_clock::time_point now) {
   for (auto it = sessions_.begin(); it != sessions_.end();)
     it = (now - it->second.last_used > idle_timeout_) ? sessions_.erase(it) : std::next(it);

@@ -41,7 +41,6 @@ class InMemorySessionStore final : public SessionStore {
   std::shared_ptr<Session> Find(const std::string& id) override;
   std::shared_ptr<Session> Create(std::string& id) override;
   void Remove(const std::string& id) override;
-  size_t Size() const;
 
  private:
   struct Entry {

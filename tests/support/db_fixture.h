@@ -66,9 +66,8 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   // Runs one request in-process through WebClass_Start, as the HTTP front
   // end does, and returns the answer text.
   std::string Request(std::string_view query);
-  // Session values; LogIn sets PUB_USR_ID, which the writing requests need.
+  // Session values: writing requests need PUB_USR_ID set here.
   Session& session() { return session_; }
-  void LogIn(const std::string& user_id) { session_.Set("PUB_USR_ID", user_id); }
   FixedClock& clock() { return clock_; }
   ApplicationStore& app() { return app_; }
 
