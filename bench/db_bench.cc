@@ -35,32 +35,30 @@ std::string Env(const char* name, const char* fallback) {
   return v && *v ? v : fallback;
 }
 
-bool Check(int status, const std::string& error) {
-  if (status != 0) std::fprintf(stderr, "db_bench: %s\n", error.c_str());
-  return status == 0;
+bool Check(const orvane::Status& status) {
+  if (!status.ok()) std::fprintf(stderr, "db_bench: %s\n", status.trail().c_str());
+  return status.ok();
 }
 
 // Rows u0000 ... u0999 in T_USER, replacing what was there.
 bool Fill(const std::string& dsn) {
   Connection conn;
   std::string error;
-  if (!Check(Com_funDbOpen(dsn, "", "", conn, error), error)) return false;
-  if (!Check(CreateSchema(conn, error), error)) return false;
-  if (!Check(Com_funBeginTrans(conn, error), error)) return false;
-  if (!Check(Com_funExecsql(conn, Sql() << "delete from " << Table("T_USER"), error), error)) return false;
+  if (!Check(Com_funDbOpen(dsn, "", "", conn))) return false;
+  if (!Check(CreateSchema(conn))) return false;
+  if (!Check(Com_funBeginTrans(conn))) return false;
+  if (!Check(Com_funExecsql(conn, Sql() << "delete from " << Table("T_USER")))) return false;
   for (int i = 0; i < kUsers; ++i) {
     char id[16];
     std::snprintf(id, sizeof id, "u%04d", i);
-    if (!Check(Com_funExecsql(conn,
-                              Sql() << "insert into " << Table("T_USER")
-                                    << " (USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,DSP_NM ,UPD_KBN) values (" << Quoted(id)
-                                    << " ," << Quoted("山田 太郎") << " ," << Quoted("ヤマダ タロウ") << " ,"
-                                    << Quoted(id) << " ," << Quoted(id) << " ," << Quoted("3") << ")",
-                              error),
-               error))
+    if (!Check(Com_funExecsql(conn, Sql()
+                                        << "insert into " << Table("T_USER")
+                                        << " (USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,DSP_NM ,UPD_KBN) values (" << Quoted(id)
+                                        << " ," << Quoted("山田 太郎") << " ," << Quoted("ヤマダ タロウ") << " ,"
+                                        << Quoted(id) << " ," << Quoted(id) << " ," << Quoted("3") << ")")))
       return false;
   }
-  return Check(Com_funCommitTrans(conn, error), error);
+  return Check(Com_funCommitTrans(conn));
 }
 
 bool KeyedSelect(Connection& conn, int i) {
@@ -73,10 +71,9 @@ bool KeyedSelect(Connection& conn, int i) {
   return Check(Com_funSelect(conn,
                              Sql() << "select USER_ID ,NAME_KJ ,NAME_KN ,MAIL from " << Table("T_USER")
                                    << " where USER_ID = " << Quoted(id),
-                             rs, error),
-               error) &&
-         Check(Com_funfetchData(rs, {"USER_ID", "NAME_KJ", "NAME_KN", "MAIL"}, values, eof, error), error) && !eof &&
-         Check(Com_funRecordsetClose(rs, error), error);
+                             rs)) &&
+         Check(Com_funfetchData(rs, {"USER_ID", "NAME_KJ", "NAME_KN", "MAIL"}, values, eof)) && !eof &&
+         Check(Com_funRecordsetClose(rs));
 }
 
 // Microseconds per call of `step` over `n` calls.
@@ -95,12 +92,11 @@ void Measure(const char* backend, const std::string& dsn, int n) {
   auto open_select_close = [&](int i) {
     Connection conn;
     std::string error;
-    return Check(Com_funDbOpen(dsn, "", "", conn, error), error) && KeyedSelect(conn, i) &&
-           Check(Com_funDbClose(conn, error), error);
+    return Check(Com_funDbOpen(dsn, "", "", conn)) && KeyedSelect(conn, i) && Check(Com_funDbClose(conn));
   };
   Connection open;
   std::string error;
-  if (!Check(Com_funDbOpen(dsn, "", "", open, error), error)) return;
+  if (!Check(Com_funDbOpen(dsn, "", "", open))) return;
   PerCall(n / 10, open_select_close);  // warm-up
   // Alternating rounds, best of each: a busy machine slows both alike.
   constexpr int kRounds = 5;

@@ -45,7 +45,10 @@ int InsertRows(data::Connection& conn, int count, const std::function<void(Sql&)
       row(sql, i);
       sql << ")";
     }
-    if (data::Com_funExecsql(conn, sql, error) != 0) return 1;
+    if (orvane::Status s = data::Com_funExecsql(conn, sql); !s.ok()) {
+      error = s.trail();
+      return 1;
+    }
   }
   return 0;
 }
@@ -97,7 +100,10 @@ int GenerateOrganisation(data::Connection& conn, const OrgSize& size, unsigned s
   }
   std::vector<int> next_seq(size.sections, 1);
 
-  if (data::Com_funBeginTrans(conn, error) != 0) return 1;
+  if (orvane::Status s = data::Com_funBeginTrans(conn); !s.ok()) {
+    error = s.trail();
+    return 1;
+  }
   auto stamps = [&](Sql& sql) {
     sql << "," << Quoted("3") << "," << Quoted(stamp_ymd) << "," << Quoted(stamp_hms) << "," << Quoted("bench");
   };
@@ -160,12 +166,13 @@ int GenerateOrganisation(data::Connection& conn, const OrgSize& size, unsigned s
               << Quoted(std::to_string(5 - p));
         },
         error);
-  std::string ignored;
   if (status != 0) {
-    data::Com_funRollbackTrans(conn, ignored);
+    data::Com_funRollbackTrans(conn).IgnoreError();  // the insert's failure is reported
     return 1;
   }
-  return data::Com_funCommitTrans(conn, error);
+  orvane::Status s = data::Com_funCommitTrans(conn);
+  if (!s.ok()) error = s.trail();
+  return s.code();
 }
 
 }  // namespace orvane::bench

@@ -23,12 +23,12 @@
 #include "data/db.h"
 #include "data/schema.h"
 #include "dispatch/request_fields.h"
-#include "dispatch/web_class.h"
 #include "members/member_queries.h"
 #include "members/user_queries.h"
 #include "org/group_queries.h"
 #include "org/sec_tree.h"
 #include "org_generator.h"
+#include "requests/web_class.h"
 
 namespace orvane::bench {
 namespace {
@@ -65,10 +65,13 @@ std::vector<double> MediansMs(int repeat, const std::vector<std::function<void()
   return medians;
 }
 
-void Check(int status, const std::string& what, const std::string& error) {
-  if (status == 0) return;
+void Fail(const std::string& what, const std::string& error) {
   std::cerr << "read_bench: " << what << ": " << error << "\n";
   std::exit(1);
+}
+
+void Check(const orvane::Status& status, const std::string& what) {
+  if (!status.ok()) Fail(what, status.trail());
 }
 
 // One database: its data source, configuration and generated facts.
@@ -97,10 +100,10 @@ class BenchDatabase {
     if (found != sizes || !Exists(db_path_)) {
       std::remove(db_path_.c_str());
       std::cerr << "read_bench: generating " << sizes << " (sections users memberships) in " << db_path_ << "\n";
-      Check(data::Com_funDbOpen(dsn_, "", "", conn, error), "open", error);
-      Check(data::CreateSchema(conn, error), "create tables", error);
+      Check(data::Com_funDbOpen(dsn_, "", "", conn), "open");
+      Check(data::CreateSchema(conn), "create tables");
       auto start = std::chrono::steady_clock::now();
-      Check(GenerateOrganisation(conn, size_, 1, facts_, error), "generate", error);
+      if (GenerateOrganisation(conn, size_, 1, facts_, error) != 0) Fail("generate", error);
       std::cerr << "read_bench: generated in "
                 << std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() << " s\n";
       std::ofstream(marker) << sizes << "\n";
@@ -129,25 +132,25 @@ class BenchDatabase {
 // The raw side: statements on an open connection, fetched by name.
 class Raw {
  public:
-  explicit Raw(const std::string& dsn) { Check(data::Com_funDbOpen(dsn, "", "", conn_, error_), "open", error_); }
+  explicit Raw(const std::string& dsn) { Check(data::Com_funDbOpen(dsn, "", "", conn_), "open"); }
   data::Connection& conn() { return conn_; }
 
   // Select and fetch at most `limit` rows (all when negative) from `position`.
   size_t Fetch(const data::Sql& sql, const std::vector<std::string>& names, long limit = -1, short position = 0) {
     data::Recordset rs;
     if (position > 0) {
-      Check(data::Com_funSelectP(conn_, sql, rs, error_), "selectp", error_);
-      Check(data::Com_funSetAbsolutePos(rs, position, error_), "position", error_);
+      Check(data::Com_funSelectP(conn_, sql, rs), "selectp");
+      Check(data::Com_funSetAbsolutePos(rs, position), "position");
     } else {
-      Check(data::Com_funSelect(conn_, sql, rs, error_), "select", error_);
+      Check(data::Com_funSelect(conn_, sql, rs), "select");
     }
     std::vector<std::string> values;
     size_t rows = 0;
     for (bool eof = false; limit < 0 || static_cast<long>(rows) < limit; ++rows) {
-      Check(data::Com_funfetchData(rs, names, values, eof, error_), "fetch", error_);
+      Check(data::Com_funfetchData(rs, names, values, eof), "fetch");
       if (eof) break;
     }
-    Check(data::Com_funRecordsetClose(rs, error_), "close", error_);
+    Check(data::Com_funRecordsetClose(rs), "close");
     return rows;
   }
 
@@ -186,7 +189,7 @@ int Main(const Options& o) {
   auto measure = [&](std::string what, const std::string& query, const std::function<void()>& statements,
                      double limit) {
     std::string answer = large_db.Request(query);
-    if (answer.rfind("ERROR:", 0) == 0) Check(1, query, answer);
+    if (answer.rfind("ERROR:", 0) == 0) Fail(query, answer);
     std::vector<double> ms = MediansMs(o.repeat, {[&] { large_db.Request(query); }, statements});
     figures.push_back({std::move(what), ms[0], ms[1], limit});
   };
@@ -238,7 +241,7 @@ int Main(const Options& o) {
     return [&on] {
       Array2D hier;
       std::string error;
-      Check(org::Com_funGet_sec_info(on.conn(), "T_SECTION", hier, error), "Com_funGet_sec_info", error);
+      Check(org::Com_funGet_sec_info(on.conn(), "T_SECTION", hier), "Com_funGet_sec_info");
     };
   };
   auto select_all = [&](Raw& on) {
@@ -246,8 +249,8 @@ int Main(const Options& o) {
       data::Recordset rs;
       Array2D rows;
       std::string error;
-      Check(data::Com_funSelect(on.conn(), org::SectionArraySql("T_SECTION"), rs, error), "select", error);
-      Check(data::Com_funRecodsetToArray(rs, rows, error), "array", error);
+      Check(data::Com_funSelect(on.conn(), org::SectionArraySql("T_SECTION"), rs), "select");
+      Check(data::Com_funRecodsetToArray(rs, rows), "array");
     };
   };
   Raw small_raw(small_db.dsn());

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "accounts/mail_config.h"
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 

@@ -9,7 +9,7 @@
 #include <new>
 #include <system_error>
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 namespace fs = std::filesystem;

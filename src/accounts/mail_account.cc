@@ -3,7 +3,7 @@
 #include "accounts/exe_proxy.h"
 #include "accounts/mail_config.h"
 #include "accounts/tool_runner.h"
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 namespace {

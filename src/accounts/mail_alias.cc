@@ -6,7 +6,7 @@
 #include "accounts/mail_account.h"
 #include "accounts/mail_config.h"
 #include "accounts/tool_runner.h"
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 namespace {
@@ -64,24 +64,17 @@ short CheckAlias(RequestContext& ctx, data::Connection& conn, std::string_view u
   data::Sql sql;
   sql << "select USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,IMAIL_FLG from " << data::Table(ctx.USR_MST)
       << " where (USER_ID=" << data::Quoted(alias) << ") or (MAIL =" << data::Quoted(alias) << " And IMAIL_FLG = '1')";
-  std::string error;
-  data::Recordset rs;
-  auto failed = [&] {
-    errorText = "Com052_funAdmMailAlias1" + std::string(text::kCrLf) + error;
-    return static_cast<short>(-1);
-  };
-  if (data::Com_funSelect(conn, sql, rs, error) != 0) return failed();
-  const std::vector<std::string> names = {"USER_ID", "NAME_KJ", "NAME_KN", "MAIL", "IMAIL_FLG"};
   std::string collision;
-  for (std::vector<std::string> row;;) {
-    bool eof = false;
-    if (data::Com_funfetchData(rs, names, row, eof, error) != 0) return failed();
-    if (eof) break;
-    if (row[0] == userID || !collision.empty()) continue;
-    collision = alias == row[0] ? Collision("すでに別のユーザーが「ユーザーID」として使用しています。")
-                                : Collision("すでに別のユーザーが「同じエイリアス」で使用しています。");
+  auto check = [&](const std::vector<std::string>& row) {
+    if (row[0] != userID && collision.empty())
+      collision = alias == row[0] ? Collision("すでに別のユーザーが「ユーザーID」として使用しています。")
+                                  : Collision("すでに別のユーザーが「同じエイリアス」で使用しています。");
+    return true;
+  };
+  if (Status s = data::SelectRows(conn, sql, {"USER_ID", "NAME_KJ", "NAME_KN", "MAIL", "IMAIL_FLG"}, check); !s.ok()) {
+    errorText = "Com052_funAdmMailAlias1" + std::string(text::kCrLf) + s.trail();
+    return -1;
   }
-  if (data::Com_funRecordsetClose(rs, error) != 0) return failed();
   if (!collision.empty()) {
     errorText = collision;
     return -1;

@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 namespace {
@@ -30,6 +30,5 @@ bool IsTruthValue(std::string_view value) {
   long number = 0;
   return ParseWhole(v, number) && number != 0;
 }
-
 
 }  // namespace orvane::accounts

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "accounts/mail_lists.h"
-#include "data/query_frame.h"
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "dispatch/query_frame.h"
 
 namespace orvane::accounts {
 namespace {
@@ -24,7 +24,7 @@ std::string CleanListName(const std::string& name) {
 // the scan ends at the first empty item (a section holding an empty list).
 // Database failures answer "ERROR:DBSELECT" (fetch included) or
 // "ERROR:RSCLOSE"; false then.
-bool ListsInUse(RequestContext& ctx, data::QueryFrame& frame, std::vector<std::string>& used) {
+bool ListsInUse(RequestContext& ctx, QueryFrame& frame, std::vector<std::string>& used) {
   data::Sql sql;
   sql << "select SEC_CD ,IMAIL_LIST from " << data::Table(ctx.SEC_MST) << " where IMAIL_LIST IS NOT NULL";
   data::Recordset rs;
@@ -49,7 +49,7 @@ bool ListsInUse(RequestContext& ctx, data::QueryFrame& frame, std::vector<std::s
 }  // namespace
 
 void Create_IMailList_Combo(RequestContext& ctx, std::string_view M_List) {
-  data::QueryFrame frame(ctx);
+  QueryFrame frame(ctx);
   if (!frame.Open()) return;
   std::string lists;
   funMailListGet(ctx, lists);

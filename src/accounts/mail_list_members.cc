@@ -8,7 +8,7 @@
 #include "accounts/mail_config.h"
 #include "accounts/mail_lists.h"
 #include "accounts/proxy_files.h"
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 namespace {

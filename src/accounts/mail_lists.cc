@@ -5,7 +5,7 @@
 #include "accounts/file_system.h"
 #include "accounts/mail_config.h"
 #include "accounts/proxy_files.h"
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 

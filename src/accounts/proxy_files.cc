@@ -1,7 +1,7 @@
 #include "accounts/proxy_files.h"
 
 #include "accounts/exe_proxy.h"
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::accounts {
 namespace {

@@ -3,8 +3,8 @@
 #include <vector>
 
 #include "accounts/mail_list_members.h"
+#include "base/text.h"
 #include "dispatch/required_keys.h"
-#include "dispatch/text.h"
 
 namespace orvane::accounts {
 
@@ -19,14 +19,13 @@ short funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_vi
   };
   data::Sql sql;
   sql << "select IMAIL_LIST from " << data::Table(ctx.SEC_MST) << " where SEC_CD = " << data::Quoted(sectionCode);
+  std::string list;
+  auto keep = [&list](const std::vector<std::string>& row) {
+    list = text::Trim(row[0]);
+    return false;  // the first row decides
+  };
+  if (Status s = data::SelectRows(conn, sql, {"IMAIL_LIST"}, keep); !s.ok()) return failed(s.trail());
   std::string error;
-  data::Recordset rs;
-  std::vector<std::string> row;
-  bool eof = false;
-  if (data::Com_funSelect(conn, sql, rs, error) != 0 ||
-      data::Com_funfetchData(rs, {"IMAIL_LIST"}, row, eof, error) != 0 || data::Com_funRecordsetClose(rs, error) != 0)
-    return failed(error);
-  std::string list = eof ? std::string() : text::Trim(row[0]);
   if (!list.empty() && funDelMailListUser(ctx, list, text::Trim(userID) + "@" + server, error) != 0)
     return failed(error);
   status = 0;

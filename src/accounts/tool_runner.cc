@@ -11,7 +11,7 @@
 #include <cerrno>
 #include <thread>
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 extern char** environ;
 

@@ -1,12 +1,12 @@
 #include <iostream>
 
+#include "base/text.h"
 #include "cli/commands.h"
 #include "data/db.h"
 #include "data/demo_data.h"
 #include "data/dialect.h"
 #include "data/schema.h"
 #include "dispatch/config.h"
-#include "dispatch/text.h"
 
 namespace orvane::cli {
 namespace {
@@ -42,18 +42,15 @@ int InitDb(const InitDbOptions& o) {
     return 1;
   }
   data::Connection conn;
-  std::string error;
-  int status = data::Com_funDbOpen(dsn, "", "", conn, error);
-  if (status == 0) status = data::CreateSchema(conn, error);
-  if (status == 0 && o.demo) status = data::InsertDemoData(conn, SystemClock::Instance(), error);
+  Status status = data::Com_funDbOpen(dsn, "", "", conn);
+  if (status.ok()) status = data::CreateSchema(conn);
+  if (status.ok() && o.demo) status = data::InsertDemoData(conn, SystemClock::Instance());
   std::string backend(conn.dialect().Name());
-  if (conn.IsOpen()) {
-    std::string ignored;
-    data::Com_funDbClose(conn, ignored);
-  }
+  // Closing only hands the connection back to the pool, emptied just below.
+  if (conn.IsOpen()) data::Com_funDbClose(conn).IgnoreError();
   data::ClosePooledConnections();
-  if (status != 0) {
-    std::cerr << "orvane init-db: " << error << "\n";
+  if (!status.ok()) {
+    std::cerr << "orvane init-db: " << status.trail() << "\n";
     return 1;
   }
   std::cout << "orvane init-db: tables ready on data source " << dsn << " (" << backend << ")"

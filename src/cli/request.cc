@@ -2,9 +2,9 @@
 
 #include "cli/commands.h"
 #include "data/db.h"
-#include "dispatch/request_table.h"
-#include "dispatch/web_class.h"
-#include "server/server_state.h"
+#include "dispatch/application_store.h"
+#include "requests/request_table.h"
+#include "requests/web_class.h"
 
 namespace orvane::cli {
 namespace {

@@ -1,8 +1,10 @@
-// The system's database routines (Com_fun...). Every routine returns 0 on
-// success and 1 on failure and never throws; on failure it sets `error` to
+// The system's database routines (Com_fun...). Every routine returns a
+// Status with code 0 on success and 1 on failure and never throws; a
+// failure's trail is
 //   "[" + routine + "]" + "エラー番号 " + native error + " " + "[SQLSTATE] " + message
 // followed, for the routines that run SQL, by "<BR><BR>SQL : " and the
-// rendered statement (the data source name for Com_funDbOpen).
+// rendered statement (the data source name for Com_funDbOpen), and its
+// cause is the driver's native error, SQLSTATE and message.
 //
 // Checks of this layer report native error 0 and their own SQLSTATE:
 // 08003 not open, 42000 statement refused before sending (unknown table or
@@ -21,13 +23,15 @@
 // 25000, so a unit is committed whole or not at all.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "base/array2d.h"
+#include "base/status.h"
 #include "data/dialect.h"
 #include "data/sql.h"
-#include "dispatch/array2d.h"
 
 namespace orvane::data {
 
@@ -48,8 +52,8 @@ class Connection {
   ConnectionImpl* impl() const { return impl_.get(); }
 
  private:
-  friend int Com_funDbOpen(const std::string&, const std::string&, const std::string&, Connection&, std::string&);
-  friend int Com_funDbClose(Connection&, std::string&);
+  friend Status Com_funDbOpen(const std::string&, const std::string&, const std::string&, Connection&);
+  friend Status Com_funDbClose(Connection&);
   std::unique_ptr<ConnectionImpl> impl_;
 };
 
@@ -71,36 +75,42 @@ class Recordset {
 // Opens `dsn` (a data source name of odbc.ini). With user and password both
 // empty the default login kop47/kop47 is used; otherwise the two as given.
 // The connection comes from the pool when one is idle.
-int Com_funDbOpen(const std::string& dsn, const std::string& user, const std::string& password, Connection& conn,
-                  std::string& error);
-int Com_funDbClose(Connection& conn, std::string& error);
+Status Com_funDbOpen(const std::string& dsn, const std::string& user, const std::string& password, Connection& conn);
+Status Com_funDbClose(Connection& conn);
 
-int Com_funExecsql(Connection& conn, const Sql& sql, std::string& error);
+Status Com_funExecsql(Connection& conn, const Sql& sql);
 // Forward-only result.
-int Com_funSelect(Connection& conn, const Sql& sql, Recordset& rs, std::string& error);
+Status Com_funSelect(Connection& conn, const Sql& sql, Recordset& rs);
 // Positionable result (static cursor, or an emulation that skips rows).
-int Com_funSelectP(Connection& conn, const Sql& sql, Recordset& rs, std::string& error);
+Status Com_funSelectP(Connection& conn, const Sql& sql, Recordset& rs);
 // Moves a Com_funSelectP result to the 1-based row `position`; a position
 // below 1 or past the last row fails.
-int Com_funSetAbsolutePos(Recordset& rs, short position, std::string& error);
+Status Com_funSetAbsolutePos(Recordset& rs, short position);
 
 // Reads the current row's columns named `names` (matched without regard to
 // case) into `values` (same order; null as ""), then moves to the next row.
 // At the end of the result `eof` is set and nothing is read: `values` stays
 // as it was, or becomes names.size() empty texts when its size differs.
-int Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
-                     std::string& error);
-int Com_funRecordsetClose(Recordset& rs, std::string& error);
+Status Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values,
+                        bool& eof);
+Status Com_funRecordsetClose(Recordset& rs);
 // All remaining rows, [column][row]: one entry per result column, each with
 // the same number of rows. An exhausted or empty result gives the columns
 // with no rows (status 0).
-int Com_funRecodsetToArray(Recordset& rs, Array2D& out, std::string& error);
+Status Com_funRecodsetToArray(Recordset& rs, Array2D& out);
+
+// The system's read sequence on an open connection, written once:
+// Com_funSelect, Com_funfetchData until the end of the result or until
+// `on_row` returns false, Com_funRecordsetClose. Returns the first failing
+// routine's status.
+using RowVisitor = std::function<bool(const std::vector<std::string>& values)>;
+Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::string>& names, const RowVisitor& on_row);
 
 // One transaction per writing operation, no nesting. On SQLite the write
 // lock is taken at the start (BEGIN IMMEDIATE).
-int Com_funBeginTrans(Connection& conn, std::string& error);
-int Com_funCommitTrans(Connection& conn, std::string& error);
-int Com_funRollbackTrans(Connection& conn, std::string& error);
+Status Com_funBeginTrans(Connection& conn);
+Status Com_funCommitTrans(Connection& conn);
+Status Com_funRollbackTrans(Connection& conn);
 
 // Points unixODBC at the odbc.ini beside the configuration file (when there
 // is one) before data sources are looked up: it is then read before the

@@ -24,6 +24,12 @@ std::string ErrorText(std::string_view routine, const Diagnostic& d, std::string
   return ErrorText(routine, d) + "<BR><BR>SQL : " + std::string(sql);
 }
 
+Status DbFailure(std::string_view routine, const Diagnostic& d) { return Status::DbFailure(ErrorText(routine, d), d); }
+
+Status DbFailure(std::string_view routine, const Diagnostic& d, std::string_view sql) {
+  return Status::DbFailure(ErrorText(routine, d, sql), d);
+}
+
 Diagnostic NotOpen() { return OwnDiagnostic("08003", "Connection not open"); }
 Diagnostic UnitFailed() {
   return OwnDiagnostic("25000", "The transaction was rolled back after a failed statement; roll back first");
@@ -69,36 +75,32 @@ const Dialect& Connection::dialect() const {
   return impl_ ? impl_->phys().dialect() : Dialect::Of(Dialect::Kind::kSqlServer);
 }
 
-int Com_funDbOpen(const std::string& dsn, const std::string& user, const std::string& password, Connection& conn,
-                  std::string& error) {
+Status Com_funDbOpen(const std::string& dsn, const std::string& user, const std::string& password, Connection& conn) {
   conn.impl_.reset();  // a fresh connection object, as the system makes one per call
   bool default_login = user.empty() && password.empty();
   Diagnostic d;
   auto phys = ConnectionPool::Instance().Acquire(dsn, default_login ? kDefaultLogin : user,
                                                  default_login ? kDefaultLogin : password, d);
   if (!phys) {
-    error = ErrorText("Com_funDbOpen", d, dsn);
-    return 1;
+    return DbFailure("Com_funDbOpen", d, dsn);
   }
   conn.impl_ = std::make_unique<ConnectionImpl>(std::move(phys));
-  return 0;
+  return Status::Ok();
 }
 
-int Com_funDbClose(Connection& conn, std::string& error) {
+Status Com_funDbClose(Connection& conn) {
   if (!conn.IsOpen()) {
-    error = ErrorText("Com_funDbClose", NotOpen());
-    return 1;
+    return DbFailure("Com_funDbClose", NotOpen());
   }
   conn.impl_.reset();
-  return 0;
+  return Status::Ok();
 }
 
-int Com_funExecsql(Connection& conn, const Sql& sql, std::string& error) {
+Status Com_funExecsql(Connection& conn, const Sql& sql) {
   constexpr char kRoutine[] = "Com_funExecsql";
   Diagnostic d;
   if (!CheckStatement(conn, sql, d)) {
-    error = ErrorText(kRoutine, d, sql.Render());
-    return 1;
+    return DbFailure(kRoutine, d, sql.Render());
   }
   ConnectionImpl& impl = *conn.impl();
   PhysicalConnection& phys = impl.phys();
@@ -106,12 +108,11 @@ int Com_funExecsql(Connection& conn, const Sql& sql, std::string& error) {
   if (stmt) {
     SQLRETURN r =
         ExecuteText(stmt.get(), phys.text_mode(), sql.Statement(phys.dialect()), sql.Parameters(phys.dialect()));
-    if (SQL_SUCCEEDED(r)) return 0;
+    if (SQL_SUCCEEDED(r)) return Status::Ok();
     d = ReadDiagnostic(SQL_HANDLE_STMT, stmt.get(), phys.text_mode());
   }
   impl.StatementFailed(d);
-  error = ErrorText(kRoutine, d, sql.Render());
-  return 1;
+  return DbFailure(kRoutine, d, sql.Render());
 }
 
 bool CheckStatement(Connection& conn, const Sql& sql, Diagnostic& d) {
@@ -127,7 +128,7 @@ bool CheckStatement(Connection& conn, const Sql& sql, Diagnostic& d) {
   return false;
 }
 
-int Com_funBeginTrans(Connection& conn, std::string& error) {
+Status Com_funBeginTrans(Connection& conn) {
   Diagnostic d;
   if (!conn.IsOpen()) {
     d = NotOpen();
@@ -135,13 +136,12 @@ int Com_funBeginTrans(Connection& conn, std::string& error) {
     d = OwnDiagnostic("25000", "A transaction is already open");
   } else {
     conn.impl()->unit_failed = false;  // a new unit; the failed one was rolled back already
-    if (conn.impl()->phys().Begin(d)) return 0;
+    if (conn.impl()->phys().Begin(d)) return Status::Ok();
   }
-  error = ErrorText("Com_funBeginTrans", d);
-  return 1;
+  return DbFailure("Com_funBeginTrans", d);
 }
 
-int Com_funCommitTrans(Connection& conn, std::string& error) {
+Status Com_funCommitTrans(Connection& conn) {
   Diagnostic d;
   if (!conn.IsOpen()) {
     d = NotOpen();
@@ -150,24 +150,21 @@ int Com_funCommitTrans(Connection& conn, std::string& error) {
   } else if (!conn.impl()->phys().in_transaction()) {
     d = OwnDiagnostic("25000", "No transaction is open");
   } else if (conn.impl()->phys().Commit(d)) {
-    return 0;
+    return Status::Ok();
   }
-  error = ErrorText("Com_funCommitTrans", d);
-  return 1;
+  return DbFailure("Com_funCommitTrans", d);
 }
 
-int Com_funRollbackTrans(Connection& conn, std::string& error) {
+Status Com_funRollbackTrans(Connection& conn) {
   Diagnostic d;
   if (!conn.IsOpen()) {
-    error = ErrorText("Com_funRollbackTrans", NotOpen());
-    return 1;
+    return DbFailure("Com_funRollbackTrans", NotOpen());
   }
   ConnectionImpl& impl = *conn.impl();
   impl.unit_failed = false;
   // Rolling back with nothing open is harmless and asked for on error paths.
-  if (!impl.phys().in_transaction() || impl.phys().Rollback(d)) return 0;
-  error = ErrorText("Com_funRollbackTrans", d);
-  return 1;
+  if (!impl.phys().in_transaction() || impl.phys().Rollback(d)) return Status::Ok();
+  return DbFailure("Com_funRollbackTrans", d);
 }
 
 void ClosePooledConnections() { ConnectionPool::Instance().CloseIdle(); }

@@ -68,6 +68,9 @@ class RecordsetImpl {
 // "[routine]エラー番号 n [SQLSTATE] message", and the "<BR><BR>SQL : ..." tail.
 std::string ErrorText(std::string_view routine, const Diagnostic& d);
 std::string ErrorText(std::string_view routine, const Diagnostic& d, std::string_view sql);
+// A failed routine: code 1, the error text as the trail, `d` as the cause.
+Status DbFailure(std::string_view routine, const Diagnostic& d);
+Status DbFailure(std::string_view routine, const Diagnostic& d, std::string_view sql);
 
 // Before a statement is sent: the connection is open, the statement was
 // built without a refused piece and the unit has not failed.

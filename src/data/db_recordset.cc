@@ -2,9 +2,9 @@
 // fetching by name, the array copy and closing.
 #include <sqlext.h>
 
+#include "base/text.h"
 #include "data/db_impl.h"
 #include "data/statement.h"
-#include "dispatch/text.h"
 
 namespace orvane::data {
 namespace {
@@ -29,13 +29,11 @@ void NoteResultFailure(RecordsetImpl& rec, const Diagnostic& d) {
   if (rec.slot && rec.slot->conn) rec.slot->conn->NoteFailure(d);
 }
 
-int OpenResult(const char* routine, Connection& conn, const Sql& sql, Recordset& rs, bool positionable,
-               std::string& error) {
+Status OpenResult(const char* routine, Connection& conn, const Sql& sql, Recordset& rs, bool positionable) {
   rs.Reset(nullptr);  // a fresh recordset object, as the system makes one per call
   Diagnostic d;
   if (!CheckStatement(conn, sql, d)) {
-    error = ErrorText(routine, d, sql.Render());
-    return 1;
+    return DbFailure(routine, d, sql.Render());
   }
   ConnectionImpl& impl = *conn.impl();
   PhysicalConnection& phys = impl.phys();
@@ -67,11 +65,10 @@ int OpenResult(const char* routine, Connection& conn, const Sql& sql, Recordset&
   // Like the system's recordsets, a result opens on its first row.
   if (ok && !rec->labels.empty()) ok = rec->MoveNext(true, d);
   if (!ok) {
-    error = ErrorText(routine, d, sql.Render());
-    return 1;
+    return DbFailure(routine, d, sql.Render());
   }
   rs.Reset(std::move(rec));
-  return 0;
+  return Status::Ok();
 }
 
 }  // namespace
@@ -160,39 +157,38 @@ Recordset& Recordset::operator=(Recordset&&) noexcept = default;
 bool Recordset::IsOpen() const { return impl_ != nullptr; }
 void Recordset::Reset(std::unique_ptr<RecordsetImpl> impl) { impl_ = std::move(impl); }
 
-int Com_funSelect(Connection& conn, const Sql& sql, Recordset& rs, std::string& error) {
-  return OpenResult("Com_funSelect", conn, sql, rs, false, error);
+Status Com_funSelect(Connection& conn, const Sql& sql, Recordset& rs) {
+  return OpenResult("Com_funSelect", conn, sql, rs, false);
 }
 
-int Com_funSelectP(Connection& conn, const Sql& sql, Recordset& rs, std::string& error) {
-  return OpenResult("Com_funSelectP", conn, sql, rs, true, error);
+Status Com_funSelectP(Connection& conn, const Sql& sql, Recordset& rs) {
+  return OpenResult("Com_funSelectP", conn, sql, rs, true);
 }
 
-int Com_funSetAbsolutePos(Recordset& rs, short position, std::string& error) {
+Status Com_funSetAbsolutePos(Recordset& rs, short position) {
   Diagnostic d;
   if (CheckRecordset(rs, d)) {
     RecordsetImpl& rec = *rs.impl();
     if (!rec.positionable) {
       d = OwnDiagnostic("HY106", "The recordset was not opened for positioning");
     } else if (rec.MoveTo(position, d)) {
-      return 0;
+      return Status::Ok();
     } else {
       NoteResultFailure(rec, d);
     }
   }
-  error = ErrorText("Com_funSetAbsolutePos", d);
-  return 1;
+  return DbFailure("Com_funSetAbsolutePos", d);
 }
 
-int Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
-                     std::string& error) {
+Status Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values,
+                        bool& eof) {
   Diagnostic d;
   if (CheckRecordset(rs, d)) {
     RecordsetImpl& rec = *rs.impl();
     if (rec.eof) {
       eof = true;
       if (values.size() != names.size()) values.assign(names.size(), "");
-      return 0;
+      return Status::Ok();
     }
     eof = false;
     values.resize(names.size());
@@ -206,23 +202,21 @@ int Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, std::
         values[i] = rec.row[column];
       }
     }
-    if (ok && rec.MoveNext(true, d)) return 0;
+    if (ok && rec.MoveNext(true, d)) return Status::Ok();
     NoteResultFailure(rec, d);
   }
-  error = ErrorText("Com_funfetchData", d);
-  return 1;
+  return DbFailure("Com_funfetchData", d);
 }
 
-int Com_funRecordsetClose(Recordset& rs, std::string& error) {
+Status Com_funRecordsetClose(Recordset& rs) {
   if (!rs.IsOpen()) {
-    error = ErrorText("Com_funRecordsetClose", RecordsetNotOpen());
-    return 1;
+    return DbFailure("Com_funRecordsetClose", RecordsetNotOpen());
   }
   rs.Reset(nullptr);
-  return 0;
+  return Status::Ok();
 }
 
-int Com_funRecodsetToArray(Recordset& rs, Array2D& out, std::string& error) {
+Status Com_funRecodsetToArray(Recordset& rs, Array2D& out) {
   Diagnostic d;
   if (CheckRecordset(rs, d)) {
     RecordsetImpl& rec = *rs.impl();
@@ -232,11 +226,22 @@ int Com_funRecodsetToArray(Recordset& rs, Array2D& out, std::string& error) {
       for (size_t c = 0; c < rec.labels.size(); ++c) out[c].push_back(std::move(rec.row[c]));
       ok = rec.MoveNext(true, d);
     }
-    if (ok) return 0;
+    if (ok) return Status::Ok();
     NoteResultFailure(rec, d);
   }
-  error = ErrorText("Com_funRecodsetToArray", d);
-  return 1;
+  return DbFailure("Com_funRecodsetToArray", d);
+}
+
+Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::string>& names, const RowVisitor& on_row) {
+  Recordset rs;
+  if (Status s = Com_funSelect(conn, sql, rs); !s.ok()) return s;
+  std::vector<std::string> values;
+  for (;;) {
+    bool eof = false;
+    if (Status s = Com_funfetchData(rs, names, values, eof); !s.ok()) return s;
+    if (eof || !on_row(values)) break;
+  }
+  return Com_funRecordsetClose(rs);
 }
 
 }  // namespace orvane::data

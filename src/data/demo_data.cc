@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "dispatch/request_context.h"
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "data/schema.h"
 
 namespace orvane::data {
 namespace {
@@ -82,18 +82,14 @@ struct Stamp {
   std::string ymd, hms;
 };
 
-bool Run(Connection& conn, const Sql& sql, std::string& error) {
-  if (Com_funExecsql(conn, sql, error) == 0) return true;
-  error = "InsertDemoData\r\n" + error;
-  return false;
-}
+Status Run(Connection& conn, const Sql& sql) { return Com_funExecsql(conn, sql).Prefixed("InsertDemoData"); }
 
 // The four stamp values of every row.
 void Stamps(Sql& sql, const char* upd_kbn, const Stamp& s) {
   sql << " ," << Quoted(upd_kbn) << " ," << Quoted(s.ymd) << " ," << Quoted(s.hms) << " ," << Quoted("admin") << ")";
 }
 
-bool InsertSections(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
+Status InsertSections(Connection& conn, const std::string& suffix, const Stamp& s) {
   for (const DemoSection& d : kSections) {
     Sql sql;
     sql << "insert into " << Table("T_SECTION" + suffix)
@@ -108,12 +104,12 @@ bool InsertSections(Connection& conn, const std::string& suffix, const Stamp& s,
       sql << "NULL";
     }
     Stamps(sql, suffix.empty() ? "3" : d.work_upd_kbn, s);
-    if (!Run(conn, sql, error)) return false;
+    if (Status st = Run(conn, sql); !st.ok()) return st;
   }
-  return true;
+  return Status::Ok();
 }
 
-bool InsertUsers(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
+Status InsertUsers(Connection& conn, const std::string& suffix, const Stamp& s) {
   int order = 1;
   for (const DemoUser& u : kUsers) {
     std::string dsp = text::Right("000" + std::to_string(order++), 3);
@@ -126,7 +122,7 @@ bool InsertUsers(Connection& conn, const std::string& suffix, const Stamp& s, st
         << Quoted(u.name_kj) << " ," << Quoted(u.ext_tel) << " ," << Quoted(u.post_nm) << " ," << Quoted(dsp) << " ,"
         << Quoted(u.post_cd);
     Stamps(row, "3", s);
-    if (!Run(conn, row, error)) return false;
+    if (Status st = Run(conn, row); !st.ok()) return st;
 
     // A granted menu holds its own number, any other "ZZ".
     Sql rights;
@@ -140,12 +136,12 @@ bool InsertUsers(Connection& conn, const std::string& suffix, const Stamp& s, st
       rights << " ," << Quoted(granted ? code : std::string("ZZ"));
     }
     Stamps(rights, "3", s);
-    if (!Run(conn, rights, error)) return false;
+    if (Status st = Run(conn, rights); !st.ok()) return st;
   }
-  return true;
+  return Status::Ok();
 }
 
-bool InsertMembers(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
+Status InsertMembers(Connection& conn, const std::string& suffix, const Stamp& s) {
   for (const DemoMember& m : kMembers) {
     Sql sql;
     sql << "insert into " << Table("T_SECMEMBER" + suffix)
@@ -154,52 +150,51 @@ bool InsertMembers(Connection& conn, const std::string& suffix, const Stamp& s, 
         << Quoted(m.sec) << " ," << Quoted(m.user) << " ," << Quoted(m.sec_kbn) << " ," << Quoted(m.seq) << " ,"
         << Quoted(m.post_cd) << " ," << Quoted(m.st) << " ," << Quoted(m.ed);
     Stamps(sql, "3", s);
-    if (!Run(conn, sql, error)) return false;
+    if (Status st = Run(conn, sql); !st.ok()) return st;
   }
-  return true;
+  return Status::Ok();
 }
 
-bool InsertTableSet(Connection& conn, const std::string& suffix, const Stamp& s, std::string& error) {
-  return InsertSections(conn, suffix, s, error) && InsertUsers(conn, suffix, s, error) &&
-         InsertMembers(conn, suffix, s, error);
+Status InsertTableSet(Connection& conn, const std::string& suffix, const Stamp& s) {
+  if (Status st = InsertSections(conn, suffix, s); !st.ok()) return st;
+  if (Status st = InsertUsers(conn, suffix, s); !st.ok()) return st;
+  return InsertMembers(conn, suffix, s);
 }
 
-bool InsertPosts(Connection& conn, std::string& error) {
+Status InsertPosts(Connection& conn) {
   for (const DemoPost& p : kPosts) {
     Sql post;
     post << "insert into " << Table("T_POST_MST") << " (POST_CD ,POST_NAME ,CLASS_CD) values (" << Quoted(p.code)
          << " ," << Quoted(p.name) << " ," << Quoted(p.class_cd) << ")";
-    if (!Run(conn, post, error)) return false;
+    if (Status st = Run(conn, post); !st.ok()) return st;
   }
-  return true;
+  return Status::Ok();
 }
 
 }  // namespace
 
-int InsertDemoData(Connection& conn, const Clock& clock, std::string& error) {
+Status InsertDemoData(Connection& conn, const Clock& clock) {
   Sql probe;
   probe << "select count(SEC_CD) as CNT from " << Table("T_SECTION") << " where SEC_CD = " << Quoted("0000");
   Recordset rs;
   std::vector<std::string> values;
   bool eof = false;
-  if (Com_funSelect(conn, probe, rs, error) != 0 || Com_funfetchData(rs, {"CNT"}, values, eof, error) != 0) {
-    error = "InsertDemoData\r\n" + error;
-    return 1;
-  }
-  Com_funRecordsetClose(rs, error);
-  if (!eof && values[0] != "0") return 0;  // already there
+  if (Status s = Com_funSelect(conn, probe, rs); !s.ok()) return std::move(s).Prefixed("InsertDemoData");
+  if (Status s = Com_funfetchData(rs, {"CNT"}, values, eof); !s.ok()) return std::move(s).Prefixed("InsertDemoData");
+  Com_funRecordsetClose(rs).IgnoreError();            // the count is read; the handle goes with `rs` anyway
+  if (!eof && values[0] != "0") return Status::Ok();  // already there
 
   Stamp stamp;
   Com_subGetDate(clock, stamp.ymd, stamp.hms);
-  if (Com_funBeginTrans(conn, error) != 0) return 1;
-  bool ok =
-      InsertPosts(conn, error) && InsertTableSet(conn, "", stamp, error) && InsertTableSet(conn, "_WORK", stamp, error);
-  std::string ignored;
-  if (!ok) {
-    Com_funRollbackTrans(conn, ignored);
-    return 1;
+  if (Status s = Com_funBeginTrans(conn); !s.ok()) return s;
+  Status s = InsertPosts(conn);
+  if (s.ok()) s = InsertTableSet(conn, "", stamp);
+  if (s.ok()) s = InsertTableSet(conn, "_WORK", stamp);
+  if (!s.ok()) {
+    Com_funRollbackTrans(conn).IgnoreError();  // the insert's failure is the one to report
+    return s;
   }
-  return Com_funCommitTrans(conn, error);
+  return Com_funCommitTrans(conn);
 }
 
 }  // namespace orvane::data

@@ -9,12 +9,12 @@
 
 #include <string>
 
+#include "base/clock.h"
 #include "data/db.h"
-#include "dispatch/clock.h"
 
 namespace orvane::data {
 
 // Logins of the demo users (id / password): admin / admin, yamada / yamada.
-int InsertDemoData(Connection& conn, const Clock& clock, std::string& error);
+Status InsertDemoData(Connection& conn, const Clock& clock);
 
 }  // namespace orvane::data

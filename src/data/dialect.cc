@@ -1,6 +1,6 @@
 #include "data/dialect.h"
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::data {
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/status.h"
+
 namespace orvane::data {
 
 // How text crosses the ODBC boundary on one connection. Debian's SQLite
@@ -17,11 +19,9 @@ namespace orvane::data {
 // locale, so they get UTF-16 through the W calls.
 enum class TextMode { kUtf8, kUtf16 };
 
-struct Diagnostic {
-  long native = 0;       // the driver's native error number
-  std::string sqlstate;  // five characters
-  std::string message;   // UTF-8
-};
+// The driver's native error number, the five-character SQLSTATE and the
+// message (UTF-8).
+using Diagnostic = Cause;
 
 // A diagnostic made by this layer itself (no driver involved).
 Diagnostic OwnDiagnostic(std::string_view sqlstate, std::string message);

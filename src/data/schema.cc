@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "data/db_impl.h"
-#include "dispatch/request_context.h"
-#include "dispatch/text.h"
 
 namespace orvane::data {
 namespace {
@@ -143,27 +142,19 @@ std::vector<std::string> SchemaStatements(const Dialect& dialect) {
   return out;
 }
 
-int CreateSchema(Connection& conn, std::string& error) {
+Status CreateSchema(Connection& conn) {
   constexpr char kRoutine[] = "CreateSchema";
-  if (Com_funBeginTrans(conn, error) != 0) {
-    error = std::string(kRoutine) + "\r\n" + error;
-    return 1;
-  }
+  if (Status s = Com_funBeginTrans(conn); !s.ok()) return std::move(s).Prefixed(kRoutine);
   PhysicalConnection& phys = conn.impl()->phys();
   for (const std::string& statement : SchemaStatements(phys.dialect())) {
     Diagnostic d;
     if (!phys.ExecDirect(statement, d)) {
-      std::string ignored;
-      Com_funRollbackTrans(conn, ignored);
-      error = std::string(kRoutine) + "\r\n" + ErrorText("Com_funExecsql", d, statement);
-      return 1;
+      // The failure to report is the statement's; the pool rolls back again if this fails.
+      Com_funRollbackTrans(conn).IgnoreError();
+      return DbFailure("Com_funExecsql", d, statement).Prefixed(kRoutine);
     }
   }
-  if (Com_funCommitTrans(conn, error) != 0) {
-    error = std::string(kRoutine) + "\r\n" + error;
-    return 1;
-  }
-  return 0;
+  return Com_funCommitTrans(conn).Prefixed(kRoutine);
 }
 
 }  // namespace orvane::data

@@ -13,6 +13,11 @@
 
 namespace orvane::data {
 
+// The menu numbers of the groupware in the column order of the menu-rights
+// table (MENU01 ... MENU79): the request's menu-code list.
+inline constexpr std::string_view kMenuCodeList =
+    "01,02,03,04,05,06,07,21,22,23,24,25,26,27,50,51,70,71,72,73,74,75,76,77,78,79";
+
 struct TableDef {
   std::string name;
   std::vector<std::string> columns;
@@ -27,8 +32,8 @@ const std::vector<TableDef>& SchemaTables();
 // each safe to run again.
 std::vector<std::string> SchemaStatements(const Dialect& dialect);
 
-// Runs SchemaStatements on an open connection in one transaction. Returns 0,
-// or 1 with `error` naming the failed statement.
-int CreateSchema(Connection& conn, std::string& error);
+// Runs SchemaStatements on an open connection in one transaction. A failure
+// names the failed statement.
+Status CreateSchema(Connection& conn);
 
 }  // namespace orvane::data

@@ -1,7 +1,7 @@
 #include "data/sql.h"
 
+#include "base/text.h"
 #include "data/dialect.h"
-#include "dispatch/text.h"
 
 namespace orvane::data {
 namespace {

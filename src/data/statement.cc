@@ -3,8 +3,8 @@
 #include <sqlext.h>
 #include <sqlucode.h>
 
+#include "base/text.h"
 #include "data/utf16.h"
-#include "dispatch/text.h"
 
 namespace orvane::data {
 

@@ -2,7 +2,8 @@
 
 #include <fstream>
 
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "dispatch/config.h"
 
 namespace orvane {
 
@@ -68,6 +69,13 @@ void ApplicationStore::SetSecHierarchical(Array2D tree) {
   auto value = std::make_shared<const Array2D>(std::move(tree));
   std::lock_guard lock(mu_);
   sec_hierarchical_ = std::move(value);
+}
+
+bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error) {
+  MenuCatalogue catalogue;
+  if (!LoadMenuCatalogue(config.Folder() + "/menuinfo.csv", catalogue, error)) return false;
+  app.SetMenuinfo(std::move(catalogue));
+  return true;
 }
 
 }  // namespace orvane

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "dispatch/array2d.h"
+#include "base/array2d.h"
 
 namespace orvane {
 
@@ -30,21 +30,29 @@ bool LoadMenuCatalogue(const std::string& path, MenuCatalogue& out, std::string&
 // "/02/20/11/" from the shown menus in catalogue order; "/" alone when none.
 std::string DisplayedMenus(const MenuCatalogue& catalogue);
 
+class ApplicationStore;
+class ConfigFile;
+
+// Loads what the store holds at start: the menu catalogue from
+// menuinfo.csv beside the configuration file. False with `error` when the
+// catalogue is malformed.
+bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error);
+
 class ApplicationStore {
  public:
   ApplicationStore();
 
-  std::shared_ptr<const MenuCatalogue> Menuinfo() const;            // App_A_strMenuinfo
-  std::string DispMenu() const;                                     // App_strDispMenu
-  void SetMenuinfo(MenuCatalogue catalogue);                        // sets both
+  std::shared_ptr<const MenuCatalogue> Menuinfo() const;  // App_A_strMenuinfo
+  std::string DispMenu() const;                           // App_strDispMenu
+  void SetMenuinfo(MenuCatalogue catalogue);              // sets both
 
-  std::shared_ptr<const Array2D> SecHierarchical() const;           // may be null
+  std::shared_ptr<const Array2D> SecHierarchical() const;  // may be null
   void SetSecHierarchical(Array2D tree);
 
  private:
   mutable std::mutex mu_;
-  std::shared_ptr<const MenuCatalogue> menuinfo_;  // guarded by mu_
-  std::string disp_menu_;                          // guarded by mu_
+  std::shared_ptr<const MenuCatalogue> menuinfo_;    // guarded by mu_
+  std::string disp_menu_;                            // guarded by mu_
   std::shared_ptr<const Array2D> sec_hierarchical_;  // guarded by mu_
 };
 

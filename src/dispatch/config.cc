@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane {
 
@@ -64,8 +64,7 @@ std::shared_ptr<const ConfigEntries> ConfigFile::Load(std::string& error) const 
   return parsed;
 }
 
-void ConfigFile::ComIniFileLoad(std::string_view key, std::string& value, std::string& message,
-                                bool& found) const {
+void ConfigFile::ComIniFileLoad(std::string_view key, std::string& value, std::string& message, bool& found) const {
   value.clear();
   message.clear();
   found = false;

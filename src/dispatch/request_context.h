@@ -10,16 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "base/clock.h"
+#include "base/status.h"
 #include "dispatch/application_store.h"
-#include "dispatch/clock.h"
 #include "dispatch/config.h"
 #include "dispatch/request_fields.h"
 #include "dispatch/session.h"
 
 namespace orvane {
-
-inline constexpr std::string_view kMenuCodeList =
-    "01,02,03,04,05,06,07,21,22,23,24,25,26,27,50,51,70,71,72,73,74,75,76,77,78,79";
 
 class RequestContext {
  public:
@@ -50,6 +48,14 @@ class RequestContext {
   const std::string& response() const { return response_; }
   int http_status = 200;
 
+  // The database's own account (native error, SQLSTATE, message) of the
+  // last failure the request met, for the access log. Never part of the
+  // answer. A status without a cause leaves the one kept.
+  void NoteFailure(const Status& status) {
+    if (!status.ok() && !status.cause().empty()) failure_cause_ = status.cause();
+  }
+  const Cause& failure_cause() const { return failure_cause_; }
+
   const ConfigFile& config() const { return config_; }
   Session& session() { return session_; }
   ApplicationStore& app() { return app_; }
@@ -61,6 +67,7 @@ class RequestContext {
   ApplicationStore& app_;
   const Clock& clock_;
   std::string response_;
+  Cause failure_cause_;
 };
 
 }  // namespace orvane

@@ -1,6 +1,6 @@
 #include "dispatch/request_fields.h"
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane {
 

@@ -1,14 +1,14 @@
 #include "dispatch/server_information.h"
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane {
 namespace {
 
 // Keys in the order they are read. The answer's first failing key ends it.
-constexpr std::string_view kKeys[] = {"LOCAL_DB_DSN", "MAINFORM_BACK_COLOR", "ML_MODE",    "ML_USEFLG",
-                                      "ML_ISLOCAL",   "ML_ADDUSEFLG",        "ML_EXEPROXY_PORT",
-                                      "ML_SERVERIP",  "ML_SERVER",           "ML_FOLDER",  "JNJI_MODE"};
+constexpr std::string_view kKeys[] = {"LOCAL_DB_DSN", "MAINFORM_BACK_COLOR", "ML_MODE",          "ML_USEFLG",
+                                      "ML_ISLOCAL",   "ML_ADDUSEFLG",        "ML_EXEPROXY_PORT", "ML_SERVERIP",
+                                      "ML_SERVER",    "ML_FOLDER",           "JNJI_MODE"};
 
 std::string MenuItems(const MenuCatalogue& catalogue, std::string_view number) {
   for (size_t i = 0; i < catalogue.size(); ++i)
@@ -35,8 +35,8 @@ void GetServerInformation(RequestContext& ctx) {
     }
   }
   auto catalogue = ctx.app().Menuinfo();
-  ctx.Write(values[1] + "," + values[2] + "," + values[3] + "," + values[5] + "," + MenuItems(*catalogue, "23") +
-            "," + MenuItems(*catalogue, "07"));
+  ctx.Write(values[1] + "," + values[2] + "," + values[3] + "," + values[5] + "," + MenuItems(*catalogue, "23") + "," +
+            MenuItems(*catalogue, "07"));
 }
 
 }  // namespace orvane

@@ -1,6 +1,6 @@
 #include "dispatch/session.h"
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane {
 

@@ -1,7 +1,7 @@
 #include "members/member_queries.h"
 
-#include "data/query_frame.h"
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "dispatch/query_frame.h"
 
 namespace orvane::members {
 namespace {
@@ -77,7 +77,7 @@ data::Sql SectionCodesSql(const RequestContext& ctx, const std::string& user_id)
 }
 
 void GetUsersGroup(RequestContext& ctx, const std::string& user_id) {
-  data::WriteListQuery(
+  WriteListQuery(
       ctx, UsersGroupSql(ctx, user_id),
       {"S_USER_ID", "S_SEC_KBN", "S_USER_SEQ", "S_POST_CD", "S_SEC_CD", "SE_SEC_NM", "S_ST_YMD", "S_ED_YMD"});
 }
@@ -86,29 +86,20 @@ void GetSpecificMember(RequestContext& ctx, const std::string& sec_cd, const std
                        const std::string& sort_type, const std::string& current_only) {
   // This one answer has carried a trailing blank behind its fetch error
   // from the start; pages compare it whole, so it stays.
-  data::WriteListQuery(ctx, SpecificMemberSql(ctx, sec_cd, sort_column, sort_type, current_only, Today(ctx.clock())),
-                       {"NAME_KJ", "USER_ID", "SEC_KBN", "POST_CD", "MAIL", "ST_YMD", "ED_YMD"}, "ERROR:DBFETCH ");
+  WriteListQuery(ctx, SpecificMemberSql(ctx, sec_cd, sort_column, sort_type, current_only, Today(ctx.clock())),
+                 {"NAME_KJ", "USER_ID", "SEC_KBN", "POST_CD", "MAIL", "ST_YMD", "ED_YMD"}, "ERROR:DBFETCH ");
 }
 
-short Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,
-               std::vector<std::string>& sec_codes, std::string& error) {
-  auto fail = [&error] {
-    error = "Get_g_cd" + std::string(text::kCrLf) + error;
-    return short{-1};
-  };
-  data::Recordset rs;
-  if (data::Com_funSelect(conn, SectionCodesSql(ctx, user_id), rs, error) != 0) return fail();
-  const std::vector<std::string> names = {"sec_cd"};
-  std::vector<std::string> values;
-  for (size_t n = 0;; ++n) {
-    bool eof = false;
-    if (data::Com_funfetchData(rs, names, values, eof, error) != 0) return fail();
-    if (eof) break;
-    if (n == 0) sec_codes.clear();  // no rows leave the caller's array as it was
+Status Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,
+                std::vector<std::string>& sec_codes) {
+  bool first = true;
+  auto add = [&](const std::vector<std::string>& values) {
+    if (first) sec_codes.clear();  // no rows leave the caller's array as it was
+    first = false;
     sec_codes.push_back(values[0]);
-  }
-  if (data::Com_funRecordsetClose(rs, error) != 0) return fail();
-  return 0;
+    return true;
+  };
+  return data::SelectRows(conn, SectionCodesSql(ctx, user_id), {"sec_cd"}, add).From("Get_g_cd");
 }
 
 }  // namespace orvane::members

@@ -21,11 +21,11 @@ void GetSpecificMember(RequestContext& ctx, const std::string& sec_cd, const std
                        const std::string& sort_type, const std::string& current_only);
 
 // The codes of every section `user_id` belongs to (any period, deleted or
-// not), on the caller's open connection. Returns 0; or -1 with "Get_g_cd"
-// and CR LF put in front of the data layer's `error`. `sec_codes` is
+// not), on the caller's open connection. A failure has code -1 and
+// "Get_g_cd" CR LF in front of the data layer's trail. `sec_codes` is
 // replaced by the codes when there are any and left as it was otherwise.
-short Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,
-               std::vector<std::string>& sec_codes, std::string& error);
+Status Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,
+                std::vector<std::string>& sec_codes);
 
 data::Sql UsersGroupSql(const RequestContext& ctx, const std::string& user_id);
 // `today` is yyyymmdd.

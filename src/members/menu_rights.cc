@@ -1,7 +1,8 @@
 #include "members/menu_rights.h"
 
-#include "data/query_frame.h"
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "data/schema.h"
+#include "dispatch/query_frame.h"
 
 namespace orvane::members {
 namespace {
@@ -25,7 +26,7 @@ bool Has(const std::string& rights, std::string_view number) {
 
 data::Sql MenuPropertySql(const RequestContext& ctx, const std::string& user_id) {
   std::vector<std::string> parts = {"'/'"};
-  for (const std::string& code : text::Split(kMenuCodeList, ",")) {
+  for (const std::string& code : text::Split(data::kMenuCodeList, ",")) {
     parts.push_back("MENU" + code);
     parts.push_back("'/'");
   }
@@ -66,7 +67,7 @@ void GetMenuProperty(RequestContext& ctx, const std::string& user_id) {
     rights = values[1];
     return true;
   };
-  if (!data::RunQuery(ctx, MenuPropertySql(ctx, user_id), {"USER_ID", "MENU"}, data::Rows::kFirstOnly, keep)) return;
+  if (!RunQuery(ctx, MenuPropertySql(ctx, user_id), {"USER_ID", "MENU"}, Rows::kFirstOnly, keep)) return;
   MenuRights walk = WalkMenuCatalogue(*ctx.app().Menuinfo(), rights);
   ctx.Write(id + "," + walk.numbers + "," + walk.names + "," + walk.granted);
 }

@@ -1,7 +1,7 @@
 #include "members/user_queries.h"
 
-#include "data/query_frame.h"
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "dispatch/query_frame.h"
 
 namespace orvane::members {
 namespace {
@@ -92,12 +92,11 @@ data::Sql UserPropertySql(const RequestContext& ctx, const std::string& user_id)
 }
 
 void GetAllCount(RequestContext& ctx, const std::string& kind, const std::string& kana_row) {
-  data::QueryFrame frame(ctx);
+  QueryFrame frame(ctx);
   data::Recordset rs;
   if (!frame.Open() || !frame.Select(AllCountSql(ctx, kind, kana_row), rs)) return;
   Array2D cells;
-  std::string error;
-  if (data::Com_funRecodsetToArray(rs, cells, error) != 0) {
+  if (frame.Failed(data::Com_funRecodsetToArray(rs, cells))) {
     frame.FailAndClose("ERROR:DBSELECTARRAY");
     return;
   }
@@ -109,11 +108,10 @@ void GetAllCount(RequestContext& ctx, const std::string& kind, const std::string
 
 void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const std::string& sort_type,
                     const std::string& kana_row, short start_pos, short page_rows) {
-  data::QueryFrame frame(ctx);
+  QueryFrame frame(ctx);
   data::Recordset rs;
   if (!frame.Open() || !frame.SelectP(AllUserListSql(ctx, sort_column, sort_type, kana_row), rs)) return;
-  std::string error;
-  if (data::Com_funSetAbsolutePos(rs, start_pos, error) != 0) {
+  if (frame.Failed(data::Com_funSetAbsolutePos(rs, start_pos))) {
     frame.FailAndClose("ERROR:ABSOLUTEPOS");
     return;
   }
@@ -122,7 +120,7 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
   // The page size is tested after a row is added: a page has at least one
   // row whenever there is one, even for a size of 0 or below.
   auto add = [&](const std::vector<std::string>& values) {
-    data::AppendListRow(list, values);
+    AppendListRow(list, values);
     return ++read < page_rows;
   };
   if (!frame.FetchRows(rs, kUserListNames, add)) return;
@@ -131,7 +129,7 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
   ctx.Write(list);
 }
 
-void GetPostMaster(RequestContext& ctx) { data::WriteListQuery(ctx, PostMasterSql(ctx), {"POST_CD", "POST_NAME"}); }
+void GetPostMaster(RequestContext& ctx) { WriteListQuery(ctx, PostMasterSql(ctx), {"POST_CD", "POST_NAME"}); }
 
 void GetUserProperty(RequestContext& ctx, const std::string& user_id) {
   static const std::vector<std::string> kNames = {"USER_ID", "NAME_KJ",      "NAME_KN", "PASSWORD",
@@ -142,7 +140,7 @@ void GetUserProperty(RequestContext& ctx, const std::string& user_id) {
     answer = text::Join(values, ",");
     return true;
   };
-  if (data::RunQuery(ctx, UserPropertySql(ctx, user_id), kNames, data::Rows::kFirstOnly, keep)) ctx.Write(answer);
+  if (RunQuery(ctx, UserPropertySql(ctx, user_id), kNames, Rows::kFirstOnly, keep)) ctx.Write(answer);
 }
 
 }  // namespace orvane::members

@@ -1,7 +1,7 @@
 #include "org/group_queries.h"
 
-#include "data/query_frame.h"
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "dispatch/query_frame.h"
 
 namespace orvane::org {
 namespace {
@@ -63,7 +63,7 @@ data::Sql SpecificGroupSql(const RequestContext& ctx, const std::string& joi_sec
 }
 
 void GetAllGroupList(RequestContext& ctx) {
-  data::QueryFrame frame(ctx);
+  QueryFrame frame(ctx);
   if (!frame.Open()) return;
   std::string list;
   {
@@ -80,7 +80,7 @@ void GetAllGroupList(RequestContext& ctx) {
   data::Recordset rs;
   if (!frame.Select(OtherGroupsSql(ctx), rs)) return;
   auto add = [&list](const std::vector<std::string>& values) {
-    data::AppendListRow(list, values);
+    AppendListRow(list, values);
     return true;
   };
   if (!frame.FetchRows(rs, kTripleNames, add)) return;
@@ -97,12 +97,12 @@ void GetGroupProperty(RequestContext& ctx, const std::string& sec_cd) {
     answer = text::Join(values, ",");
     return true;
   };
-  if (data::RunQuery(ctx, GroupPropertySql(ctx, sec_cd), kNames, data::Rows::kFirstOnly, keep)) ctx.Write(answer);
+  if (RunQuery(ctx, GroupPropertySql(ctx, sec_cd), kNames, Rows::kFirstOnly, keep)) ctx.Write(answer);
 }
 
 void GetSpecificGroup(RequestContext& ctx, const std::string& joi_sec, const std::string& sort_key,
                       const std::string& desc) {
-  data::WriteListQuery(ctx, SpecificGroupSql(ctx, joi_sec, sort_key, desc), kTripleNames);
+  WriteListQuery(ctx, SpecificGroupSql(ctx, joi_sec, sort_key, desc), kTripleNames);
 }
 
 }  // namespace orvane::org

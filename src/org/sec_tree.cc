@@ -4,7 +4,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane::org {
 namespace {
@@ -42,17 +42,13 @@ std::string JoinPrefix(const std::vector<std::string>& prefix, size_t depth) {
   return out;
 }
 
-// Step failure: the inner text, then this routine's name and CR LF.
-int Failed(const std::string& inner, std::string& error) {
-  error = inner + "Com_funGet_sec_info" + std::string(text::kCrLf);
-  return 1;
-}
+constexpr char kInfoRoutine[] = "Com_funGet_sec_info";
 
-int ReadArray(data::Connection& conn, const data::Sql& sql, Array2D& out, std::string& error) {
+Status ReadArray(data::Connection& conn, const data::Sql& sql, Array2D& out) {
   data::Recordset rs;
-  if (data::Com_funSelect(conn, sql, rs, error) != 0) return 1;
-  if (data::Com_funRecodsetToArray(rs, out, error) != 0) return 1;
-  return data::Com_funRecordsetClose(rs, error);
+  if (Status s = data::Com_funSelect(conn, sql, rs); !s.ok()) return s;
+  if (Status s = data::Com_funRecodsetToArray(rs, out); !s.ok()) return s;
+  return data::Com_funRecordsetClose(rs);
 }
 
 // Puts the section values of the drawn rows in place, column by column: the
@@ -169,12 +165,14 @@ std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vect
   return Draw(sections, nullptr, parents, joi_sec, prefix, hier, row);
 }
 
-int Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Array2D& hier, std::string& error) {
+Status Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Array2D& hier) {
   Array2D sections;
-  std::string inner;
-  if (ReadArray(conn, SectionArraySql(sec_mst), sections, inner) != 0) return Failed(inner, error);
+  // This routine puts its name behind the inner text, not in front.
+  if (Status s = ReadArray(conn, SectionArraySql(sec_mst), sections); !s.ok())
+    return std::move(s).Suffixed(kInfoRoutine);
   Array2D parent_array;
-  if (ReadArray(conn, ParentListSql(sec_mst), parent_array, inner) != 0) return Failed(inner, error);
+  if (Status s = ReadArray(conn, ParentListSql(sec_mst), parent_array); !s.ok())
+    return std::move(s).Suffixed(kInfoRoutine);
   std::vector<std::string> parents;
   if (!parent_array.empty()) parents = parent_array[0];
 
@@ -182,9 +180,9 @@ int Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Arra
   hier.assign(columns, std::vector<std::string>(RowCount(sections)));
   int row = 0;
   std::vector<std::string> prefix;
-  inner = Draw(sections, &sections, parents, "9999", prefix, hier, row);
-  if (!inner.empty()) return Failed(inner, error);
-  return 0;
+  std::string inner = Draw(sections, &sections, parents, "9999", prefix, hier, row);
+  if (!inner.empty()) return Status::DbFailure(std::move(inner)).Suffixed(kInfoRoutine);
+  return Status::Ok();
 }
 
 }  // namespace orvane::org

@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "base/array2d.h"
 #include "data/db.h"
 #include "data/sql.h"
-#include "dispatch/array2d.h"
 
 namespace orvane::org {
 
@@ -29,9 +29,9 @@ inline constexpr size_t kPrefixColumn = 11;
 inline constexpr char kLevelSeparator = '\x1C';
 
 // Reads the section table `sec_mst` on the open connection and draws the
-// whole tree into `hier`. Returns 0, or 1 with `error` set to the failing
-// step's text followed by "Com_funGet_sec_info" and CR LF.
-int Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Array2D& hier, std::string& error);
+// whole tree into `hier`. A failure (code 1) carries the failing step's
+// text followed by "Com_funGet_sec_info" and CR LF.
+Status Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Array2D& hier);
 
 // Draws the sections below `joi_sec` (and all their descendants) into `hier`
 // from row `row` on, advancing `row` by one per section drawn. `sections` is

@@ -6,13 +6,6 @@
 
 namespace orvane {
 
-bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error) {
-  MenuCatalogue catalogue;
-  if (!LoadMenuCatalogue(config.Folder() + "/menuinfo.csv", catalogue, error)) return false;
-  app.SetMenuinfo(std::move(catalogue));
-  return true;
-}
-
 HttpServer::HttpServer(ServerState& state, HttpOptions options)
     : state_(state), options_(std::move(options)), server_(std::make_unique<httplib::Server>()) {
   int threads = options_.threads > 0 ? options_.threads : 1;

@@ -5,9 +5,9 @@
 #include <chrono>
 #include <thread>
 
-#include "dispatch/login.h"
-#include "dispatch/text.h"
-#include "dispatch/web_class.h"
+#include "base/text.h"
+#include "members/login.h"
+#include "requests/web_class.h"
 
 namespace orvane {
 namespace {
@@ -83,9 +83,9 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   NamedValues fields = FieldsOf(req);
   auto session = std::make_shared<Session>();
   std::string error;
-  LoginOutcome outcome =
-      LogIn(state.config, state.clock, fields.Get("User_cd"), fields.Get("User_PS"), *session, error);
-  if (outcome == LoginOutcome::kOk) {
+  members::LoginOutcome outcome =
+      members::LogIn(state.config, state.clock, fields.Get("User_cd"), fields.Get("User_PS"), *session, error);
+  if (outcome == members::LoginOutcome::kOk) {
     NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
     std::string old_id = SessionIdOf(cookies);
     if (!old_id.empty()) state.sessions->Remove(old_id);
@@ -95,12 +95,12 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
                              "PUB_DSP_NM", "PUB_SEC_TREE"})
       fresh->Set(name, session->Get(name));
     res.set_header("Set-Cookie", SessionCookie(id));
-  } else if (outcome == LoginOutcome::kRefused) {
+  } else if (outcome == members::LoginOutcome::kRefused) {
     std::this_thread::sleep_for(state.failed_login_delay);  // slows down password guessing
   }
   // Only the code: a failed lookup's error text renders the statement, and
   // with it the password.
-  std::string answer = LoginAnswer(outcome);
+  std::string answer = members::LoginAnswer(outcome);
   Answer(res, 200, answer);
   Log(state, req, timer, 200, answer);
 }

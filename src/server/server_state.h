@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "base/clock.h"
 #include "dispatch/application_store.h"
-#include "dispatch/clock.h"
 #include "dispatch/config.h"
 #include "server/access_log.h"
 #include "server/session_store.h"
@@ -18,8 +18,7 @@ namespace orvane {
 inline constexpr std::string_view kSessionCookie = "ORVANE_SID";
 
 struct ServerState {
-  ServerState(std::string config_path, std::unique_ptr<SessionStore> sessions, const Clock& clock,
-              std::ostream* log)
+  ServerState(std::string config_path, std::unique_ptr<SessionStore> sessions, const Clock& clock, std::ostream* log)
       : config(std::move(config_path)), sessions(std::move(sessions)), clock(clock), access_log(log) {}
 
   ConfigFile config;
@@ -30,10 +29,5 @@ struct ServerState {
   // Pause before a failed login answers, to slow down password guessing.
   std::chrono::milliseconds failed_login_delay{500};
 };
-
-// Loads what the application store holds at start: the menu catalogue from
-// menuinfo.csv beside the configuration file. False with `error` when the
-// catalogue is malformed.
-bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error);
 
 }  // namespace orvane

@@ -7,8 +7,11 @@
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
 #include "support/mail_env.h"
+#include "support/status_code.h"
 
 namespace orvane::accounts {
+
+using orvane::testing::Code;
 namespace {
 
 using orvane::testing::ExeProxyPeer;
@@ -42,7 +45,7 @@ class MailDb : public orvane::testing::DbTest {
     RequestContext ctx(config, session(), app(), clock());
     data::Connection conn;
     std::string error;
-    ASSERT_EQ(data::Com_funDbOpen(Dsn(), "", "", conn, error), 0) << error;
+    ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
     body(ctx, conn);
   }
 };

@@ -7,8 +7,11 @@
 #include "data/connection_pool.h"
 #include "data/db.h"
 #include "support/db_fixture.h"
+#include "support/status_code.h"
 
 namespace orvane::data {
+
+using orvane::testing::Code;
 namespace {
 
 using testing::Backend;
@@ -30,14 +33,13 @@ TEST_P(Concurrency, ReadThenWriteTransactionsQueueUp) {
         std::string error, id = std::to_string(t * kRounds + i);
         std::vector<std::string> count;
         bool eof = false;
-        if (Com_funDbOpen(Dsn(), "", "", conn, error) || Com_funBeginTrans(conn, error) ||
-            Com_funSelect(conn, Sql() << "select count(*) as CNT from " << Table("T_USER"), rs, error) ||
-            Com_funfetchData(rs, {"CNT"}, count, eof, error) ||
-            Com_funExecsql(conn,
-                           Sql() << "insert into " << Table("T_USER") << " (USER_ID, DSP_NM) values (" << Quoted(id)
-                                 << ", " << Quoted(count[0]) << ")",
-                           error) ||
-            Com_funCommitTrans(conn, error)) {
+        if (Code(Com_funDbOpen(Dsn(), "", "", conn), error) || Code(Com_funBeginTrans(conn), error) ||
+            Code(Com_funSelect(conn, Sql() << "select count(*) as CNT from " << Table("T_USER"), rs), error) ||
+            Code(Com_funfetchData(rs, {"CNT"}, count, eof), error) ||
+            Code(Com_funExecsql(conn, Sql() << "insert into " << Table("T_USER") << " (USER_ID, DSP_NM) values ("
+                                            << Quoted(id) << ", " << Quoted(count[0]) << ")"),
+                 error) ||
+            Code(Com_funCommitTrans(conn), error)) {
           std::lock_guard<std::mutex> lock(mu);
           failures.push_back(error);
         }
@@ -54,13 +56,13 @@ TEST_P(Concurrency, ThePoolReusesConnectionsUpToItsCapAndDropsLostOnes) {
   std::string error;
   for (int i = 0; i < 5; ++i) {
     Connection conn;
-    ASSERT_EQ(Com_funDbOpen(Dsn(), "", "", conn, error), 0) << error;
+    ASSERT_EQ(Code(Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   }
   EXPECT_EQ(pool.IdleCount(), 1u);
   pool.set_max_idle(2);
   {
     std::vector<Connection> open(4);
-    for (Connection& c : open) ASSERT_EQ(Com_funDbOpen(Dsn(), "", "", c, error), 0) << error;
+    for (Connection& c : open) ASSERT_EQ(Code(Com_funDbOpen(Dsn(), "", "", c), error), 0) << error;
   }
   EXPECT_EQ(pool.IdleCount(), 2u);
   pool.set_max_idle(ConnectionPool::kDefaultMaxIdle);
@@ -72,21 +74,23 @@ TEST_P(Concurrency, ThePoolReusesConnectionsUpToItsCapAndDropsLostOnes) {
   Recordset rs;
   std::vector<std::string> pid;
   bool eof = false;
-  ASSERT_EQ(Com_funDbOpen(Dsn(), "", "", victim, error) + Com_funDbOpen(Dsn(), "", "", killer, error), 0) << error;
-  ASSERT_EQ(Com_funSelect(victim, Sql() << "select pg_backend_pid() as PID", rs, error), 0) << error;
-  ASSERT_EQ(Com_funfetchData(rs, {"PID"}, pid, eof, error), 0) << error;
-  ASSERT_EQ(Com_funSelect(killer, Sql() << "select pg_terminate_backend(" << Number(pid[0]) << "::integer)", rs, error),
-            0)
+  ASSERT_EQ(Code(Com_funDbOpen(Dsn(), "", "", victim), error) + Code(Com_funDbOpen(Dsn(), "", "", killer), error), 0)
       << error;
-  ASSERT_EQ(Com_funDbClose(killer, error), 0);
+  ASSERT_EQ(Code(Com_funSelect(victim, Sql() << "select pg_backend_pid() as PID", rs), error), 0) << error;
+  ASSERT_EQ(Code(Com_funfetchData(rs, {"PID"}, pid, eof), error), 0) << error;
+  ASSERT_EQ(
+      Code(Com_funSelect(killer, Sql() << "select pg_terminate_backend(" << Number(pid[0]) << "::integer)", rs), error),
+      0)
+      << error;
+  ASSERT_EQ(Code(Com_funDbClose(killer), error), 0);
   pool.CloseIdle();
-  EXPECT_EQ(Com_funSelect(victim, Sql() << "select 1 as ONE", rs, error), 1);
+  EXPECT_EQ(Code(Com_funSelect(victim, Sql() << "select 1 as ONE", rs), error), 1);
   EXPECT_TRUE(error.starts_with("[Com_funSelect]エラー番号 ")) << error;
-  EXPECT_EQ(Com_funDbClose(victim, error), 0);
+  EXPECT_EQ(Code(Com_funDbClose(victim), error), 0);
   EXPECT_EQ(pool.IdleCount(), 0u);  // discarded, not pooled
   Connection fresh;
-  ASSERT_EQ(Com_funDbOpen(Dsn(), "", "", fresh, error), 0) << error;
-  EXPECT_EQ(Com_funSelect(fresh, Sql() << "select 1 as ONE", rs, error), 0) << error;
+  ASSERT_EQ(Code(Com_funDbOpen(Dsn(), "", "", fresh), error), 0) << error;
+  EXPECT_EQ(Code(Com_funSelect(fresh, Sql() << "select 1 as ONE", rs), error), 0) << error;
 }
 
 ORVANE_DB_TEST_SUITE(Concurrency);

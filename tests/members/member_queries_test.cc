@@ -6,11 +6,15 @@
 
 #include <algorithm>
 
+#include "base/text.h"
+#include "data/schema.h"
 #include "dispatch/request_context.h"
-#include "dispatch/text.h"
 #include "support/db_fixture.h"
+#include "support/status_code.h"
 
 namespace orvane::members {
+
+using orvane::testing::Code;
 namespace {
 
 using orvane::testing::DbTest;
@@ -102,18 +106,18 @@ TEST_P(MemberQueries, SectionCodesOfAUserOnAnOpenConnection) {
   RequestContext ctx(config, session(), app(), clock());
   data::Connection conn;
   std::string error;
-  ASSERT_EQ(data::Com_funDbOpen(Dsn(), "", "", conn, error), 0) << error;
+  ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   std::vector<std::string> codes = {"kept"};
-  EXPECT_EQ(Get_g_cd(ctx, conn, "nobody", codes, error), 0);
+  EXPECT_EQ(Code(Get_g_cd(ctx, conn, "nobody", codes), error), 0);
   EXPECT_EQ(codes, std::vector<std::string>{"kept"});
-  EXPECT_EQ(Get_g_cd(ctx, conn, "u01", codes, error), 0);
+  EXPECT_EQ(Code(Get_g_cd(ctx, conn, "u01", codes), error), 0);
   std::sort(codes.begin(), codes.end());
   EXPECT_EQ(codes, (std::vector<std::string>{"0000", "0001", "0002"}));
 
   ctx.SEC_MEM = "T_SECMEMBER_WORK";
   Exec(data::Sql() << "drop table " << data::Table("T_SECMEMBER_WORK"));
   error = "";
-  EXPECT_EQ(Get_g_cd(ctx, conn, "u01", codes, error), -1);
+  EXPECT_EQ(Code(Get_g_cd(ctx, conn, "u01", codes), error), -1);
   EXPECT_TRUE(error.starts_with("Get_g_cd\r\n[Com_funSelect]エラー番号 ")) << error;
   EXPECT_TRUE(error.ends_with("<BR><BR>SQL : select sec_cd from T_SECMEMBER_WORK where USER_ID ='u01'")) << error;
 }
@@ -121,7 +125,7 @@ TEST_P(MemberQueries, SectionCodesOfAUserOnAnOpenConnection) {
 TEST_P(MemberQueries, MenuRightsOverTheCatalogue) {
   auto add_rights = [this](const char* user, std::vector<std::string> granted) {
     orvane::testing::Row row = {{"USER_ID", user}};
-    for (const std::string& code : text::Split(kMenuCodeList, ","))
+    for (const std::string& code : text::Split(data::kMenuCodeList, ","))
       row.emplace_back("MENU" + code, std::find(granted.begin(), granted.end(), code) != granted.end() ? code : "ZZ");
     Insert("MENU_USER", row);
   };

@@ -2,7 +2,7 @@
 // 102, 106, 109) on a real SQLite and PostgreSQL database.
 #include <gtest/gtest.h>
 
-#include "dispatch/text.h"
+#include "base/text.h"
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
 

@@ -5,8 +5,11 @@
 #include "data/db.h"
 #include "org/sec_tree.h"
 #include "support/db_fixture.h"
+#include "support/status_code.h"
 
 namespace orvane::org {
+
+using orvane::testing::Code;
 namespace {
 
 using orvane::testing::DbTest;
@@ -104,9 +107,9 @@ TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
   AddSection("0009", "0099", "001", "0099/0009", "親なし");
   data::Connection conn;
   std::string error;
-  ASSERT_EQ(data::Com_funDbOpen(Dsn(), "", "", conn, error), 0) << error;
+  ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   Array2D hier;
-  ASSERT_EQ(Com_funGet_sec_info(conn, "T_SECTION", hier, error), 0) << error;
+  ASSERT_EQ(Code(Com_funGet_sec_info(conn, "T_SECTION", hier), error), 0) << error;
   ASSERT_EQ(ColumnCount(hier), 12u);
   const std::vector<std::string> codes = {"0000", "0001", "0011", "0002", "0003", ""};
   const std::vector<std::string> flags = {"1", "1", "0", "0", "0", ""};
@@ -122,7 +125,7 @@ TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
   Insert("T_SECTION_WORK", {{"SEC_CD", "A1"}, {"JOI_SEC", "9999"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1"}});
   Insert("T_SECTION_WORK", {{"SEC_CD", "a1"}, {"JOI_SEC", "A1"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1/a1"}});
   Insert("T_SECTION_WORK", {{"SEC_CD", "z"}, {"JOI_SEC", "a1"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "A1/a1/z"}});
-  EXPECT_EQ(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier, error), 1);
+  EXPECT_EQ(Code(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier), error), 1);
   const std::string level = "グループ情報の取得に失敗しました。Com_funGet_sec_hierarchical\r\n";
   EXPECT_EQ(error, level + level + level +
                        "Com_funGet_sec_hierarchical\r\nsection a1 is reached a second time at row 3 of 3"
@@ -131,7 +134,7 @@ TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
   EXPECT_EQ(hier[5], (std::vector<std::string>{"A1", "A1/a1", "A1/a1"}));
 
   Exec(data::Sql() << "drop table " << data::Table("T_SECTION_WORK"));
-  EXPECT_EQ(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier, error), 1);
+  EXPECT_EQ(Code(Com_funGet_sec_info(conn, "T_SECTION_WORK", hier), error), 1);
   EXPECT_TRUE(error.starts_with("[Com_funSelect]エラー番号 ")) << error;
   EXPECT_TRUE(error.ends_with(
       "<BR><BR>SQL : SELECT sec_cd,sec_nm,dsp_nm,joi_sec,sec_seq,sec_tree,upd_kbn,upd_ymd,upd_hms,upd_usr FROM "

@@ -10,11 +10,14 @@
 #include "data/schema.h"
 #include "dispatch/request_context.h"
 #include "dispatch/request_fields.h"
-#include "dispatch/web_class.h"
+#include "requests/web_class.h"
 #include "server/server_state.h"
 #include "server/session_store.h"
+#include "support/status_code.h"
 
 namespace orvane::testing {
+
+using orvane::testing::Code;
 namespace {
 
 std::string Env(const char* name, const char* fallback) {
@@ -97,9 +100,9 @@ void DbTest::SetUp() {
   }
   data::Connection conn;
   std::string error;
-  ASSERT_EQ(data::Com_funDbOpen(dsn_, "", "", conn, error), 0) << error;
-  ASSERT_EQ(data::CreateSchema(conn, error), 0) << error;
-  ASSERT_EQ(data::Com_funDbClose(conn, error), 0) << error;
+  ASSERT_EQ(Code(data::Com_funDbOpen(dsn_, "", "", conn), error), 0) << error;
+  ASSERT_EQ(Code(data::CreateSchema(conn), error), 0) << error;
+  ASSERT_EQ(Code(data::Com_funDbClose(conn), error), 0) << error;
   ReloadApplication();
 }
 
@@ -111,8 +114,8 @@ void DbTest::TearDown() {
 void DbTest::Exec(const data::Sql& sql) {
   data::Connection conn;
   std::string error;
-  ASSERT_EQ(data::Com_funDbOpen(dsn_, "", "", conn, error), 0) << error;
-  ASSERT_EQ(data::Com_funExecsql(conn, sql, error), 0) << error;
+  ASSERT_EQ(Code(data::Com_funDbOpen(dsn_, "", "", conn), error), 0) << error;
+  ASSERT_EQ(Code(data::Com_funExecsql(conn, sql), error), 0) << error;
 }
 
 void DbTest::Insert(std::string_view table, const Row& row) {
@@ -129,9 +132,9 @@ Cells DbTest::Rows(const data::Sql& sql) {
   data::Recordset rs;
   Array2D columns;
   std::string error;
-  EXPECT_EQ(data::Com_funDbOpen(dsn_, "", "", conn, error), 0) << error;
-  EXPECT_EQ(data::Com_funSelect(conn, sql, rs, error), 0) << error;
-  EXPECT_EQ(data::Com_funRecodsetToArray(rs, columns, error), 0) << error;
+  EXPECT_EQ(Code(data::Com_funDbOpen(dsn_, "", "", conn), error), 0) << error;
+  EXPECT_EQ(Code(data::Com_funSelect(conn, sql, rs), error), 0) << error;
+  EXPECT_EQ(Code(data::Com_funRecodsetToArray(rs, columns), error), 0) << error;
   Cells rows(RowCount(columns));
   for (size_t r = 0; r < rows.size(); ++r)
     for (const auto& column : columns) rows[r].push_back(column[r]);

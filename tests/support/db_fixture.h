@@ -26,9 +26,9 @@
 #include <utility>
 #include <vector>
 
+#include "base/clock.h"
 #include "data/db.h"
 #include "dispatch/application_store.h"
-#include "dispatch/clock.h"
 #include "dispatch/config.h"
 #include "dispatch/session.h"
 #include "support/temp_dir.h"

@@ -11,8 +11,8 @@
 #include <sstream>
 #include <string>
 
+#include "base/clock.h"
 #include "dispatch/application_store.h"
-#include "dispatch/clock.h"
 #include "dispatch/config.h"
 #include "dispatch/request_context.h"
 #include "dispatch/session.h"

@@ -14,8 +14,11 @@
 // first code when that close fails too. Whatever is left open when the frame
 // goes away is released by the handles without writing anything.
 //
-// Used by the read operations of org/, members/ and the list choice of accounts/. One frame per request
-// thread; not shared.
+// The database's account of a failure goes to the request's log line
+// (RequestContext::NoteFailure), never into the answer.
+//
+// Used by the read operations of org/, members/ and the list choice of
+// accounts/. One frame per request thread; not shared.
 #pragma once
 
 #include <functional>
@@ -26,7 +29,7 @@
 #include "data/db.h"
 #include "dispatch/request_context.h"
 
-namespace orvane::data {
+namespace orvane {
 
 inline constexpr std::string_view kDbFetchError = "ERROR:DBFETCH";
 
@@ -40,32 +43,33 @@ class QueryFrame {
 
   // Reads LOCAL_DB_DSN and opens the connection with the default login.
   bool Open();
-  Connection& connection() { return conn_; }
+  data::Connection& connection() { return conn_; }
 
   // Com_funSelect / Com_funSelectP. On failure: "ERROR:DBSELECT", close.
-  bool Select(const Sql& sql, Recordset& rs);
-  bool SelectP(const Sql& sql, Recordset& rs);
+  bool Select(const data::Sql& sql, data::Recordset& rs);
+  bool SelectP(const data::Sql& sql, data::Recordset& rs);
 
   // One Com_funfetchData. On failure writes `fetch_error` and returns false.
-  bool Fetch(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
+  bool Fetch(data::Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
              std::string_view fetch_error = kDbFetchError);
   // Fetches until the end of the result or until `on_row` returns false.
-  bool FetchRows(Recordset& rs, const std::vector<std::string>& names, const RowHandler& on_row,
+  bool FetchRows(data::Recordset& rs, const std::vector<std::string>& names, const RowHandler& on_row,
                  std::string_view fetch_error = kDbFetchError);
 
   // Com_funRecordsetClose. On failure: "ERROR:RSCLOSE", close the connection.
-  bool CloseRecordset(Recordset& rs);
+  bool CloseRecordset(data::Recordset& rs);
   // Com_funDbClose. On failure writes "ERROR:DBCLOSE" and returns false;
   // the page queries write their answer behind it all the same.
   bool Close();
 
   // Writes `code`, then closes the connection ("ERROR:DBCLOSE" if that fails).
   void FailAndClose(std::string_view code);
+  // True when `status` failed; its cause goes to the request's log line.
+  bool Failed(const Status& status);
 
  private:
   RequestContext& ctx_;
-  Connection conn_;
-  std::string error_;  // the data layer's last error text, for logs
+  data::Connection conn_;
 };
 
 // Appends one row to a list answer: the values joined by ",", and a ","
@@ -81,11 +85,11 @@ enum class Rows {
 // The whole frame for one statement. `on_row` sees each row read; returns
 // true when the caller is to write its answer now (success, or only the
 // connection close failed), false when an error answer has been written.
-bool RunQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names, Rows rows,
+bool RunQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names, Rows rows,
               const RowHandler& on_row, std::string_view fetch_error = kDbFetchError);
 
 // RunQuery over every row, writing the rows as a list answer.
-void WriteListQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names,
+void WriteListQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names,
                     std::string_view fetch_error = kDbFetchError);
 
-}  // namespace orvane::data
+}  // namespace orvane

@@ -1,8 +1,8 @@
-#include "dispatch/request_table.h"
+#include "requests/request_table.h"
 
 #include <gtest/gtest.h>
 
-#include "dispatch/web_class.h"
+#include "requests/web_class.h"
 
 namespace orvane {
 namespace {
@@ -11,10 +11,11 @@ namespace {
 // other letter cases than the table uses: names match without regard to case.
 NamedValues AllFields() {
   NamedValues f;
-  for (const char* name : {"s_kbn", "S_OPT", "S_COL", "s_type", "S_POS", "b_pos", "GROUP_CD", "s_col",
-                           "group_nm", "DISP_NM", "m_list", "busho_cd", "USER_CD", "user_kj", "User_kn", "USER_PS",
-                           "mail_ad", "Mail_fl", "EXT_TEL", "post_nm", "mail_ufl", "MAIL_NM", "primary", "POST_CD",
-                           "st_ymd", "ED_YMD", "group_cd1", "GROUP_CD2", "Group_Cd3", "user_cd2", "USER_MENU"}) {
+  for (const char* name :
+       {"s_kbn",    "S_OPT",   "S_COL",     "s_type",    "S_POS",     "b_pos",    "GROUP_CD", "s_col",
+        "group_nm", "DISP_NM", "m_list",    "busho_cd",  "USER_CD",   "user_kj",  "User_kn",  "USER_PS",
+        "mail_ad",  "Mail_fl", "EXT_TEL",   "post_nm",   "mail_ufl",  "MAIL_NM",  "primary",  "POST_CD",
+        "st_ymd",   "ED_YMD",  "group_cd1", "GROUP_CD2", "Group_Cd3", "user_cd2", "USER_MENU"}) {
     std::string value = name;
     if (value == "S_POS") value = "-3";
     if (value == "b_pos") value = "+40";
@@ -25,8 +26,8 @@ NamedValues AllFields() {
 
 TEST(RequestTable, EveryCodePassesItsFieldsInTheOperationsOrder) {
   using V = std::vector<std::string>;
-  const V user = {"USER_CD", "user_kj", "User_kn", "USER_PS", "mail_ad", "Mail_fl",
-                  "EXT_TEL", "post_nm", "DISP_NM", "mail_ufl"};
+  const V user = {"USER_CD", "user_kj", "User_kn", "USER_PS", "mail_ad",
+                  "Mail_fl", "EXT_TEL", "post_nm", "DISP_NM", "mail_ufl"};
   auto with = [](V head, V rest, V tail) {
     head.insert(head.end(), rest.begin(), rest.end());
     head.insert(head.end(), tail.begin(), tail.end());
@@ -111,7 +112,7 @@ TEST(WebClassStart, DbFlgChoosesTheTableSet) {
   ApplicationStore app;
   struct Case {
     const char* dbflg;  // null: field not sent
-    const char* user, *section, *member, *menu;
+    const char *user, *section, *member, *menu;
   } cases[] = {
       {"1", "T_USER_WORK", "T_SECTION_WORK", "T_SECMEMBER_WORK", "MENU_USER_WORK"},
       {"0", "T_USER", "T_SECTION", "T_SECMEMBER", "MENU_USER"},

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "dispatch/request_context.h"
-#include "dispatch/request_table.h"
+#include "requests/request_table.h"
 
 namespace orvane {
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "dispatch/clock.h"
-#include "dispatch/text.h"
+#include "base/clock.h"
+#include "base/text.h"
 
 namespace orvane {
 namespace {

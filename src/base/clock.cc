@@ -1,8 +1,8 @@
-#include "dispatch/clock.h"
+#include "base/clock.h"
 
 #include <ctime>
 
-#include "dispatch/text.h"
+#include "base/text.h"
 
 namespace orvane {
 

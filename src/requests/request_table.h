@@ -28,7 +28,7 @@ struct ArgSource {
 struct RequestRoute {
   std::string_view code;
   std::vector<std::string_view> reads;  // fields read, in this order
-  std::vector<ArgSource> args;            // the operation's arguments, in order
+  std::vector<ArgSource> args;          // the operation's arguments, in order
   std::string_view operation;           // the operation's name
   Operation run = nullptr;              // null: not built yet
   bool answer_is_secret = false;        // the answer holds a password: never log it

@@ -1,4 +1,4 @@
-#include "dispatch/text.h"
+#include "base/text.h"
 
 #include <charconv>
 

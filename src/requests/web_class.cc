@@ -1,8 +1,9 @@
-#include "dispatch/web_class.h"
+#include "requests/web_class.h"
 
 #include <exception>
 
-#include "dispatch/text.h"
+#include "base/text.h"
+#include "data/schema.h"
 
 namespace orvane {
 
@@ -23,7 +24,7 @@ const RequestRoute* WebClass_Start(RequestContext& ctx) {
     ctx.PST_MST = "T_POST_MST";
     ctx.USR_MNU = "MENU_USER";
   }
-  ctx.menu_list = std::string(kMenuCodeList);
+  ctx.menu_list = std::string(data::kMenuCodeList);
   ctx.menu_codes = text::Split(ctx.menu_list, ",");
   ctx.menu_upper = static_cast<int>(ctx.menu_codes.size()) - 1;
 

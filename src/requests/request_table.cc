@@ -1,8 +1,8 @@
-#include "dispatch/request_table.h"
+#include "requests/request_table.h"
 
 #include "accounts/mail_list_combo.h"
+#include "base/text.h"
 #include "dispatch/server_information.h"
-#include "dispatch/text.h"
 #include "members/member_queries.h"
 #include "members/menu_rights.h"
 #include "members/user_queries.h"

@@ -1,40 +1,40 @@
-#include "data/query_frame.h"
+#include "dispatch/query_frame.h"
 
+#include "base/text.h"
 #include "dispatch/required_keys.h"
-#include "dispatch/text.h"
 
-namespace orvane::data {
+namespace orvane {
 
 bool QueryFrame::Open() {
   std::string dsn;
   if (!ReadRequiredKey(ctx_, "LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER", dsn)) return false;
-  if (Com_funDbOpen(dsn, "", "", conn_, error_) != 0) {
+  if (Failed(data::Com_funDbOpen(dsn, "", "", conn_))) {
     ctx_.Write("ERROR:DBOPEN");
     return false;
   }
   return true;
 }
 
-bool QueryFrame::Select(const Sql& sql, Recordset& rs) {
-  if (Com_funSelect(conn_, sql, rs, error_) == 0) return true;
+bool QueryFrame::Select(const data::Sql& sql, data::Recordset& rs) {
+  if (!Failed(data::Com_funSelect(conn_, sql, rs))) return true;
   FailAndClose("ERROR:DBSELECT");
   return false;
 }
 
-bool QueryFrame::SelectP(const Sql& sql, Recordset& rs) {
-  if (Com_funSelectP(conn_, sql, rs, error_) == 0) return true;
+bool QueryFrame::SelectP(const data::Sql& sql, data::Recordset& rs) {
+  if (!Failed(data::Com_funSelectP(conn_, sql, rs))) return true;
   FailAndClose("ERROR:DBSELECT");
   return false;
 }
 
-bool QueryFrame::Fetch(Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values,
+bool QueryFrame::Fetch(data::Recordset& rs, const std::vector<std::string>& names, std::vector<std::string>& values,
                        bool& eof, std::string_view fetch_error) {
-  if (Com_funfetchData(rs, names, values, eof, error_) == 0) return true;
+  if (!Failed(data::Com_funfetchData(rs, names, values, eof))) return true;
   ctx_.Write(fetch_error);
   return false;
 }
 
-bool QueryFrame::FetchRows(Recordset& rs, const std::vector<std::string>& names, const RowHandler& on_row,
+bool QueryFrame::FetchRows(data::Recordset& rs, const std::vector<std::string>& names, const RowHandler& on_row,
                            std::string_view fetch_error) {
   std::vector<std::string> values;
   for (;;) {
@@ -44,16 +44,21 @@ bool QueryFrame::FetchRows(Recordset& rs, const std::vector<std::string>& names,
   }
 }
 
-bool QueryFrame::CloseRecordset(Recordset& rs) {
-  if (Com_funRecordsetClose(rs, error_) == 0) return true;
+bool QueryFrame::CloseRecordset(data::Recordset& rs) {
+  if (!Failed(data::Com_funRecordsetClose(rs))) return true;
   FailAndClose("ERROR:RSCLOSE");
   return false;
 }
 
 bool QueryFrame::Close() {
-  if (Com_funDbClose(conn_, error_) == 0) return true;
+  if (!Failed(data::Com_funDbClose(conn_))) return true;
   ctx_.Write("ERROR:DBCLOSE");
   return false;
+}
+
+bool QueryFrame::Failed(const Status& status) {
+  ctx_.NoteFailure(status);
+  return !status.ok();
 }
 
 void QueryFrame::FailAndClose(std::string_view code) {
@@ -66,10 +71,10 @@ void AppendListRow(std::string& list, const std::vector<std::string>& values) {
   list += text::Join(values, ",");
 }
 
-bool RunQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names, Rows rows,
+bool RunQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names, Rows rows,
               const RowHandler& on_row, std::string_view fetch_error) {
   QueryFrame frame(ctx);
-  Recordset rs;
+  data::Recordset rs;
   if (!frame.Open() || !frame.Select(sql, rs)) return false;
   if (rows == Rows::kAll) {
     if (!frame.FetchRows(rs, names, on_row, fetch_error)) return false;
@@ -86,7 +91,7 @@ bool RunQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string
   return true;
 }
 
-void WriteListQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::string>& names,
+void WriteListQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names,
                     std::string_view fetch_error) {
   std::string list;
   auto add = [&list](const std::vector<std::string>& values) {
@@ -96,4 +101,4 @@ void WriteListQuery(RequestContext& ctx, const Sql& sql, const std::vector<std::
   if (RunQuery(ctx, sql, names, Rows::kAll, add, fetch_error)) ctx.Write(list);
 }
 
-}  // namespace orvane::data
+}  // namespace orvane

@@ -1,12 +1,12 @@
-#include "dispatch/login.h"
+#include "members/login.h"
 
-namespace orvane {
+namespace orvane::members {
 
 using data::Quoted;
 using data::Table;
 
-int Com_funChkPasswd(data::Connection& conn, const std::string& user_table, const std::string& user_id,
-                     const std::string& password, PasswordRow& row, bool& found, std::string& error) {
+Status Com_funChkPasswd(data::Connection& conn, const std::string& user_table, const std::string& user_id,
+                        const std::string& password, PasswordRow& row, bool& found) {
   data::Sql sql;
   sql << "select NAME_KJ"
       << " ,NAME_KN"
@@ -16,26 +16,18 @@ int Com_funChkPasswd(data::Connection& conn, const std::string& user_table, cons
       << " ,PASSWORD"
       << " from " << Table(user_table) << " where (USER_ID = " << Quoted(user_id) << ")"
       << " and (PASSWORD = " << Quoted(password) << ")";
-  data::Recordset rs;
-  std::vector<std::string> values;
-  bool eof = false;
   found = false;
-  if (data::Com_funSelect(conn, sql, rs, error) != 0 ||
-      data::Com_funfetchData(rs, {"NAME_KJ", "NAME_KN", "PASSWORD_YMD", "MAIL", "USER_ID", "PASSWORD"}, values, eof,
-                             error) != 0 ||
-      data::Com_funRecordsetClose(rs, error) != 0) {
-    error = "Com_funChkPasswd\r\n" + error;
-    return 1;
-  }
-  if (eof) return 0;
-  found = true;
-  row = {values[0], values[1], values[2], values[3], values[4], values[5]};
-  return 0;
+  auto keep = [&](const std::vector<std::string>& v) {
+    found = true;
+    row = {v[0], v[1], v[2], v[3], v[4], v[5]};
+    return false;  // one row is the answer
+  };
+  return data::SelectRows(conn, sql, {"NAME_KJ", "NAME_KN", "PASSWORD_YMD", "MAIL", "USER_ID", "PASSWORD"}, keep)
+      .Prefixed("Com_funChkPasswd");
 }
 
-int Com_funGetUserData(data::Connection& conn, const std::string& member_table, const std::string& section_table,
-                       const std::string& user_id, const std::string& date, std::vector<UserSection>& sections,
-                       std::string& error) {
+Status Com_funGetUserData(data::Connection& conn, const std::string& member_table, const std::string& section_table,
+                          const std::string& user_id, const std::string& date, std::vector<UserSection>& sections) {
   data::Sql sql;
   sql << "select M.SEC_CD as M_SEC_CD"
       << " ,S.SEC_NM as S_SEC_NM"
@@ -48,27 +40,13 @@ int Com_funGetUserData(data::Connection& conn, const std::string& member_table, 
       << " and (M.ED_YMD >= " << Quoted(date) << "))"
       << " and S.UPD_KBN <> '1'"
       << " order by M.SEC_KBN desc ,M.SEC_CD";
-  data::Recordset rs;
   sections.clear();
-  if (data::Com_funSelect(conn, sql, rs, error) != 0) {
-    error = "Com_funGetUserData\r\n" + error;
-    return 1;
-  }
-  for (;;) {
-    std::vector<std::string> values;  // fresh per row: nothing carries over
-    bool eof = false;
-    if (data::Com_funfetchData(rs, {"M_SEC_CD", "S_SEC_NM", "S_SEC_TREE", "S_SEC_DSP"}, values, eof, error) != 0) {
-      error = "Com_funGetUserData\r\n" + error;
-      return 1;
-    }
-    if (eof) break;
-    sections.push_back({values[0], values[1], values[2], values[3]});
-  }
-  if (data::Com_funRecordsetClose(rs, error) != 0) {
-    error = "Com_funGetUserData\r\n" + error;
-    return 1;
-  }
-  return 0;
+  auto add = [&sections](const std::vector<std::string>& v) {
+    sections.push_back({v[0], v[1], v[2], v[3]});
+    return true;
+  };
+  return data::SelectRows(conn, sql, {"M_SEC_CD", "S_SEC_NM", "S_SEC_TREE", "S_SEC_DSP"}, add)
+      .Prefixed("Com_funGetUserData");
 }
 
 LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
@@ -81,18 +59,26 @@ LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::stri
   if (user_id.empty()) return LoginOutcome::kRefused;
 
   data::Connection conn;
-  if (data::Com_funDbOpen(dsn, "", "", conn, error) != 0) return LoginOutcome::kDbOpen;
+  if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) {
+    error = s.trail();
+    return LoginOutcome::kDbOpen;
+  }
   PasswordRow row;
   bool found = false;
-  if (Com_funChkPasswd(conn, "T_USER", user_id, password, row, found, error) != 0) return LoginOutcome::kDbSelect;
+  if (Status s = Com_funChkPasswd(conn, "T_USER", user_id, password, row, found); !s.ok()) {
+    error = s.trail();
+    return LoginOutcome::kDbSelect;
+  }
   if (!found) return LoginOutcome::kRefused;
   std::string date, time;
   Com_subGetDate(clock, date, time);
   std::vector<UserSection> sections;
-  if (Com_funGetUserData(conn, "T_SECMEMBER", "T_SECTION", row.USER_ID, date, sections, error) != 0)
+  if (Status s = Com_funGetUserData(conn, "T_SECMEMBER", "T_SECTION", row.USER_ID, date, sections); !s.ok()) {
+    error = s.trail();
     return LoginOutcome::kDbSelect;
-  std::string ignored;
-  data::Com_funDbClose(conn, ignored);
+  }
+  // The user is known; a failed close only drops a connection the pool would reuse.
+  data::Com_funDbClose(conn).IgnoreError();
 
   session.Set("PUB_USR_ID", row.USER_ID);
   session.Set("PUB_USR_PW", row.PASSWORD);
@@ -122,4 +108,4 @@ const char* LoginAnswer(LoginOutcome outcome) {
   return "ERROR:DBSELECT";
 }
 
-}  // namespace orvane
+}  // namespace orvane::members

@@ -7,33 +7,32 @@
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "data/db.h"
-#include "dispatch/clock.h"
 #include "dispatch/config.h"
 #include "dispatch/session.h"
 
-namespace orvane {
+namespace orvane::members {
 
 // The six fields of the user row, in the statement's order.
 struct PasswordRow {
   std::string NAME_KJ, NAME_KN, PASSWORD_YMD, MAIL, USER_ID, PASSWORD;
 };
 
-// Looks the pair up in `user_table`. Returns 0 when the lookup ran (`found`
-// tells whether a row matched, and `row` holds it), 1 on a database failure
-// with `error` prefixed "Com_funChkPasswd" CR LF.
-int Com_funChkPasswd(data::Connection& conn, const std::string& user_table, const std::string& user_id,
-                     const std::string& password, PasswordRow& row, bool& found, std::string& error);
+// Looks the pair up in `user_table`. Succeeds when the lookup ran (`found`
+// tells whether a row matched, and `row` holds it); a database failure has
+// "Com_funChkPasswd" CR LF in front of its trail.
+Status Com_funChkPasswd(data::Connection& conn, const std::string& user_table, const std::string& user_id,
+                        const std::string& password, PasswordRow& row, bool& found);
 
 struct UserSection {
   std::string M_SEC_CD, S_SEC_NM, S_SEC_TREE, S_SEC_DSP;
 };
 
 // The user's sections current on `date` (yyyymmdd), the primary one first.
-// Returns 0, or 1 with `error` prefixed "Com_funGetUserData" CR LF.
-int Com_funGetUserData(data::Connection& conn, const std::string& member_table, const std::string& section_table,
-                       const std::string& user_id, const std::string& date, std::vector<UserSection>& sections,
-                       std::string& error);
+// A failure has "Com_funGetUserData" CR LF in front of its trail.
+Status Com_funGetUserData(data::Connection& conn, const std::string& member_table, const std::string& section_table,
+                          const std::string& user_id, const std::string& date, std::vector<UserSection>& sections);
 
 enum class LoginOutcome {
   kOk,        // `session` holds the user
@@ -53,4 +52,4 @@ LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::stri
 // The answer text for an outcome: "OK", "ERROR:LOGIN", ...
 const char* LoginAnswer(LoginOutcome outcome);
 
-}  // namespace orvane
+}  // namespace orvane::members
