@@ -39,9 +39,9 @@ std::string CodeListing() {
   for (const RequestRoute& r : RequestTable()) {
     out += "  " + std::string(r.code) + "  " + std::string(r.operation);
     std::string fields;
-    for (auto f : r.reads) fields += (fields.empty() ? "" : ", ") + std::string(f);
+    for (auto f : r.Fields()) fields += (fields.empty() ? "" : ", ") + std::string(f);
     if (!fields.empty()) out += " (" + fields + ")";
-    if (!r.run) out += "  [not built yet]";
+    if (!r.Built()) out += "  [not built yet]";
     out += "\n";
   }
   return out;

@@ -11,112 +11,110 @@
 namespace orvane {
 namespace {
 
-using K = ArgSource::Kind;
-constexpr ArgSource F(std::string_view name) { return {K::kField, name}; }
-constexpr ArgSource C(std::string_view value) { return {K::kConstant, value}; }
-constexpr ArgSource I(std::string_view name) { return {K::kInt16Field, name}; }
-
-// A kInt16Field argument, already checked by BuildArguments.
-short Int16(const std::string& arg) {
-  short value = 0;
-  text::ParseInt16(arg, value);
-  return value;
-}
-
 std::vector<RequestRoute> MakeTable() {
-  auto user_args = [](std::string_view flag, bool with_mail_nm) {
-    std::vector<ArgSource> a = {C(flag),      F("User_cd"), F("User_KJ"), F("User_KN"), F("User_PS"), F("Mail_AD"),
-                                F("Mail_FL"), F("Ext_TEL"), F("Post_NM"), F("Disp_NM"), F("Mail_UFL")};
-    a.push_back(with_mail_nm ? F("Mail_NM") : C(""));
-    return a;
+  // The user form's fields after the update flag; 206 passes no mail name.
+  auto user = [](std::string_view flag, FixedArg or_mail_nm, bool with_mail_nm) {
+    return Pending(Fixed(flag), Text("User_cd"), Text("User_KJ"), Text("User_KN"), Text("User_PS"), Text("Mail_AD"),
+                   Text("Mail_FL"), Text("Ext_TEL"), Text("Post_NM"), Text("Disp_NM"), Text("Mail_UFL"),
+                   with_mail_nm ? static_cast<ArgSpec>(Text("Mail_NM")) : static_cast<ArgSpec>(or_mail_nm));
   };
-  const std::vector<std::string_view> user_reads = {"User_cd", "User_KJ", "User_KN", "User_PS",  "Mail_AD", "Mail_FL",
-                                                    "Ext_TEL", "Post_NM", "Disp_NM", "Mail_UFL", "Mail_NM"};
-  const std::vector<std::string_view> user_reads_no_name(user_reads.begin(), user_reads.end() - 1);
-  auto group_args = [](std::string_view flag, bool with_busho) {
-    return std::vector<ArgSource>{
-        C(flag), F("Group_cd"), F("Group_nm"), F("Disp_NM"), with_busho ? F("BUSHO_CD") : C(""), F("M_LIST")};
+  auto member = [](std::string_view flag) {
+    return Pending(Fixed(flag), Text("Group_cd"), Text("User_cd"), Fixed("0"), Fixed(""), Fixed(""), Fixed(""));
   };
-  auto member_args_short = [](std::string_view flag) {
-    return std::vector<ArgSource>{C(flag), F("Group_cd"), F("User_cd"), C("0"), C(""), C(""), C("")};
-  };
-
   return {
-      {"001", {}, {}, "GetServerInformation", [](RequestContext& c, const Arguments&) { GetServerInformation(c); }},
-      {"002",
-       {"S_Kbn", "S_OPT"},
-       {F("S_Kbn"), F("S_OPT")},
-       "GetAllCount",
-       [](RequestContext& c, const Arguments& a) { members::GetAllCount(c, a[0], a[1]); }},
-      {"101", {}, {}, "GetAllGroupList", [](RequestContext& c, const Arguments&) { org::GetAllGroupList(c); }},
-      {"102",
-       {"S_Col", "S_Type", "S_OPT", "S_pos", "B_pos"},
-       {F("S_Col"), F("S_Type"), F("S_OPT"), I("S_pos"), I("B_pos")},
-       "GetAllUserList",
-       [](RequestContext& c, const Arguments& a) {
-         members::GetAllUserList(c, a[0], a[1], a[2], Int16(a[3]), Int16(a[4]));
-       }},
-      {"103",
-       {"Group_cd", "S_Col", "S_Type"},
-       {F("Group_cd"), F("S_Col"), F("S_Type")},
-       "GetSpecificGroup",
-       [](RequestContext& c, const Arguments& a) { org::GetSpecificGroup(c, a[0], a[1], a[2]); }},
-      {"104",
-       {"Group_cd", "S_Col", "S_Type", "S_OPT"},
-       {F("Group_cd"), F("S_Col"), F("S_Type"), F("S_OPT")},
-       "GetSpecificMember",
-       [](RequestContext& c, const Arguments& a) { members::GetSpecificMember(c, a[0], a[1], a[2], a[3]); }},
-      {"105",
-       {"Group_cd"},
-       {F("Group_cd")},
-       "GetGroupProperty",
-       [](RequestContext& c, const Arguments& a) { org::GetGroupProperty(c, a[0]); }},
-      {"106",
-       {"User_cd"},
-       {F("User_cd")},
-       "GetUserProperty",
-       [](RequestContext& c, const Arguments& a) { members::GetUserProperty(c, a[0]); },
-       /*answer_is_secret=*/true},
-      {"107",
-       {"M_List"},
-       {F("M_List")},
-       "Create_IMailList_Combo",
-       [](RequestContext& c, const Arguments& a) { accounts::Create_IMailList_Combo(c, a[0]); }},
-      {"108",
-       {"User_cd"},
-       {F("User_cd")},
-       "GetUsersGroup",
-       [](RequestContext& c, const Arguments& a) { members::GetUsersGroup(c, a[0]); }},
-      {"109", {}, {}, "GetPostMaster", [](RequestContext& c, const Arguments&) { members::GetPostMaster(c); }},
-      {"110",
-       {"User_cd"},
-       {F("User_cd")},
-       "GetMenuProperty",
-       [](RequestContext& c, const Arguments& a) { members::GetMenuProperty(c, a[0]); }},
-      {"201", {"Group_cd", "Group_nm", "Disp_NM", "M_LIST", "BUSHO_CD"}, group_args("3", true), "RegistGroup"},
-      // 202 does not read BUSHO_CD: a change never moves the department code.
-      {"202", {"Group_cd", "Group_nm", "Disp_NM", "M_LIST"}, group_args("2", false), "RegistGroup"},
-      {"203", {"Group_cd", "Group_nm", "Disp_NM", "M_LIST", "BUSHO_CD"}, group_args("1", true), "RegistGroup"},
-      {"204", user_reads, user_args("3", true), "RegistUser1"},
-      {"205", user_reads, user_args("2", true), "RegistUser1"},
-      {"206", user_reads_no_name, user_args("1", false), "RegistUser1"},
-      {"207", {"Group_cd", "User_cd"}, member_args_short("3"), "RegistMember"},
-      {"208",
-       {"Group_cd", "User_cd", "Primary", "Post_cd", "ST_Ymd", "ED_Ymd"},
-       {C("2"), F("Group_cd"), F("User_cd"), F("Primary"), F("Post_cd"), F("ST_Ymd"), F("ED_Ymd")},
-       "RegistMember"},
-      {"209", {"Group_cd", "User_cd"}, member_args_short("1"), "RegistMember"},
-      {"210",
-       {"Group_cd1", "Group_cd2", "Group_cd3"},
-       {F("Group_cd1"), F("Group_cd2"), F("Group_cd3")},
-       "ChangeGroupDisp"},
-      {"211", {"Group_cd", "User_cd", "User_cd2"}, {F("User_cd"), F("User_cd2"), F("Group_cd")}, "ChangeUserDisp"},
-      {"212", {"Group_cd1", "Group_cd2"}, {F("Group_cd1"), F("Group_cd2")}, "ChangeGroupTree"},
-      {"213", {"User_cd", "User_Menu"}, {C("2"), F("User_cd"), F("User_Menu")}, "ChangeUserMenu"},
+      {.code = "001", .operation = "GetServerInformation", .call = Call<GetServerInformation>()},
+      {.code = "002",
+       .operation = "GetAllCount",
+       .call = Call<members::GetAllCount>(Text("S_Kbn"), Text("S_OPT"))},
+      {.code = "101", .operation = "GetAllGroupList", .call = Call<org::GetAllGroupList>()},
+      {.code = "102",
+       .operation = "GetAllUserList",
+       .call = Call<members::GetAllUserList>(Text("S_Col"), Text("S_Type"), Text("S_OPT"), Int16("S_pos"),
+                                             Int16("B_pos"))},
+      {.code = "103",
+       .operation = "GetSpecificGroup",
+       .call = Call<org::GetSpecificGroup>(Text("Group_cd"), Text("S_Col"), Text("S_Type"))},
+      {.code = "104",
+       .operation = "GetSpecificMember",
+       .call = Call<members::GetSpecificMember>(Text("Group_cd"), Text("S_Col"), Text("S_Type"), Text("S_OPT"))},
+      {.code = "105", .operation = "GetGroupProperty", .call = Call<org::GetGroupProperty>(Text("Group_cd"))},
+      {.code = "106",
+       .operation = "GetUserProperty",
+       .call = Call<members::GetUserProperty>(Text("User_cd")),
+       .answer_is_secret = true},
+      {.code = "107",
+       .operation = "Create_IMailList_Combo",
+       .call = Call<accounts::Create_IMailList_Combo>(Text("M_List"))},
+      {.code = "108", .operation = "GetUsersGroup", .call = Call<members::GetUsersGroup>(Text("User_cd"))},
+      {.code = "109", .operation = "GetPostMaster", .call = Call<members::GetPostMaster>()},
+      {.code = "110", .operation = "GetMenuProperty", .call = Call<members::GetMenuProperty>(Text("User_cd"))},
+      {.code = "201",
+       .operation = "RegistGroup",
+       .changes_data = true,
+       .call = Pending(Fixed("3"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
+                       Text("M_LIST"))},
+      // 202 does not read BUSHO_CD: a change passes it empty.
+      {.code = "202",
+       .operation = "RegistGroup",
+       .changes_data = true,
+       .call = Pending(Fixed("2"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Fixed(""), Text("M_LIST"))},
+      {.code = "203",
+       .operation = "RegistGroup",
+       .changes_data = true,
+       .call = Pending(Fixed("1"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
+                       Text("M_LIST"))},
+      {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3", Fixed(""), true)},
+      {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2", Fixed(""), true)},
+      {.code = "206", .operation = "RegistUser1", .changes_data = true, .call = user("1", Fixed(""), false)},
+      {.code = "207", .operation = "RegistMember", .changes_data = true, .call = member("3")},
+      {.code = "208",
+       .operation = "RegistMember",
+       .changes_data = true,
+       .call = Pending(Fixed("2"), Text("Group_cd"), Text("User_cd"), Text("Primary"), Text("Post_cd"),
+                       Text("ST_Ymd"), Text("ED_Ymd"))},
+      {.code = "209", .operation = "RegistMember", .changes_data = true, .call = member("1")},
+      {.code = "210",
+       .operation = "ChangeGroupDisp",
+       .changes_data = true,
+       .call = Pending(Text("Group_cd1"), Text("Group_cd2"), Text("Group_cd3"))},
+      {.code = "211",
+       .operation = "ChangeUserDisp",
+       .changes_data = true,
+       .call = Pending(Text("User_cd"), Text("User_cd2"), Text("Group_cd"))},
+      {.code = "212",
+       .operation = "ChangeGroupTree",
+       .changes_data = true,
+       .call = Pending(Text("Group_cd1"), Text("Group_cd2"))},
+      {.code = "213",
+       .operation = "ChangeUserMenu",
+       .changes_data = true,
+       .call = Pending(Fixed("2"), Text("User_cd"), Text("User_Menu"))},
   };
 }
 
 }  // namespace
+
+bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, std::string& out, std::string& error) {
+  out = spec.kind == ArgSpec::Kind::kFixed ? std::string(spec.text) : fields.Get(spec.text);
+  return true;
+}
+
+bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, short& out, std::string& error) {
+  if (text::ParseInt16(fields.Get(spec.text), out)) return true;
+  error = "ERROR:TYPEMISMATCH " + std::string(spec.text) + " is not a 16-bit integer";
+  return false;
+}
+
+std::vector<std::string_view> RequestRoute::Fields() const {
+  std::vector<std::string_view> out;
+  for (const ArgSpec& a : call.args) {
+    if (a.kind == ArgSpec::Kind::kFixed) continue;
+    bool seen = false;
+    for (std::string_view f : out) seen = seen || f == a.text;
+    if (!seen) out.push_back(a.text);
+  }
+  return out;
+}
 
 const std::vector<RequestRoute>& RequestTable() {
   static const std::vector<RequestRoute> table = MakeTable();
@@ -129,27 +127,18 @@ const RequestRoute* FindRoute(std::string_view code) {
   return nullptr;
 }
 
-BuiltArguments BuildArguments(const RequestRoute& route, const NamedValues& fields) {
-  BuiltArguments out;
-  for (const ArgSource& source : route.args) {
-    switch (source.kind) {
-      case K::kConstant:
-        out.args.emplace_back(source.text);
-        break;
-      case K::kField:
-        out.args.push_back(fields.Get(source.text));
-        break;
-      case K::kInt16Field: {
-        std::string value = fields.Get(source.text);
-        short number = 0;
-        if (!text::ParseInt16(value, number)) {
-          out.error = "ERROR:TYPEMISMATCH " + std::string(source.text) + " is not a 16-bit integer";
-          return out;
-        }
-        out.args.push_back(std::to_string(number));
-        break;
-      }
+ArgumentTexts BuildArguments(const RequestRoute& route, const NamedValues& fields) {
+  ArgumentTexts out;
+  for (const ArgSpec& spec : route.call.args) {
+    std::string value;
+    if (spec.kind == ArgSpec::Kind::kInt16) {
+      short number = 0;
+      if (!ConvertArgument(spec, fields, number, out.error)) return out;
+      value = std::to_string(number);
+    } else if (!ConvertArgument(spec, fields, value, out.error)) {
+      return out;
     }
+    out.args.push_back(std::move(value));
   }
   return out;
 }

@@ -1,37 +1,123 @@
 // The request table: the one place that lists request codes. Each row names
-// the fields a code reads, how they become the operation's arguments and the
-// operation itself. Dispatch, `orvane request --help` and the tests all
-// derive from it.
+// its code, the operation function and the operation's arguments once; the
+// fields a code reads, the conversion of each field to the parameter type
+// and the call all derive from that row. Dispatch, `orvane request --help`
+// and the tests read it.
+//
+//   {.code = "102", .operation = "GetAllUserList",
+//    .call = Call<members::GetAllUserList>(Text("S_Col"), Text("S_Type"), Text("S_OPT"),
+//                                          Int16("S_pos"), Int16("B_pos"))}
+//
+// Call<> checks at compile time that the arguments match the function's
+// parameters in number and kind: a Text or Fixed argument for a text
+// parameter, an Int16 argument for a `short`.
 #pragma once
 
+#include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "dispatch/request_context.h"
 
 namespace orvane {
 
-using Arguments = std::vector<std::string>;
-using Operation = void (*)(RequestContext& ctx, const Arguments& args);
-
-struct ArgSource {
+// One argument of an operation as a row names it.
+struct ArgSpec {
   enum class Kind {
-    kField,       // the text of a request field
-    kConstant,    // a fixed text
-    kInt16Field,  // a request field that must be a signed 16-bit integer
+    kText,   // the text of a request field
+    kFixed,  // a fixed text
+    kInt16,  // a request field that must be a signed 16-bit integer
   };
   Kind kind;
-  std::string_view text;  // field name or constant
+  std::string_view text;  // field name or fixed value
 };
+
+struct TextArg : ArgSpec {};
+struct FixedArg : ArgSpec {};
+struct Int16Arg : ArgSpec {};
+constexpr TextArg Text(std::string_view field) { return {{ArgSpec::Kind::kText, field}}; }
+constexpr FixedArg Fixed(std::string_view value) { return {{ArgSpec::Kind::kFixed, value}}; }
+constexpr Int16Arg Int16(std::string_view field) { return {{ArgSpec::Kind::kInt16, field}}; }
+
+// Converts one argument. False with `error` ("ERROR:TYPEMISMATCH ...") when
+// a 16-bit field holds anything else than a whole number in range.
+bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, std::string& out, std::string& error);
+bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, short& out, std::string& error);
+
+// Runs the operation with its arguments converted; false with `error` when
+// one cannot be converted (the operation is then not called).
+using Invoker = bool (*)(RequestContext& ctx, std::span<const ArgSpec> args, std::string& error);
+
+struct Binding {
+  std::vector<ArgSpec> args;
+  Invoker invoke = nullptr;  // null: the operation is not built yet
+};
+
+namespace request_table_internal {
+
+template <typename Param, typename Spec>
+constexpr bool kFits = std::is_same_v<std::decay_t<Param>, short>
+                           ? std::is_same_v<Spec, Int16Arg>
+                           : std::is_constructible_v<Param, const std::string&> &&
+                                 (std::is_same_v<Spec, TextArg> || std::is_same_v<Spec, FixedArg>);
+
+template <typename Param>
+using Stored = std::conditional_t<std::is_same_v<std::decay_t<Param>, short>, short, std::string>;
+
+template <auto Operation, typename... Params, std::size_t... I>
+bool Invoke(RequestContext& ctx, [[maybe_unused]] std::span<const ArgSpec> args, [[maybe_unused]] std::string& error,
+            std::index_sequence<I...>) {
+  std::tuple<Stored<Params>...> values;
+  if (!(ConvertArgument(args[I], ctx.fields, std::get<I>(values), error) && ...)) return false;
+  Operation(ctx, std::get<I>(values)...);
+  return true;
+}
+
+template <auto Operation, typename Signature>
+struct Binder;
+
+template <auto Operation, typename... Params>
+struct Binder<Operation, void (*)(RequestContext&, Params...)> {
+  template <typename... Specs>
+  static Binding Make(Specs... specs) {
+    static_assert(sizeof...(Specs) == sizeof...(Params), "the row must give every parameter of the operation");
+    static_assert((kFits<Params, Specs> && ...), "an argument does not fit its parameter (Int16 for short)");
+    return Binding{{static_cast<const ArgSpec&>(specs)...},
+                   [](RequestContext& ctx, std::span<const ArgSpec> args, std::string& error) {
+                     return Invoke<Operation, Params...>(ctx, args, error, std::index_sequence_for<Params...>{});
+                   }};
+  }
+};
+
+}  // namespace request_table_internal
+
+// Binds `Operation` (void(RequestContext&, ...)) to the row's arguments.
+template <auto Operation, typename... Specs>
+Binding Call(Specs... specs) {
+  return request_table_internal::Binder<Operation, decltype(Operation)>::Make(specs...);
+}
+
+// A row whose operation is not built yet: its fields, no call.
+template <typename... Specs>
+Binding Pending(Specs... specs) {
+  return Binding{{static_cast<const ArgSpec&>(specs)...}, nullptr};
+}
 
 struct RequestRoute {
   std::string_view code;
-  std::vector<std::string_view> reads;  // fields read, in this order
-  std::vector<ArgSource> args;          // the operation's arguments, in order
-  std::string_view operation;           // the operation's name
-  Operation run = nullptr;              // null: not built yet
-  bool answer_is_secret = false;        // the answer holds a password: never log it
+  std::string_view operation;  // the operation's name
+  bool changes_data = false;   // a write: the session check comes first
+  Binding call;
+  bool answer_is_secret = false;  // the answer holds a password: never log it
+
+  // The fields the row reads, in argument order, each once.
+  std::vector<std::string_view> Fields() const;
+  bool Built() const { return call.invoke != nullptr; }
 };
 
 const std::vector<RequestRoute>& RequestTable();
@@ -39,10 +125,13 @@ const std::vector<RequestRoute>& RequestTable();
 // The first row whose code equals `code` without regard to case, or null.
 const RequestRoute* FindRoute(std::string_view code);
 
-struct BuiltArguments {
-  Arguments args;
+// The arguments as texts, in the operation's order, converted as the call
+// converts them (a 16-bit field in its canonical form): for listings and
+// tests.
+struct ArgumentTexts {
+  std::vector<std::string> args;
   std::string error;  // non-empty when a field could not be converted
 };
-BuiltArguments BuildArguments(const RequestRoute& route, const NamedValues& fields);
+ArgumentTexts BuildArguments(const RequestRoute& route, const NamedValues& fields);
 
 }  // namespace orvane

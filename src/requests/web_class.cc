@@ -33,18 +33,17 @@ const RequestRoute* WebClass_Start(RequestContext& ctx) {
     ctx.Write("ERROR:NOREQUESTCODE");
     return nullptr;
   }
-  BuiltArguments built = BuildArguments(*route, ctx.fields);
-  if (!built.error.empty()) {
-    // The original ends the request with an unhandled conversion error here.
-    ctx.http_status = 500;
-    ctx.Write(built.error);
-    return route;
-  }
-  if (!route->run) {
+  if (!route->Built()) {
     ctx.Write("ERROR:NOTIMPLEMENTED");
     return route;
   }
-  route->run(ctx, built.args);
+  std::string conversion_error;
+  if (!route->call.invoke(ctx, route->call.args, conversion_error)) {
+    // A field that cannot become its parameter's type ends the request
+    // before the operation runs, as an unhandled conversion error would.
+    ctx.http_status = 500;
+    ctx.Write(conversion_error);
+  }
   return route;
 }
 

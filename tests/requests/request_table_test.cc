@@ -69,7 +69,7 @@ TEST(RequestTable, EveryCodePassesItsFieldsInTheOperationsOrder) {
     const RequestRoute* route = FindRoute(c.code);
     ASSERT_NE(route, nullptr) << c.code;
     EXPECT_EQ(route->operation, c.operation) << c.code;
-    BuiltArguments built = BuildArguments(*route, AllFields());
+    ArgumentTexts built = BuildArguments(*route, AllFields());
     EXPECT_EQ(built.error, "") << c.code;
     EXPECT_EQ(built.args, c.args) << c.code;
   }
