@@ -40,8 +40,9 @@ class [[nodiscard]] Status {
   static Status DbFailure(std::string trail, Cause cause = {}) {
     return Status(kDbFailed, std::move(trail), std::move(cause));
   }
-  // A failure of any other routine: code -1.
-  static Status Failure(std::string trail) { return Status(kFailed, std::move(trail), {}); }
+  // A failure of any other routine: code -1 unless the routine's own
+  // family says otherwise.
+  static Status Failure(std::string trail, int code = kFailed) { return Status(code, std::move(trail), {}); }
 
   bool ok() const { return code_ == kOk; }
   int code() const { return code_; }

@@ -4,15 +4,16 @@
 
 #include <string>
 
+#include "base/status.h"
 #include "dispatch/request_context.h"
 
 namespace orvane {
 
-// `result` is 0 when the session holds a user ("PUB_USR_ID" not empty) and
-// non-zero otherwise. The cookie values are handed in but, as in the
-// original, not compared: the session alone decides. Writes
-// "ERROR:READINFOFILE_SV_FOLDER" when LOCAL_DB_DSN cannot be read.
-void Com_funChkSession(RequestContext& ctx, const std::string& user_id, const std::string& password,
-                       std::string& error, int& result);
+// Succeeds when the session holds a user ("PUB_USR_ID" not empty); fails
+// (code 1, no trail) otherwise. The cookie values are handed in but not
+// compared: the session alone decides. When LOCAL_DB_DSN cannot be read it
+// writes "ERROR:READINFOFILE_SV_FOLDER" and fails with the configuration
+// file's message as the trail.
+Status Com_funChkSession(RequestContext& ctx, const std::string& user_id, const std::string& password);
 
 }  // namespace orvane

@@ -6,11 +6,13 @@ namespace orvane {
 namespace {
 
 // Control bytes (CR LF, the 0x1C joins) would break the one-line-per-request
-// shape of the log; show them escaped. Fields from the client are cut short.
+// shape of the log, and a quote or backslash would let a value end its
+// quoted field early; show them escaped. Fields from the client are cut
+// short.
 std::string Printable(std::string_view s, size_t max_bytes) {
   std::string out;
   for (unsigned char c : s.substr(0, max_bytes)) {
-    if (c < 0x20 || c == 0x7F) {
+    if (c < 0x20 || c == 0x7F || c == '"' || c == '\\') {
       static constexpr char kHex[] = "0123456789ABCDEF";
       out += "\\x";
       out.push_back(kHex[c >> 4]);
@@ -45,6 +47,14 @@ std::string FormatAccessLine(const AccessRecord& r, std::string_view now) {
   line += std::to_string(r.micros);
   line += "us ";
   line += r.answer_is_secret ? std::string("[answer withheld]") : Quoted(r.answer, 40);
+  if (!r.failure.empty()) {
+    line += " db=";
+    line += std::to_string(r.failure.native);
+    line += ',';
+    line += Quoted(r.failure.sqlstate, 8);
+    line += ',';
+    line += Quoted(r.failure.message, 300);
+  }
   return line;
 }
 

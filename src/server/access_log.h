@@ -1,7 +1,10 @@
 // One line per request on a stream (stderr in `orvane serve`): time, client,
 // method, path, request code, status, microseconds and the answer's first 40
-// bytes. Only the path is logged, never the query or form body, so password
-// fields cannot reach the log; answers that hold a password are not shown.
+// bytes, and, when the database refused something, its native error,
+// SQLSTATE and message (the answer never carries them). Only the path is
+// logged, never the query or form body, so password fields cannot reach the
+// log; answers that hold a password are not shown, and the request's
+// password values are blanked out of a database message.
 // Thread-safe.
 #pragma once
 
@@ -9,6 +12,8 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+
+#include "base/status.h"
 
 namespace orvane {
 
@@ -21,6 +26,7 @@ struct AccessRecord {
   long long micros = 0;
   std::string_view answer;
   bool answer_is_secret = false;
+  Cause failure;  // the database's account of the request's last failure
 };
 
 // The log line for `r`, without its newline. `now` is the local time text.

@@ -55,9 +55,18 @@ class Timer {
 };
 
 void Log(ServerState& state, const httplib::Request& req, const Timer& timer, int status, std::string_view answer,
-         std::string_view code = {}, bool secret = false) {
-  state.access_log.Write(
-      {req.remote_addr, req.method, req.path, std::string(code), status, timer.Micros(), answer, secret});
+         std::string_view code = {}, bool secret = false, Cause failure = {}) {
+  state.access_log.Write({req.remote_addr, req.method, req.path, std::string(code), status, timer.Micros(), answer,
+                          secret, std::move(failure)});
+}
+
+// The request's last database failure with its password values blanked
+// out, in case a database message quotes a value.
+Cause LoggedFailure(const RequestContext& ctx) {
+  Cause failure = ctx.failure_cause();
+  for (const std::string& secret : {ctx.Field("User_PS"), ctx.CookieValue("pubCookie", "cookie_Passwd")})
+    if (!secret.empty()) failure.message = text::ReplaceAll(failure.message, secret, "***");
+  return failure;
 }
 
 void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Response& res) {
@@ -71,7 +80,8 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   ctx.cookies = std::move(cookies);
   const RequestRoute* route = RunRequest(ctx);
   Answer(res, ctx.http_status, ctx.response());
-  Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret);
+  Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
+      LoggedFailure(ctx));
 }
 
 // POST /login with the form fields "User_cd" and "User_PS". A match gets a

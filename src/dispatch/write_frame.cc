@@ -1,0 +1,107 @@
+#include "dispatch/write_frame.h"
+
+#include "dispatch/session_check.h"
+
+namespace orvane {
+
+bool WriteFrame::Failed(const Status& status) {
+  ctx_.NoteFailure(status);
+  return !status.ok();
+}
+
+std::string WriteFrame::OwnCode(std::string_view code, const Status& status) const {
+  std::string out(code);
+  if (rules_.trail) out += status.trail();
+  return out;
+}
+
+bool WriteFrame::Start(std::initializer_list<RequiredKey> keys, std::vector<std::string>& values) {
+  if (!ReadRequiredKeys(ctx_, keys, values)) return false;
+  size_t i = 0;
+  for (const RequiredKey& k : keys) {
+    if (k.key == "LOCAL_DB_DSN") {
+      dsn_ = values[i];
+      dsn_read_ = true;
+    }
+    ++i;
+  }
+  Status session = Com_funChkSession(ctx_, ctx_.CookieValue("pubCookie", "cookie_Userid"),
+                                     ctx_.CookieValue("pubCookie", "cookie_Passwd"));
+  if (!Failed(session)) return true;
+  ctx_.Write(OwnCode("ERROR:SESSIONCHECK", session));
+  return false;
+}
+
+bool WriteFrame::Open() {
+  if (!dsn_read_ && !ReadRequiredKey(ctx_, "LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER", dsn_)) return false;
+  Status open = data::Com_funDbOpen(dsn_, "", "", conn_);
+  if (!Failed(open)) return true;
+  ctx_.Write(OwnCode("ERROR:DBOPEN", open));
+  return false;
+}
+
+bool WriteFrame::Begin() {
+  Status begin = data::Com_funBeginTrans(conn_);
+  if (!Failed(begin)) {
+    in_transaction_ = true;
+    return true;
+  }
+  CloseAndAnswer(OwnCode("ERROR:BEGINTRANSACTION", begin));
+  return false;
+}
+
+void WriteFrame::Fail(std::string_view code, const Status& status) {
+  Failed(status);
+  std::string main = std::string(code) + status.trail();
+  if (in_transaction_) {
+    in_transaction_ = false;
+    Status rollback = data::Com_funRollbackTrans(conn_);
+    if (Failed(rollback) && !rules_.rollback_failure.empty()) main = OwnCode(rules_.rollback_failure, rollback);
+  }
+  CloseAndAnswer(std::move(main));
+}
+
+void WriteFrame::Fail(std::string_view code) { Fail(code, Status::Ok()); }
+
+void WriteFrame::FailWithoutRollback(std::string_view code, const Status& status) {
+  Failed(status);
+  in_transaction_ = false;
+  CloseAndAnswer(std::string(code) + status.trail());
+}
+
+bool WriteFrame::Commit() {
+  Status commit = data::Com_funCommitTrans(conn_);
+  if (!Failed(commit)) {
+    in_transaction_ = false;
+    return true;
+  }
+  FailWithoutRollback(OwnCode("ERROR:DBCOMMIT", commit), Status::Ok());
+  return false;
+}
+
+void WriteFrame::Finish(std::string_view answer) {
+  Status close = data::Com_funDbClose(conn_);
+  ctx_.Write(Failed(close) ? OwnCode("ERROR:DBCLOSE", close) : std::string(answer));
+}
+
+void WriteFrame::CloseAndAnswer(std::string main) {
+  Status close = data::Com_funDbClose(conn_);
+  if (!Failed(close)) {
+    ctx_.Write(main);
+    return;
+  }
+  std::string closing = OwnCode("ERROR:DBCLOSE", close);
+  switch (rules_.close_failure) {
+    case WriteRules::CloseFailure::kBefore:
+      ctx_.Write(closing + main);
+      break;
+    case WriteRules::CloseFailure::kAfter:
+      ctx_.Write(main + closing);
+      break;
+    case WriteRules::CloseFailure::kInstead:
+      ctx_.Write(closing);
+      break;
+  }
+}
+
+}  // namespace orvane

@@ -1,0 +1,103 @@
+// WriteFrame: the road every changing request takes, written once.
+//
+//   Start   the configuration keys in the operation's order, each missing or
+//           empty one answering its own code; then the session check
+//           ("ERROR:SESSIONCHECK"), with no database opened
+//   Open    "ERROR:DBOPEN"
+//   Begin   "ERROR:BEGINTRANSACTION", after closing the connection
+//   ...     the operation's statements on conn(); a failed step calls
+//           Fail(code, status): roll back, close, answer
+//   Commit  "ERROR:DBCOMMIT", after closing the connection (the open
+//           transaction goes with it)
+//   ...     what follows a commit, on the same connection
+//   Finish  close, then the operation's answer ("OK"), or "ERROR:DBCLOSE"
+//
+// What differs between operations is said once in WriteRules: whether the
+// frame's own codes carry the error trail behind them, where the
+// "ERROR:DBCLOSE" of a close that fails after another failure stands, and
+// whether a failed rollback answers a code of its own.
+//
+// The frame cannot forget a rollback or a close: the connection it holds
+// goes back to the pool rolled back whenever the frame goes away, whatever
+// path the operation took. Every failing status's database cause is noted
+// on the request for the access log.
+//
+// One frame per request; not shared between threads.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/status.h"
+#include "data/db.h"
+#include "dispatch/request_context.h"
+#include "dispatch/required_keys.h"
+
+namespace orvane {
+
+struct WriteRules {
+  // Where "ERROR:DBCLOSE" goes when the close that follows another failure
+  // fails too.
+  enum class CloseFailure {
+    kBefore,   // in front of the main error
+    kAfter,    // behind it
+    kInstead,  // in its place
+  };
+  CloseFailure close_failure = CloseFailure::kBefore;
+  // The frame's own codes (SESSIONCHECK, DBOPEN, BEGINTRANSACTION,
+  // DBCOMMIT, DBCLOSE) are followed directly by the error trail.
+  bool trail = false;
+  // Non-empty: a rollback that fails answers this code instead of the
+  // failed step's. Empty: the rollback's failure changes no answer.
+  std::string_view rollback_failure;
+};
+
+class WriteFrame {
+ public:
+  WriteFrame(RequestContext& ctx, WriteRules rules) : ctx_(ctx), rules_(rules) {}
+  ~WriteFrame() = default;  // `conn_` returns to the pool rolled back
+  WriteFrame(const WriteFrame&) = delete;
+  WriteFrame& operator=(const WriteFrame&) = delete;
+
+  // Reads `keys` in order into `values` (a failing key writes its code),
+  // then checks the session with the "pubCookie" values. False when the
+  // request has been answered.
+  bool Start(std::initializer_list<RequiredKey> keys, std::vector<std::string>& values);
+  // Opens LOCAL_DB_DSN (read by Start when among its keys).
+  bool Open();
+  bool Begin();
+  data::Connection& conn() { return conn_; }
+  bool InTransaction() const { return in_transaction_; }
+
+  // A step failed: roll back (when a transaction is open), close, and
+  // answer `code` followed directly by the status's trail.
+  void Fail(std::string_view code, const Status& status);
+  // The same with no trail behind the code (a check's own refusal).
+  void Fail(std::string_view code);
+  // A failure that closes without an explicit rollback: the open
+  // transaction is discarded with the connection.
+  void FailWithoutRollback(std::string_view code, const Status& status);
+
+  bool Commit();
+  // Closes and answers `answer`, or "ERROR:DBCLOSE" when the close fails.
+  void Finish(std::string_view answer = "OK");
+
+  // Notes `status`'s cause on the request; true when it failed.
+  bool Failed(const Status& status);
+
+ private:
+  // The frame's own code, with the trail when the rules say so.
+  std::string OwnCode(std::string_view code, const Status& status) const;
+  void CloseAndAnswer(std::string main);
+
+  RequestContext& ctx_;
+  WriteRules rules_;
+  std::string dsn_;
+  bool dsn_read_ = false;
+  data::Connection conn_;
+  bool in_transaction_ = false;
+};
+
+}  // namespace orvane
