@@ -1,62 +1,13 @@
 #include "data/sql.h"
 
+#include <set>
+
 #include "base/text.h"
 #include "data/dialect.h"
+#include "data/schema.h"
 
 namespace orvane::data {
 namespace {
-
-// The system's five tables with their work twins, the tables of the
-// surrounding groupware that user and section deletes clear, and the
-// groupware tables a new user gets rows in.
-constexpr std::string_view kKnownTables[] = {
-    "T_USER",
-    "T_USER_WORK",
-    "T_SECTION",
-    "T_SECTION_WORK",
-    "T_SECMEMBER",
-    "T_SECMEMBER_WORK",
-    "T_POST_MST",
-    "MENU_USER",
-    "MENU_USER_WORK",
-    "T_PASSGEN",
-    "T_PASSGEN_WORK",
-    "T_SCHOPEN",
-    "T_SCHOPEN_WORK",
-    "t_bbsopen",
-    "t_rsvopen",
-    "t_linkopen",
-    "t_cabopen",
-    "t_adbkopen",
-    "T_TOPICOPEN",
-    "WF_KENGEN",
-    "rsv_approver_member",
-    "rsv_approve_status",
-    "custom_info",
-    "custom_master",
-    "top_setting",
-    "user_setting",
-    "mail_setting",
-    "MYLINK_INFO",
-    "TODO_INFO",
-    "PSADGP_INFO",
-    "PSADDR_INFO",
-    "ZAISEKI_INFO",
-    "MESSAGE_MAIL",
-    "MESSAGE_INFO",
-    "ACCESS_INFO",
-    "ACCESS_TIME_BAT",
-    "ACCESS_PAGE_BAT",
-    "LOG_GET",
-    "LOG_GET_BAT",
-    "LOG_BBS_GET",
-    "LOG_BBS_BAT",
-    "EVENT_GPINFO",
-    "schedule_info",
-    "WF_NENKYU",
-    "WF_SYUKKINBO",
-    "WF_SYUKKINBO_RIREKI",
-};
 
 bool IsIdentifier(std::string_view s) {
   if (s.empty()) return false;
@@ -94,9 +45,13 @@ std::string NumberAsText(std::string_view digits) {
 }  // namespace
 
 bool IsKnownTable(std::string_view name) {
-  for (std::string_view t : kKnownTables)
-    if (text::EqualsIgnoreCase(t, name)) return true;
-  return false;
+  // The tables init-db creates are the ones a statement may name.
+  static const std::set<std::string, std::less<>> known = [] {
+    std::set<std::string, std::less<>> names;
+    for (const TableDef& t : SchemaTables()) names.insert(text::ToUpperAscii(t.name));
+    return names;
+  }();
+  return known.contains(text::ToUpperAscii(name));
 }
 
 void Sql::Refuse(std::string why) {
@@ -136,6 +91,28 @@ Sql& Sql::operator<<(ConcatPiece piece) {
     if (!IsIdentifier(part) && !IsPlainLiteral(part)) Refuse("not a column or plain literal: \"" + part + "\"");
   if (piece.parts.empty()) Refuse("empty concatenation");
   pieces_.push_back({Kind::kConcat, {}, std::move(piece.parts)});
+  return *this;
+}
+
+std::vector<std::string> Columns::FetchNames() const {
+  std::vector<std::string> names;
+  for (SqlText c : columns_) {
+    std::string_view name = c.text;
+    if (size_t as = text::FindIgnoreCase(name, " as "); as != std::string_view::npos) {
+      name = name.substr(as + 4);
+    } else if (size_t dot = name.rfind('.'); dot != std::string_view::npos) {
+      name = name.substr(dot + 1);
+    }
+    names.emplace_back(name);
+  }
+  return names;
+}
+
+Sql& Sql::operator<<(const Columns& columns) {
+  for (size_t i = 0; i < columns.columns().size(); ++i) {
+    if (i > 0) *this << columns.separator();
+    *this << columns.columns()[i];
+  }
   return *this;
 }
 

@@ -69,7 +69,26 @@ struct IdentifierPiece {
 };
 inline IdentifierPiece Identifier(std::string_view name) { return {name}; }
 
-// True for the table names a statement may name.
+// A select list written once: each column as the statement names it
+// ("NAME_KJ", "U.NAME_KJ", "S.USER_ID as S_USER_ID") and the separator the
+// statement puts between them ("," or " ,"). The fetch names come from the
+// same list (the alias after " as ", else the name after the table's "."),
+// so a query cannot fetch a column it does not select.
+class Columns {
+ public:
+  Columns(std::initializer_list<SqlText> columns, SqlText separator = ",") : columns_(columns), separator_(separator) {}
+  const std::vector<SqlText>& columns() const { return columns_; }
+  SqlText separator() const { return separator_; }
+  // The names to fetch the columns by, in select order.
+  std::vector<std::string> FetchNames() const;
+
+ private:
+  std::vector<SqlText> columns_;
+  SqlText separator_;
+};
+
+// True for the table names a statement may name: those of SchemaTables(),
+// compared without regard to case.
 bool IsKnownTable(std::string_view name);
 
 class Sql {
@@ -83,6 +102,7 @@ class Sql {
   Sql& operator<<(LenPiece piece);
   Sql& operator<<(ConcatPiece piece);
   Sql& operator<<(IdentifierPiece piece);
+  Sql& operator<<(const Columns& columns);  // the columns joined by their separator
 
   // The statement as the system's concatenation reads, values inlined.
   std::string Render() const;

@@ -7,14 +7,9 @@ using data::Table;
 
 Status Com_funChkPasswd(data::Connection& conn, const std::string& user_table, const std::string& user_id,
                         const std::string& password, PasswordRow& row, bool& found) {
+  static const data::Columns kColumns({"NAME_KJ", "NAME_KN", "PASSWORD_YMD", "MAIL", "USER_ID", "PASSWORD"}, " ,");
   data::Sql sql;
-  sql << "select NAME_KJ"
-      << " ,NAME_KN"
-      << " ,PASSWORD_YMD"
-      << " ,MAIL"
-      << " ,USER_ID"
-      << " ,PASSWORD"
-      << " from " << Table(user_table) << " where (USER_ID = " << Quoted(user_id) << ")"
+  sql << "select " << kColumns << " from " << Table(user_table) << " where (USER_ID = " << Quoted(user_id) << ")"
       << " and (PASSWORD = " << Quoted(password) << ")";
   found = false;
   auto keep = [&](const std::vector<std::string>& v) {
@@ -22,18 +17,15 @@ Status Com_funChkPasswd(data::Connection& conn, const std::string& user_table, c
     row = {v[0], v[1], v[2], v[3], v[4], v[5]};
     return false;  // one row is the answer
   };
-  return data::SelectRows(conn, sql, {"NAME_KJ", "NAME_KN", "PASSWORD_YMD", "MAIL", "USER_ID", "PASSWORD"}, keep)
-      .Prefixed("Com_funChkPasswd");
+  return data::SelectRows(conn, sql, kColumns.FetchNames(), keep).Prefixed("Com_funChkPasswd");
 }
 
 Status Com_funGetUserData(data::Connection& conn, const std::string& member_table, const std::string& section_table,
                           const std::string& user_id, const std::string& date, std::vector<UserSection>& sections) {
+  static const data::Columns kColumns(
+      {"M.SEC_CD as M_SEC_CD", "S.SEC_NM as S_SEC_NM", "S.DSP_NM as S_SEC_DSP", "S.SEC_TREE as S_SEC_TREE"}, " ,");
   data::Sql sql;
-  sql << "select M.SEC_CD as M_SEC_CD"
-      << " ,S.SEC_NM as S_SEC_NM"
-      << " ,S.DSP_NM as S_SEC_DSP"
-      << " ,S.SEC_TREE as S_SEC_TREE"
-      << " from " << Table(member_table) << " as M ," << Table(section_table) << " as S"
+  sql << "select " << kColumns << " from " << Table(member_table) << " as M ," << Table(section_table) << " as S"
       << " where (M.SEC_CD = S.SEC_CD)"
       << " and (M.USER_ID = " << Quoted(user_id) << ")"
       << " and ((M.ST_YMD <= " << Quoted(date) << ")"
@@ -42,11 +34,10 @@ Status Com_funGetUserData(data::Connection& conn, const std::string& member_tabl
       << " order by M.SEC_KBN desc ,M.SEC_CD";
   sections.clear();
   auto add = [&sections](const std::vector<std::string>& v) {
-    sections.push_back({v[0], v[1], v[2], v[3]});
+    sections.push_back({.M_SEC_CD = v[0], .S_SEC_NM = v[1], .S_SEC_TREE = v[3], .S_SEC_DSP = v[2]});
     return true;
   };
-  return data::SelectRows(conn, sql, {"M_SEC_CD", "S_SEC_NM", "S_SEC_TREE", "S_SEC_DSP"}, add)
-      .Prefixed("Com_funGetUserData");
+  return data::SelectRows(conn, sql, kColumns.FetchNames(), add).Prefixed("Com_funGetUserData");
 }
 
 LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,

@@ -27,19 +27,16 @@ std::string Today(const Clock& clock) {
          text::Right("00" + std::to_string(now.day), 2);
 }
 
+const data::Columns kUsersGroup = {"S.USER_ID as S_USER_ID", "S.SEC_KBN as S_SEC_KBN", "S.USER_SEQ as S_USER_SEQ",
+                                   "S.POST_CD as S_POST_CD", "S.SEC_CD as S_SEC_CD",   "SE.SEC_NM as SE_SEC_NM",
+                                   "S.ST_YMD as S_ST_YMD",   "S.ED_YMD as S_ED_YMD"};
+const data::Columns kMembers = {"U.NAME_KJ", "M.USER_ID", "M.SEC_KBN", "M.POST_CD", "U.MAIL", "M.ST_YMD", "M.ED_YMD"};
+
 }  // namespace
 
 data::Sql UsersGroupSql(const RequestContext& ctx, const std::string& user_id) {
   data::Sql sql;
-  sql << " select S.USER_ID as S_USER_ID"
-      << ",S.SEC_KBN as S_SEC_KBN"
-      << ",S.USER_SEQ as S_USER_SEQ"
-      << ",S.POST_CD as S_POST_CD"
-      << ",S.SEC_CD as S_SEC_CD"
-      << ",SE.SEC_NM as SE_SEC_NM"
-      << ",S.ST_YMD as S_ST_YMD"
-      << ",S.ED_YMD as S_ED_YMD"
-      << " from " << Table(ctx.SEC_MEM) << " as S ," << Table(ctx.SEC_MST) << " as SE"
+  sql << " select " << kUsersGroup << " from " << Table(ctx.SEC_MEM) << " as S ," << Table(ctx.SEC_MST) << " as SE"
       << " where (S.USER_ID =" << Quoted(user_id) << ")"
       << " and (S.SEC_CD = SE.SEC_CD)";
   // Sections deleted in the work copy drop out; the live tables have none.
@@ -51,8 +48,7 @@ data::Sql UsersGroupSql(const RequestContext& ctx, const std::string& user_id) {
 data::Sql SpecificMemberSql(const RequestContext& ctx, const std::string& sec_cd, const std::string& sort_column,
                             const std::string& sort_type, const std::string& current_only, const std::string& today) {
   data::Sql sql;
-  sql << "SELECT U.NAME_KJ,M.USER_ID,M.SEC_KBN,M.POST_CD,U.MAIL,M.ST_YMD,M.ED_YMD"
-      << " from " << Table(ctx.SEC_MEM) << " as M, " << Table(ctx.USR_MST) << " as U"
+  sql << "SELECT " << kMembers << " from " << Table(ctx.SEC_MEM) << " as M, " << Table(ctx.USR_MST) << " as U"
       << " where M.SEC_CD = " << Quoted(sec_cd) << " and M.USER_ID = U.USER_ID";
   // Today goes in as a bare number, unquoted; the database compares it with
   // the text columns.
@@ -77,9 +73,7 @@ data::Sql SectionCodesSql(const RequestContext& ctx, const std::string& user_id)
 }
 
 void GetUsersGroup(RequestContext& ctx, const std::string& user_id) {
-  WriteListQuery(
-      ctx, UsersGroupSql(ctx, user_id),
-      {"S_USER_ID", "S_SEC_KBN", "S_USER_SEQ", "S_POST_CD", "S_SEC_CD", "SE_SEC_NM", "S_ST_YMD", "S_ED_YMD"});
+  WriteListQuery(ctx, UsersGroupSql(ctx, user_id), kUsersGroup.FetchNames());
 }
 
 void GetSpecificMember(RequestContext& ctx, const std::string& sec_cd, const std::string& sort_column,
@@ -87,7 +81,7 @@ void GetSpecificMember(RequestContext& ctx, const std::string& sec_cd, const std
   // This one answer has carried a trailing blank behind its fetch error
   // from the start; pages compare it whole, so it stays.
   WriteListQuery(ctx, SpecificMemberSql(ctx, sec_cd, sort_column, sort_type, current_only, Today(ctx.clock())),
-                 {"NAME_KJ", "USER_ID", "SEC_KBN", "POST_CD", "MAIL", "ST_YMD", "ED_YMD"}, "ERROR:DBFETCH ");
+                 kMembers.FetchNames(), "ERROR:DBFETCH ");
 }
 
 Status Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,

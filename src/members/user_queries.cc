@@ -31,7 +31,9 @@ constexpr SortKey kUserListSort[] = {
     {"mail", " order by DSP_NM"},  {"term", " order by MAIL"},
 };
 
-const std::vector<std::string> kUserListNames = {"NAME_KJ", "USER_ID", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN"};
+const data::Columns kUserList = {"NAME_KJ", "USER_ID", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN"};
+const data::Columns kUserProperty = {"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD",     "MAIL",    "IMAIL_FLG",
+                                     "EXT_TEL", "POST_NM", "DSP_NM",  "MAIL_USE_FLG", "UPD_KBN", "MAIL_NM"};
 
 }  // namespace
 
@@ -54,8 +56,7 @@ data::Sql AllCountSql(const RequestContext& ctx, const std::string& kind, const 
 data::Sql AllUserListSql(const RequestContext& ctx, const std::string& sort_column, const std::string& sort_type,
                          const std::string& kana_row) {
   data::Sql sql;
-  sql << "SELECT NAME_KJ,USER_ID,POST_NM,DSP_NM,MAIL,UPD_KBN"
-      << " from " << Table(ctx.USR_MST);
+  sql << "SELECT " << kUserList << " from " << Table(ctx.USR_MST);
   AppendKanaRow(sql, kana_row);
   for (const SortKey& key : kUserListSort) {
     if (!text::EqualsIgnoreCase(sort_column, key.column)) continue;
@@ -75,19 +76,7 @@ data::Sql PostMasterSql(const RequestContext& ctx) {
 
 data::Sql UserPropertySql(const RequestContext& ctx, const std::string& user_id) {
   data::Sql sql;
-  sql << "select USER_ID"
-      << ",NAME_KJ"
-      << ",NAME_KN"
-      << ",PASSWORD"
-      << ",MAIL"
-      << ",IMAIL_FLG"
-      << ",EXT_TEL"
-      << ",POST_NM"
-      << ",DSP_NM"
-      << ",MAIL_USE_FLG"
-      << ",UPD_KBN"
-      << ",MAIL_NM"
-      << " from " << Table(ctx.USR_MST) << " where USER_ID = " << Quoted(user_id);
+  sql << "select " << kUserProperty << " from " << Table(ctx.USR_MST) << " where USER_ID = " << Quoted(user_id);
   return sql;
 }
 
@@ -123,7 +112,7 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
     AppendListRow(list, values);
     return ++read < page_rows;
   };
-  if (!frame.FetchRows(rs, kUserListNames, add)) return;
+  if (!frame.FetchRows(rs, kUserList.FetchNames(), add)) return;
   if (!frame.CloseRecordset(rs)) return;
   frame.Close();
   ctx.Write(list);
@@ -132,15 +121,13 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
 void GetPostMaster(RequestContext& ctx) { WriteListQuery(ctx, PostMasterSql(ctx), {"POST_CD", "POST_NAME"}); }
 
 void GetUserProperty(RequestContext& ctx, const std::string& user_id) {
-  static const std::vector<std::string> kNames = {"USER_ID", "NAME_KJ",      "NAME_KN", "PASSWORD",
-                                                  "MAIL",    "IMAIL_FLG",    "EXT_TEL", "POST_NM",
-                                                  "DSP_NM",  "MAIL_USE_FLG", "UPD_KBN", "MAIL_NM"};
   std::string answer;
   auto keep = [&answer](const std::vector<std::string>& values) {
     answer = text::Join(values, ",");
     return true;
   };
-  if (RunQuery(ctx, UserPropertySql(ctx, user_id), kNames, Rows::kFirstOnly, keep)) ctx.Write(answer);
+  if (RunQuery(ctx, UserPropertySql(ctx, user_id), kUserProperty.FetchNames(), Rows::kFirstOnly, keep))
+    ctx.Write(answer);
 }
 
 }  // namespace orvane::members

@@ -10,7 +10,10 @@ using data::Len;
 using data::Quoted;
 using data::Table;
 
-const std::vector<std::string> kTripleNames = {"SEC_CD", "JOI_SEC", "SEC_NM"};
+const data::Columns kTriple = {"SEC_CD", "JOI_SEC", "SEC_NM"};
+const std::vector<std::string> kTripleNames = kTriple.FetchNames();
+const data::Columns kProperty = {"SEC_CD",  "SEC_NM",     "DSP_NM",  "BUSHO_CD",
+                                 "SEC_SEQ", "IMAIL_LIST", "UPD_YMD", "UPD_HMS"};
 
 // Deleted sections are left out only on the work tables.
 void DeletedFilter(const RequestContext& ctx, data::Sql& sql) {
@@ -21,8 +24,7 @@ void DeletedFilter(const RequestContext& ctx, data::Sql& sql) {
 
 data::Sql TopGroupSql(const RequestContext& ctx) {
   data::Sql sql;
-  sql << "SELECT SEC_CD,JOI_SEC,SEC_NM"
-      << " from " << Table(ctx.SEC_MST) << " where JOI_SEC = '9999'";
+  sql << "SELECT " << kTriple << " from " << Table(ctx.SEC_MST) << " where JOI_SEC = '9999'";
   DeletedFilter(ctx, sql);
   sql << " order by JOI_SEC,SEC_SEQ";
   return sql;
@@ -30,8 +32,7 @@ data::Sql TopGroupSql(const RequestContext& ctx) {
 
 data::Sql OtherGroupsSql(const RequestContext& ctx) {
   data::Sql sql;
-  sql << "SELECT SEC_CD,JOI_SEC,SEC_NM"
-      << " from " << Table(ctx.SEC_MST) << " where JOI_SEC <> '9999'";
+  sql << "SELECT " << kTriple << " from " << Table(ctx.SEC_MST) << " where JOI_SEC <> '9999'";
   DeletedFilter(ctx, sql);
   // Shorter paths first: every parent comes before its children.
   sql << " order by " << Len("SEC_TREE") << ",JOI_SEC,SEC_SEQ";
@@ -40,16 +41,14 @@ data::Sql OtherGroupsSql(const RequestContext& ctx) {
 
 data::Sql GroupPropertySql(const RequestContext& ctx, const std::string& sec_cd) {
   data::Sql sql;
-  sql << "SELECT SEC_CD,SEC_NM,DSP_NM,BUSHO_CD,SEC_SEQ,IMAIL_LIST,UPD_YMD,UPD_HMS"
-      << " from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(sec_cd);
+  sql << "SELECT " << kProperty << " from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(sec_cd);
   return sql;
 }
 
 data::Sql SpecificGroupSql(const RequestContext& ctx, const std::string& joi_sec, const std::string& sort_key,
                            const std::string& desc) {
   data::Sql sql;
-  sql << "SELECT SEC_CD,JOI_SEC,SEC_NM"
-      << " from " << Table(ctx.SEC_MST) << " where JOI_SEC = " << Quoted(joi_sec);
+  sql << "SELECT " << kTriple << " from " << Table(ctx.SEC_MST) << " where JOI_SEC = " << Quoted(joi_sec);
   DeletedFilter(ctx, sql);
   sql << " order by JOI_SEC,SEC_SEQ";
   // The name order goes behind the fixed order with a blank and no comma.
@@ -90,14 +89,12 @@ void GetAllGroupList(RequestContext& ctx) {
 }
 
 void GetGroupProperty(RequestContext& ctx, const std::string& sec_cd) {
-  static const std::vector<std::string> kNames = {"SEC_CD",  "SEC_NM",     "DSP_NM",  "BUSHO_CD",
-                                                  "SEC_SEQ", "IMAIL_LIST", "UPD_YMD", "UPD_HMS"};
   std::string answer;
   auto keep = [&answer](const std::vector<std::string>& values) {
     answer = text::Join(values, ",");
     return true;
   };
-  if (RunQuery(ctx, GroupPropertySql(ctx, sec_cd), kNames, Rows::kFirstOnly, keep)) ctx.Write(answer);
+  if (RunQuery(ctx, GroupPropertySql(ctx, sec_cd), kProperty.FetchNames(), Rows::kFirstOnly, keep)) ctx.Write(answer);
 }
 
 void GetSpecificGroup(RequestContext& ctx, const std::string& joi_sec, const std::string& sort_key,
