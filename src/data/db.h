@@ -102,9 +102,13 @@ Status Com_funRecodsetToArray(Recordset& rs, Array2D& out);
 // The system's read sequence on an open connection, written once:
 // Com_funSelect, Com_funfetchData until the end of the result or until
 // `on_row` returns false, Com_funRecordsetClose. Returns the first failing
-// routine's status.
+// routine's status; `failed_step`, when given, says which step it was (the
+// operations answer "ERROR:DBSELECT", "ERROR:DBFETCH" or "ERROR:RSCLOSE" by
+// it).
+enum class ReadStep { kSelect, kFetch, kClose };
 using RowVisitor = std::function<bool(const std::vector<std::string>& values)>;
-Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::string>& names, const RowVisitor& on_row);
+Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::string>& names, const RowVisitor& on_row,
+                  ReadStep* failed_step = nullptr);
 
 // One transaction per writing operation, no nesting. On SQLite the write
 // lock is taken at the start (BEGIN IMMEDIATE).

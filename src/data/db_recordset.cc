@@ -232,15 +232,22 @@ Status Com_funRecodsetToArray(Recordset& rs, Array2D& out) {
   return DbFailure("Com_funRecodsetToArray", d);
 }
 
-Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::string>& names, const RowVisitor& on_row) {
+Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::string>& names, const RowVisitor& on_row,
+                  ReadStep* failed_step) {
+  auto step = [failed_step](ReadStep s) {
+    if (failed_step) *failed_step = s;
+  };
   Recordset rs;
+  step(ReadStep::kSelect);
   if (Status s = Com_funSelect(conn, sql, rs); !s.ok()) return s;
+  step(ReadStep::kFetch);
   std::vector<std::string> values;
   for (;;) {
     bool eof = false;
     if (Status s = Com_funfetchData(rs, names, values, eof); !s.ok()) return s;
     if (eof || !on_row(values)) break;
   }
+  step(ReadStep::kClose);
   return Com_funRecordsetClose(rs);
 }
 

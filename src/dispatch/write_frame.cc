@@ -63,6 +63,12 @@ void WriteFrame::Fail(std::string_view code, const Status& status) {
 
 void WriteFrame::Fail(std::string_view code) { Fail(code, Status::Ok()); }
 
+bool WriteFrame::Step(std::string_view code, const Status& status) {
+  if (status.ok()) return true;
+  Fail(code, status);
+  return false;
+}
+
 void WriteFrame::FailWithoutRollback(std::string_view code, const Status& status) {
   Failed(status);
   in_transaction_ = false;

@@ -84,6 +84,10 @@ class WriteFrame {
   // Closes and answers `answer`, or "ERROR:DBCLOSE" when the close fails.
   void Finish(std::string_view answer = "OK");
 
+  // One step of the operation: true when `status` succeeded; otherwise
+  // Fail(code, status) and false.
+  bool Step(std::string_view code, const Status& status);
+
   // Notes `status`'s cause on the request; true when it failed.
   bool Failed(const Status& status);
 

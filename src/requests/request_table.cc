@@ -7,6 +7,7 @@
 #include "members/menu_rights.h"
 #include "members/user_queries.h"
 #include "org/group_queries.h"
+#include "org/group_registration.h"
 
 namespace orvane {
 namespace {
@@ -51,18 +52,19 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "201",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Pending(Fixed("3"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
-                       Text("M_LIST"))},
+       .call = Call<org::RegistGroup>(Fixed("3"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"),
+                                      Text("BUSHO_CD"), Text("M_LIST"))},
       // 202 does not read BUSHO_CD: a change passes it empty.
       {.code = "202",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Pending(Fixed("2"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Fixed(""), Text("M_LIST"))},
+       .call = Call<org::RegistGroup>(Fixed("2"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Fixed(""),
+                                      Text("M_LIST"))},
       {.code = "203",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Pending(Fixed("1"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
-                       Text("M_LIST"))},
+       .call = Call<org::RegistGroup>(Fixed("1"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"),
+                                      Text("BUSHO_CD"), Text("M_LIST"))},
       {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3", Fixed(""), true)},
       {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2", Fixed(""), true)},
       {.code = "206", .operation = "RegistUser1", .changes_data = true, .call = user("1", Fixed(""), false)},

@@ -1,0 +1,112 @@
+#include "org/group_paths.h"
+
+#include <charconv>
+
+#include "base/text.h"
+#include "org/sec_tree.h"
+
+namespace orvane::org {
+
+using data::Quoted;
+using data::Table;
+
+std::string PathName(std::string_view name) {
+  return name.find("/ ") == std::string_view::npos ? std::string(name) : text::RemoveAll(name, ' ');
+}
+
+std::string ChildTreeNm(std::string_view parent_code, std::string_view parent_tree_nm, std::string_view name) {
+  if (parent_code == kTopSection) return "/ " + std::string(name);
+  return std::string(parent_tree_nm) + " / " + std::string(name);
+}
+
+size_t Levels(std::string_view sec_tree) { return text::Split(sec_tree, "/").size(); }
+
+std::string NamesFrom(std::string_view tree_nm, size_t level) {
+  std::vector<std::string> parts = text::Split(tree_nm, "/ ");
+  std::vector<std::string> tail;
+  for (size_t i = level; i < parts.size(); ++i) tail.push_back(text::Trim(parts[i]));
+  return text::Join(tail, " / ");
+}
+
+Status NextNumber(std::string_view routine, const std::string& max_text, size_t width, std::string& next) {
+  long number = 0;
+  std::string digits = text::Trim(max_text);
+  if (!digits.empty()) {
+    const char* end = digits.data() + digits.size();
+    auto [ptr, ec] = std::from_chars(digits.data(), end, number);
+    if (ec != std::errc() || ptr != end)
+      return Status::Failure("MAX_IDX is not a whole number: " + max_text, Status::kDbFailed).Prefixed(routine);
+  }
+  next = text::Right(std::string(width, '0') + std::to_string(number + 1), width);
+  return Status::Ok();
+}
+
+Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
+                        std::string& sec_tree, std::string& tree_nm) {
+  data::Sql sql;
+  sql << "select SEC_TREE,TREE_NM"
+      << " from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(sec_cd);
+  sec_tree.clear();
+  tree_nm.clear();
+  auto keep = [&](const std::vector<std::string>& v) {
+    sec_tree = v[0];
+    tree_nm = v[1];
+    return false;  // the first row
+  };
+  return data::SelectRows(conn, sql, {"SEC_TREE", "TREE_NM"}, keep).Prefixed("funGetUpperTree1");
+}
+
+Status Com043_funJoiTreeNm(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
+                           std::string& tree_nm) {
+  data::Sql sql;
+  sql << "select TREE_NM"
+      << " from " << Table(ctx.SEC_MST) << " where (SEC_CD = " << Quoted(sec_cd) << ")";
+  tree_nm.clear();
+  auto keep = [&](const std::vector<std::string>& v) {
+    tree_nm = v[0];
+    return false;
+  };
+  return data::SelectRows(conn, sql, {"TREE_NM"}, keep).Prefixed("Com043_funJoiTreeNm");
+}
+
+Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
+                              std::vector<TreeRow>& rows, data::ReadStep* failed_step) {
+  data::Sql sql;
+  sql << "Select SEC_CD,SEC_TREE,SEC_NM,TREE_NM From " << Table(ctx.SEC_MST);
+  if (ctx.WorkTables()) {
+    sql << " Where UPD_KBN <> '1' and SEC_TREE Like " << Quoted(prefix + "%");
+  } else {
+    sql << " Where SEC_TREE Like " << Quoted(prefix + "%");
+  }
+  rows.clear();
+  auto add = [&rows](const std::vector<std::string>& v) {
+    rows.push_back({v[0], v[1], v[2], v[3]});
+    return true;
+  };
+  return data::SelectRows(conn, sql, {"SEC_CD", "SEC_TREE", "SEC_NM", "TREE_NM"}, add, failed_step)
+      .Prefixed("Com043_funUpdAdmRecord");
+}
+
+Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& joi_sec,
+                            std::string& seq) {
+  data::Sql sql;
+  sql << "select max(SEC_SEQ) as MAX_IDX"
+      << " from " << Table(ctx.SEC_MST) << " where JOI_SEC = " << Quoted(joi_sec);
+  std::string max;
+  auto keep = [&max](const std::vector<std::string>& v) {
+    max = v[0];
+    return false;
+  };
+  if (Status s = data::SelectRows(conn, sql, {"MAX_IDX"}, keep); !s.ok())
+    return std::move(s).Prefixed("Group_funNextSortidx");
+  return NextNumber("Group_funNextSortidx", max, 3, seq);
+}
+
+Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn) {
+  Array2D hier;
+  if (Status s = Com_funGet_sec_info(conn, ctx.SEC_MST, hier); !s.ok()) return s;
+  ctx.app().SetSecHierarchical(std::move(hier));
+  return Status::Ok();
+}
+
+}  // namespace orvane::org

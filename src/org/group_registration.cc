@@ -1,0 +1,305 @@
+#include "org/group_registration.h"
+
+#include <utility>
+
+#include "accounts/mail_list_members.h"
+#include "base/clock.h"
+#include "base/text.h"
+#include "dispatch/write_frame.h"
+#include "org/group_paths.h"
+
+namespace orvane::org {
+namespace {
+
+using data::Quoted;
+using data::SqlText;
+using data::Table;
+
+constexpr std::string_view kNoConfig = "ERROR:READINFOFILE_SV_FOLDER";
+constexpr std::string_view kWrongBushoLength = "部署コードの指定に誤りがあります";
+constexpr std::string_view kBushoTaken =
+    "入力された部署コードは既に別のグループで使用しています。別の部署コードを設定してください。";
+
+// A failing rollback answers "ERROR:DBROLLBACK" and a failing close
+// "ERROR:DBCLOSE", each in place of the step's answer; the frame's codes
+// carry no trail.
+constexpr WriteRules kGroupRules = {
+    .close_failure = WriteRules::CloseFailure::kInstead, .trail = false, .rollback_failure = "ERROR:DBROLLBACK"};
+
+// " ,OPEN_ID ... And OPEN_KBN = '1'": a row that opens something to a group.
+void OpenedToGroup(data::Sql& sql, const std::string& sec_cd) {
+  sql << " where OPEN_ID = " << Quoted(sec_cd) << " And OPEN_KBN = '1'";
+}
+
+Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
+
+// The first row's CNT as a number (0 when there is none).
+Status Count(data::Connection& conn, const data::Sql& sql, long& count) {
+  count = 0;
+  auto keep = [&count](const std::vector<std::string>& v) {
+    count = std::atol(v[0].c_str());
+    return false;
+  };
+  return data::SelectRows(conn, sql, {"CNT"}, keep);
+}
+
+// The list follow-up after a commit: the group's members current today
+// join the group's new list. It runs on a copy of the request, so nothing
+// it meets (a missing key, a dead proxy) changes this request's answer.
+void AddMembersToList(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
+                      const std::string& list, const std::string& today) {
+  std::string server, message;
+  bool found = false;
+  ctx.config().ComIniFileLoad("ML_SERVER", server, message, found);
+  if (!found) return;
+  data::Sql sql;
+  sql << "select USER_ID from " << Table(ctx.SEC_MEM) << " where SEC_CD = " << Quoted(sec_cd)
+      << " and ST_YMD <= " << Quoted(today) << " and ED_YMD >= " << Quoted(today) << " order by USER_SEQ";
+  std::vector<std::string> addresses;
+  auto add = [&](const std::vector<std::string>& v) {
+    addresses.push_back(text::Trim(v[0]) + "@" + server);
+    return true;
+  };
+  if (Status s = data::SelectRows(conn, sql, {"USER_ID"}, add); !s.ok() || addresses.empty()) return;
+  RequestContext side = ctx;
+  std::string error;
+  // The registration is committed whatever the list says; it catches up
+  // with the group's next list change.
+  (void)accounts::funAddMailListUser(side, list, text::Join(addresses, ","), "0", error);
+}
+
+}  // namespace
+
+data::Sql InsertGroupSql(const RequestContext& ctx, const GroupRecord& r, bool with_busho) {
+  struct Column {
+    SqlText name;
+    const std::string* value;
+  };
+  const Column columns[] = {
+      {" ,SEC_NM", &r.SEC_NM},         {" ,DSP_NM", &r.DSP_NM},     {" ,JOI_SEC", &r.JOI_SEC},
+      {" ,SEC_SEQ", &r.SEC_SEQ},       {" ,SEC_TREE", &r.SEC_TREE}, {" ,TREE_NM", &r.TREE_NM},
+      {" ,IMAIL_LIST", &r.IMAIL_LIST}, {" ,UPD_KBN", &r.UPD_KBN},   {" ,UPD_YMD", &r.UPD_YMD},
+      {" ,UPD_HMS", &r.UPD_HMS},
+  };
+  data::Sql sql;
+  sql << "insert into " << Table(ctx.SEC_MST) << " (SEC_CD";
+  for (const Column& c : columns) sql << c.name;
+  if (with_busho) {
+    sql << " ,UPD_USR"
+        << " ,BUSHO_CD )";
+  } else {
+    sql << " ,UPD_USR )";
+  }
+  sql << " values (" << Quoted(r.SEC_CD);
+  for (const Column& c : columns) sql << " ," << Quoted(*c.value);
+  sql << " ," << Quoted(r.UPD_USR);
+  if (with_busho) sql << " ," << Quoted(r.BUSHO_CD);
+  sql << ")";
+  return sql;
+}
+
+data::Sql UpdateGroupSql(const RequestContext& ctx, const GroupRecord& r, bool with_busho) {
+  data::Sql sql;
+  sql << "update " << Table(ctx.SEC_MST) << " set"
+      << " SEC_NM = " << Quoted(r.SEC_NM) << " ,DSP_NM = " << Quoted(r.DSP_NM) << " ,TREE_NM = " << Quoted(r.TREE_NM)
+      << " ,IMAIL_LIST = " << Quoted(r.IMAIL_LIST) << " ,UPD_KBN = " << Quoted(r.UPD_KBN)
+      << " ,UPD_YMD = " << Quoted(r.UPD_YMD) << " ,UPD_HMS = " << Quoted(r.UPD_HMS)
+      << " ,UPD_USR = " << Quoted(r.UPD_USR);
+  if (with_busho) sql << " ,BUSHO_CD = " << Quoted(r.BUSHO_CD);
+  sql << " where SEC_CD = " << Quoted(r.SEC_CD);
+  return sql;
+}
+
+Status funInsGroup(const RequestContext& ctx, data::Connection& conn, const GroupRecord& r, bool with_busho) {
+  return Exec(conn, InsertGroupSql(ctx, r, with_busho)).Prefixed("funInsGroup");
+}
+
+Status funUpdGroup(const RequestContext& ctx, data::Connection& conn, const GroupRecord& r, bool with_busho) {
+  return Exec(conn, UpdateGroupSql(ctx, r, with_busho)).Prefixed("funUpdGroup");
+}
+
+Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
+                   std::string& has_children) {
+  constexpr char kName[] = "funDelGroup";
+  data::Sql children;
+  children << "select count(SEC_CD) as CNT"
+           << " from " << Table(ctx.SEC_MST) << " where JOI_SEC =" << Quoted(sec_cd);
+  if (ctx.WorkTables()) children << " and (UPD_KBN <> '1')";
+  long count = 0;
+  if (Status s = Count(conn, children, count); !s.ok()) return std::move(s).Prefixed(kName);
+  // Deliberately silent: the pages prevent deleting a group with children.
+  if (count > 0) {
+    has_children = "1";
+    return Status::Ok();
+  }
+
+  std::vector<data::Sql> steps;
+  data::Sql& own = steps.emplace_back();
+  if (ctx.WorkTables()) {
+    own << "update " << Table(ctx.SEC_MST) << " set UPD_KBN = '1'"
+        << " where (SEC_CD = " << Quoted(sec_cd) << ")";
+  } else {
+    own << "delete from " << Table(ctx.SEC_MST) << " where (SEC_CD = " << Quoted(sec_cd) << ")";
+  }
+  steps.emplace_back() << "delete from " << Table(ctx.SEC_MEM) << " where (SEC_CD = " << Quoted(sec_cd) << ")";
+  for (std::string_view table : {"t_bbsopen", "t_rsvopen", "t_schopen"})
+    OpenedToGroup(steps.emplace_back() << "delete from " << Table(table), sec_cd);
+  // A group's own schedule key is its code behind "$".
+  steps.emplace_back() << "delete from t_schopen"
+                       << " where KEY_CD = " << Quoted("$" + sec_cd);
+  for (std::string_view table : {"t_cabopen", "t_linkopen", "t_adbkopen", "T_TOPICOPEN"})
+    OpenedToGroup(steps.emplace_back() << "delete from " << Table(table), sec_cd);
+  steps.emplace_back() << "delete from EVENT_GPINFO"
+                       << " where SEC_CD = " << Quoted(sec_cd);
+  if (!ctx.WorkTables()) {
+    steps.emplace_back() << "delete from schedule_info"
+                         << " where syokuin_cd = " << Quoted("$" + sec_cd);
+    OpenedToGroup(steps.emplace_back() << "delete from WF_KENGEN", sec_cd);
+  }
+  for (const data::Sql& step : steps)
+    if (Status s = Exec(conn, step); !s.ok()) return std::move(s).Prefixed(kName);
+  return Status::Ok();
+}
+
+Status funGetRespidx(const RequestContext& ctx, data::Connection& conn, std::string& code) {
+  data::Sql sql;
+  sql << "select max(SEC_CD) as MAX_IDX"
+      << " from " << Table(ctx.SEC_MST) << " where (SEC_CD <> 'ADMN')"
+      << " and (SEC_CD <> 'VIPS')";
+  std::string max;
+  auto keep = [&max](const std::vector<std::string>& v) {
+    max = v[0];
+    return false;
+  };
+  if (Status s = data::SelectRows(conn, sql, {"MAX_IDX"}, keep); !s.ok()) return std::move(s).Prefixed("funGetRespidx");
+  // The wrap of 9999 to "0000" is kept as the pages have always seen it.
+  return NextNumber("funGetRespidx", max, 4, code);
+}
+
+Status Com_funAdmGrpTimeStamp1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
+                               std::string& upd_ymd, std::string& upd_hms, std::string& sec_nm, std::string& joi_sec,
+                               std::string& imail_list) {
+  static const data::Columns kColumns({"SEC_CD", "UPD_YMD", "UPD_HMS", "SEC_NM", "JOI_SEC", "IMAIL_LIST"}, " ,");
+  data::Sql sql;
+  sql << "select " << kColumns << " from " << Table(ctx.SEC_MST) << " where (SEC_CD = " << Quoted(sec_cd) << ")";
+  auto keep = [&](const std::vector<std::string>& v) {
+    if (!v[0].empty()) {
+      upd_ymd = v[1];
+      upd_hms = v[2];
+      sec_nm = v[3];
+      joi_sec = v[4];
+      imail_list = v[5];
+    }
+    return false;
+  };
+  return data::SelectRows(conn, sql, kColumns.FetchNames(), keep).Prefixed("Com_funAdmGrpTimeStamp1");
+}
+
+Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const std::string& own_sec_cd,
+                        const std::string& busho_cd) {
+  constexpr char kName[] = "funCheckBUSHO_CD";
+  if (busho_cd.empty()) return Status::Ok();
+  if (text::CodePointLength(busho_cd) != 9)
+    return Status::Failure(std::string(kWrongBushoLength), Status::kDbFailed).Prefixed(kName);
+  data::Sql sql;
+  sql << "select SEC_CD"
+      << " from " << Table(ctx.SEC_MST) << " where (BUSHO_CD = " << Quoted(busho_cd) << ")";
+  if (ctx.WorkTables()) sql << " and (UPD_KBN <> '1')";
+  bool taken = false;
+  auto check = [&](const std::vector<std::string>& v) {
+    taken = v[0] != own_sec_cd;
+    return false;  // the first row decides
+  };
+  if (Status s = data::SelectRows(conn, sql, {"SEC_CD"}, check); !s.ok()) return std::move(s).Prefixed(kName);
+  if (taken) return Status::Failure(std::string(kBushoTaken), Status::kDbFailed).Prefixed(kName);
+  return Status::Ok();
+}
+
+void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string& sec_cd, const std::string& sec_nm,
+                 const std::string& dsp_nm, const std::string& busho_cd, const std::string& imail_list) {
+  WriteFrame frame(ctx, kGroupRules);
+  std::vector<std::string> keys;
+  if (!frame.Start({{"JNJI_MODE", kNoConfig}, {"LOCAL_DB_DSN", kNoConfig}, {"ML_FOLDER", kNoConfig}}, keys)) return;
+  const bool with_busho = keys[0] != "2";
+  const bool add = mode == "3", change = mode == "2", remove = mode == "1";
+
+  GroupRecord r;
+  Com_subGetDate(ctx.clock(), r.UPD_YMD, r.UPD_HMS);
+  r.SEC_NM = sec_nm;
+  r.DSP_NM = dsp_nm;
+  r.IMAIL_LIST = imail_list;
+  r.UPD_USR = ctx.session().Get("PUB_USR_ID");
+  if (with_busho) r.BUSHO_CD = busho_cd;
+  if (change) r.SEC_CD = sec_cd;
+  if (add) r.JOI_SEC = sec_cd;
+  r.UPD_KBN = add ? "3" : "2";
+
+  // Everything read here decides what is written: it is read inside the
+  // transaction, under its write lock.
+  if (!frame.Open() || !frame.Begin()) return;
+  data::Connection& conn = frame.conn();
+  std::string parent_tree, parent_tree_nm, stored_list;
+  if (add && !frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm))) return;
+  if (change || remove) {
+    std::string ymd, hms, name;
+    if (!frame.Step("ERROR:DBSELECT",
+                    Com_funAdmGrpTimeStamp1(ctx, conn, sec_cd, ymd, hms, name, r.JOI_SEC, stored_list)) ||
+        !frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm)))
+      return;
+  }
+  if (with_busho && (add || change)) {
+    // The refusal's message is for the log; the pages show their own.
+    if (Status s = funCheckBUSHO_CD(ctx, conn, add ? std::string() : sec_cd, busho_cd); frame.Failed(s))
+      return frame.Fail("ERROR:ALREADYBUSHO");
+  }
+  if (add || change) {
+    std::string joi_tree_nm;
+    if (!frame.Step("ERROR:DBSELECT",
+                    Com043_funJoiTreeNm(ctx, conn, r.JOI_SEC, joi_tree_nm).Prefixed("Com043_subMain")))
+      return;
+    std::string name = PathName(sec_nm);
+    r.TREE_NM = r.SEC_CD == kTopSection ? name : ChildTreeNm(r.JOI_SEC, joi_tree_nm, name);
+  }
+
+  if (remove) {
+    std::string has_children;
+    if (!frame.Step("ERROR:SQLEXEC", funDelGroup(ctx, conn, sec_cd, has_children))) return;
+  } else if (add) {
+    if (!frame.Step("ERROR:SQLEXEC", funGetRespidx(ctx, conn, r.SEC_CD))) return;
+    r.SEC_TREE = parent_tree + "/" + r.SEC_CD;
+    if (!frame.Step("ERROR:SQLEXEC", Group_funNextSortidx(ctx, conn, r.JOI_SEC, r.SEC_SEQ)) ||
+        !frame.Step("ERROR:SQLEXEC", funInsGroup(ctx, conn, r, with_busho).Prefixed("RegistGroup")))
+      return;
+  } else if (change && !frame.Step("ERROR:SQLEXEC", funUpdGroup(ctx, conn, r, with_busho))) {
+    return;
+  }
+
+  if (add || change) {
+    // Every descendant's TREE_NM follows the group's new one.
+    std::string own_tree = r.SEC_TREE, ignored;
+    if (change &&
+        !frame.Step("ERROR:SQLEXEC", funGetUpperTree1(ctx, conn, sec_cd, own_tree, ignored).Prefixed("RegistGroup")))
+      return;
+    std::vector<TreeRow> rows;
+    if (!frame.Step("ERROR:SQLEXEC", Com043_funUpdAdmRecord(ctx, conn, own_tree + "/", rows).Prefixed("RegistGroup")))
+      return;
+    const size_t level = Levels(own_tree);
+    for (const TreeRow& row : rows) {
+      data::Sql sql;
+      sql << "update " << Table(ctx.SEC_MST) << " set"
+          << " TREE_NM = " << Quoted(ChildTreeNm(r.SEC_CD, r.TREE_NM, NamesFrom(row.TREE_NM, level)))
+          << " ,UPD_KBN = " << Quoted(r.UPD_KBN) << " ,UPD_YMD = " << Quoted(r.UPD_YMD)
+          << " ,UPD_HMS = " << Quoted(r.UPD_HMS) << " ,UPD_USR = " << Quoted(r.UPD_USR)
+          << " where SEC_CD = " << Quoted(row.SEC_CD);
+      if (!frame.Step("ERROR:SQLEXEC", Exec(conn, sql).Prefixed("RegistGroup"))) return;
+    }
+  }
+
+  if (!frame.Commit()) return;
+  if ((add || change) && !imail_list.empty() && stored_list != imail_list)
+    AddMembersToList(ctx, conn, r.SEC_CD, imail_list, r.UPD_YMD);
+  if (!ctx.WorkTables() && !frame.Step("ERROR:SETAPPLICATIONVALUE", RefreshSecHierarchical(ctx, conn))) return;
+  frame.Finish();
+}
+
+}  // namespace orvane::org
