@@ -4,6 +4,7 @@
 
 #include "cli/commands.h"
 #include "data/db.h"
+#include "org/group_paths.h"
 #include "server/http_server.h"
 
 namespace orvane::cli {
@@ -45,6 +46,10 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: " << error << "\n";
     return 1;
   }
+  // The drawn tree is ready before the first request; a database that is
+  // not there yet only delays it until the first change of the tree.
+  if (Status s = org::LoadSecHierarchical(state.config, state.app); !s.ok())
+    std::cerr << "orvane serve: the section tree is not drawn yet: " << s.trail() << "\n";
   HttpServer server(state, http);
   if (server.Bind(error) < 0) {
     std::cerr << "orvane serve: " << error << "\n";

@@ -11,7 +11,7 @@ bool WriteFrame::Failed(const Status& status) {
 
 std::string WriteFrame::OwnCode(std::string_view code, const Status& status) const {
   std::string out(code);
-  if (rules_.trail) out += status.trail();
+  if (rules_.frame_trail) out += status.trail();
   return out;
 }
 
@@ -52,7 +52,8 @@ bool WriteFrame::Begin() {
 
 void WriteFrame::Fail(std::string_view code, const Status& status) {
   Failed(status);
-  std::string main = std::string(code) + status.trail();
+  std::string main(code);
+  if (rules_.step_trail) main += status.trail();
   if (in_transaction_) {
     in_transaction_ = false;
     Status rollback = data::Com_funRollbackTrans(conn_);
@@ -72,7 +73,9 @@ bool WriteFrame::Step(std::string_view code, const Status& status) {
 void WriteFrame::FailWithoutRollback(std::string_view code, const Status& status) {
   Failed(status);
   in_transaction_ = false;
-  CloseAndAnswer(std::string(code) + status.trail());
+  std::string main(code);
+  if (rules_.step_trail) main += status.trail();
+  CloseAndAnswer(std::move(main));
 }
 
 bool WriteFrame::Commit() {

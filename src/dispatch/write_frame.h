@@ -48,7 +48,9 @@ struct WriteRules {
   CloseFailure close_failure = CloseFailure::kBefore;
   // The frame's own codes (SESSIONCHECK, DBOPEN, BEGINTRANSACTION,
   // DBCOMMIT, DBCLOSE) are followed directly by the error trail.
-  bool trail = false;
+  bool frame_trail = false;
+  // A failed step's code is followed directly by the step's trail.
+  bool step_trail = true;
   // Non-empty: a rollback that fails answers this code instead of the
   // failed step's. Empty: the rollback's failure changes no answer.
   std::string_view rollback_failure;
@@ -72,7 +74,8 @@ class WriteFrame {
   bool InTransaction() const { return in_transaction_; }
 
   // A step failed: roll back (when a transaction is open), close, and
-  // answer `code` followed directly by the status's trail.
+  // answer `code`, followed directly by the status's trail when the rules
+  // say so.
   void Fail(std::string_view code, const Status& status);
   // The same with no trail behind the code (a check's own refusal).
   void Fail(std::string_view code);

@@ -42,7 +42,7 @@ Status NextNumber(std::string_view routine, const std::string& max_text, size_t 
 }
 
 Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                        std::string& sec_tree, std::string& tree_nm) {
+                        std::string& sec_tree, std::string& tree_nm, data::ReadStep* failed_step) {
   data::Sql sql;
   sql << "select SEC_TREE,TREE_NM"
       << " from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(sec_cd);
@@ -53,7 +53,7 @@ Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const
     tree_nm = v[1];
     return false;  // the first row
   };
-  return data::SelectRows(conn, sql, {"SEC_TREE", "TREE_NM"}, keep).Prefixed("funGetUpperTree1");
+  return data::SelectRows(conn, sql, {"SEC_TREE", "TREE_NM"}, keep, failed_step).Prefixed("funGetUpperTree1");
 }
 
 Status Com043_funJoiTreeNm(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
@@ -88,7 +88,7 @@ Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn,
 }
 
 Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& joi_sec,
-                            std::string& seq) {
+                            std::string& seq, data::ReadStep* failed_step) {
   data::Sql sql;
   sql << "select max(SEC_SEQ) as MAX_IDX"
       << " from " << Table(ctx.SEC_MST) << " where JOI_SEC = " << Quoted(joi_sec);
@@ -97,9 +97,21 @@ Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, c
     max = v[0];
     return false;
   };
-  if (Status s = data::SelectRows(conn, sql, {"MAX_IDX"}, keep); !s.ok())
+  if (Status s = data::SelectRows(conn, sql, {"MAX_IDX"}, keep, failed_step); !s.ok())
     return std::move(s).Prefixed("Group_funNextSortidx");
   return NextNumber("Group_funNextSortidx", max, 3, seq);
+}
+
+std::string_view ReadFailure(data::ReadStep step) {
+  switch (step) {
+    case data::ReadStep::kFetch:
+      return "ERROR:DBFETCH";
+    case data::ReadStep::kClose:
+      return "ERROR:RSCLOSE";
+    case data::ReadStep::kSelect:
+      break;
+  }
+  return "ERROR:DBSELECT";
 }
 
 Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn) {
@@ -107,6 +119,24 @@ Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn) {
   if (Status s = Com_funGet_sec_info(conn, ctx.SEC_MST, hier); !s.ok()) return s;
   ctx.app().SetSecHierarchical(std::move(hier));
   return Status::Ok();
+}
+
+void FinishTreeChange(RequestContext& ctx, WriteFrame& frame) {
+  if (!ctx.WorkTables() && !frame.Step("ERROR:SETAPPLICATIONVALUE", RefreshSecHierarchical(ctx, frame.conn()))) return;
+  frame.Finish();
+}
+
+Status LoadSecHierarchical(const ConfigFile& config, ApplicationStore& app) {
+  std::string dsn, message;
+  bool found = false;
+  config.ComIniFileLoad("LOCAL_DB_DSN", dsn, message, found);
+  if (!found) return Status::Failure(message);
+  data::Connection conn;
+  if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) return s;
+  Array2D hier;
+  if (Status s = Com_funGet_sec_info(conn, "T_SECTION", hier); !s.ok()) return s;
+  app.SetSecHierarchical(std::move(hier));
+  return data::Com_funDbClose(conn);
 }
 
 }  // namespace orvane::org

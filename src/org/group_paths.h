@@ -13,10 +13,18 @@
 #include "base/status.h"
 #include "data/db.h"
 #include "dispatch/request_context.h"
+#include "dispatch/write_frame.h"
 
 namespace orvane::org {
 
 inline constexpr std::string_view kTopSection = "0000";
+
+// The move and the reorder answer their codes alone; a close that fails
+// after another failure adds "ERROR:DBCLOSE" behind it, as on the read side.
+inline constexpr WriteRules kTreeChangeRules = {.close_failure = WriteRules::CloseFailure::kAfter,
+                                                .frame_trail = false,
+                                                .step_trail = false,
+                                                .rollback_failure = {}};
 
 // A name as it enters a path: every half-width blank removed when the name
 // holds "/ " (so that the path still splits at "/ "); otherwise unchanged.
@@ -36,7 +44,7 @@ Status NextNumber(std::string_view routine, const std::string& max_text, size_t 
 // "select SEC_TREE,TREE_NM from SEC_MST where SEC_CD = '<code>'": the
 // first row's two values, empty when there is none.
 Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                        std::string& sec_tree, std::string& tree_nm);
+                        std::string& sec_tree, std::string& tree_nm, data::ReadStep* failed_step = nullptr);
 // The section's TREE_NM, empty when there is none.
 Status Com043_funJoiTreeNm(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
                            std::string& tree_nm);
@@ -53,10 +61,23 @@ Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn,
 // The next SEC_SEQ under `joi_sec`: max + 1 over every child, deleted ones
 // included, three digits ("001" first; 1000 wraps to "000").
 Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& joi_sec,
-                            std::string& seq);
+                            std::string& seq, data::ReadStep* failed_step = nullptr);
+
+// The answer of a failed read step: "ERROR:DBSELECT", "ERROR:DBFETCH" or
+// "ERROR:RSCLOSE".
+std::string_view ReadFailure(data::ReadStep step);
 
 // Draws the tree again from the request's section table and keeps it in the
 // application store as "App_A_strSec_hierarchical".
 Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn);
+
+// The end of every tree change after its commit: on the live tables the
+// drawn tree is rebuilt ("ERROR:SETAPPLICATIONVALUE"), then the connection
+// is closed and "OK" answered.
+void FinishTreeChange(RequestContext& ctx, WriteFrame& frame);
+
+// At start: the drawn tree of the live section table of LOCAL_DB_DSN into
+// `app`, on a connection of its own.
+Status LoadSecHierarchical(const ConfigFile& config, ApplicationStore& app);
 
 }  // namespace orvane::org

@@ -21,10 +21,12 @@ constexpr std::string_view kBushoTaken =
     "入力された部署コードは既に別のグループで使用しています。別の部署コードを設定してください。";
 
 // A failing rollback answers "ERROR:DBROLLBACK" and a failing close
-// "ERROR:DBCLOSE", each in place of the step's answer; the frame's codes
-// carry no trail.
-constexpr WriteRules kGroupRules = {
-    .close_failure = WriteRules::CloseFailure::kInstead, .trail = false, .rollback_failure = "ERROR:DBROLLBACK"};
+// "ERROR:DBCLOSE", each in place of the step's answer; a failed step's
+// code carries the trail, the frame's own codes do not.
+constexpr WriteRules kGroupRules = {.close_failure = WriteRules::CloseFailure::kInstead,
+                                    .frame_trail = false,
+                                    .step_trail = true,
+                                    .rollback_failure = "ERROR:DBROLLBACK"};
 
 // " ,OPEN_ID ... And OPEN_KBN = '1'": a row that opens something to a group.
 void OpenedToGroup(data::Sql& sql, const std::string& sec_cd) {
@@ -298,8 +300,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (!frame.Commit()) return;
   if ((add || change) && !imail_list.empty() && stored_list != imail_list)
     AddMembersToList(ctx, conn, r.SEC_CD, imail_list, r.UPD_YMD);
-  if (!ctx.WorkTables() && !frame.Step("ERROR:SETAPPLICATIONVALUE", RefreshSecHierarchical(ctx, conn))) return;
-  frame.Finish();
+  FinishTreeChange(ctx, frame);
 }
 
 }  // namespace orvane::org

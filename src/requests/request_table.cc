@@ -6,6 +6,8 @@
 #include "members/member_queries.h"
 #include "members/menu_rights.h"
 #include "members/user_queries.h"
+#include "org/group_move.h"
+#include "org/group_order.h"
 #include "org/group_queries.h"
 #include "org/group_registration.h"
 
@@ -24,14 +26,12 @@ std::vector<RequestRoute> MakeTable() {
   };
   return {
       {.code = "001", .operation = "GetServerInformation", .call = Call<GetServerInformation>()},
-      {.code = "002",
-       .operation = "GetAllCount",
-       .call = Call<members::GetAllCount>(Text("S_Kbn"), Text("S_OPT"))},
+      {.code = "002", .operation = "GetAllCount", .call = Call<members::GetAllCount>(Text("S_Kbn"), Text("S_OPT"))},
       {.code = "101", .operation = "GetAllGroupList", .call = Call<org::GetAllGroupList>()},
       {.code = "102",
        .operation = "GetAllUserList",
-       .call = Call<members::GetAllUserList>(Text("S_Col"), Text("S_Type"), Text("S_OPT"), Int16("S_pos"),
-                                             Int16("B_pos"))},
+       .call =
+           Call<members::GetAllUserList>(Text("S_Col"), Text("S_Type"), Text("S_OPT"), Int16("S_pos"), Int16("B_pos"))},
       {.code = "103",
        .operation = "GetSpecificGroup",
        .call = Call<org::GetSpecificGroup>(Text("Group_cd"), Text("S_Col"), Text("S_Type"))},
@@ -52,8 +52,8 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "201",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Call<org::RegistGroup>(Fixed("3"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"),
-                                      Text("BUSHO_CD"), Text("M_LIST"))},
+       .call = Call<org::RegistGroup>(Fixed("3"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
+                                      Text("M_LIST"))},
       // 202 does not read BUSHO_CD: a change passes it empty.
       {.code = "202",
        .operation = "RegistGroup",
@@ -63,8 +63,8 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "203",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Call<org::RegistGroup>(Fixed("1"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"),
-                                      Text("BUSHO_CD"), Text("M_LIST"))},
+       .call = Call<org::RegistGroup>(Fixed("1"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
+                                      Text("M_LIST"))},
       {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3", Fixed(""), true)},
       {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2", Fixed(""), true)},
       {.code = "206", .operation = "RegistUser1", .changes_data = true, .call = user("1", Fixed(""), false)},
@@ -72,13 +72,13 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "208",
        .operation = "RegistMember",
        .changes_data = true,
-       .call = Pending(Fixed("2"), Text("Group_cd"), Text("User_cd"), Text("Primary"), Text("Post_cd"),
-                       Text("ST_Ymd"), Text("ED_Ymd"))},
+       .call = Pending(Fixed("2"), Text("Group_cd"), Text("User_cd"), Text("Primary"), Text("Post_cd"), Text("ST_Ymd"),
+                       Text("ED_Ymd"))},
       {.code = "209", .operation = "RegistMember", .changes_data = true, .call = member("1")},
       {.code = "210",
        .operation = "ChangeGroupDisp",
        .changes_data = true,
-       .call = Pending(Text("Group_cd1"), Text("Group_cd2"), Text("Group_cd3"))},
+       .call = Call<org::ChangeGroupDisp>(Text("Group_cd1"), Text("Group_cd2"), Text("Group_cd3"))},
       {.code = "211",
        .operation = "ChangeUserDisp",
        .changes_data = true,
@@ -86,7 +86,7 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "212",
        .operation = "ChangeGroupTree",
        .changes_data = true,
-       .call = Pending(Text("Group_cd1"), Text("Group_cd2"))},
+       .call = Call<org::ChangeGroupTree>(Text("Group_cd1"), Text("Group_cd2"))},
       {.code = "213",
        .operation = "ChangeUserMenu",
        .changes_data = true,

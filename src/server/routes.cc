@@ -138,6 +138,24 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
   server.Post("/logout",
               [&state](const httplib::Request& req, httplib::Response& res) { HandleLogout(state, req, res); });
 
+  // The cached drawn tree, for pages: one row a line ended by CR LF, its
+  // twelve columns joined by TAB, in tree order.
+  server.Get("/application/App_A_strSec_hierarchical", [&state](const httplib::Request& req, httplib::Response& res) {
+    Timer timer;
+    std::string body;
+    if (std::shared_ptr<const Array2D> tree = state.app.SecHierarchical()) {
+      for (size_t row = 0; row < RowCount(*tree); ++row) {
+        for (size_t column = 0; column < ColumnCount(*tree); ++column) {
+          if (column > 0) body += '\t';
+          body += (*tree)[column][row];
+        }
+        body += text::kCrLf;
+      }
+    }
+    Answer(res, 200, body);
+    Log(state, req, timer, 200, body);
+  });
+
   server.Get("/healthz", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;
     Answer(res, 200, "OK");

@@ -1,0 +1,70 @@
+#include "org/group_move.h"
+
+#include <vector>
+
+#include "base/clock.h"
+#include "dispatch/write_frame.h"
+#include "org/group_paths.h"
+
+namespace orvane::org {
+namespace {
+
+using data::Quoted;
+using data::Table;
+
+}  // namespace
+
+void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const std::string& new_joi_sec) {
+  WriteFrame frame(ctx, kTreeChangeRules);
+  std::vector<std::string> keys;
+  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
+  std::string date, time;
+  Com_subGetDate(ctx.clock(), date, time);
+  const std::string user = ctx.session().Get("PUB_USR_ID");
+
+  // The paths that decide the new ones are read inside the transaction,
+  // under its write lock, so no other change can slip in between.
+  if (!frame.Open() || !frame.Begin()) return;
+  data::Connection& conn = frame.conn();
+  data::ReadStep step = data::ReadStep::kSelect;
+  auto read = [&](const Status& s) { return frame.Step(ReadFailure(step), s); };
+  std::string moved_tree, moved_tree_nm, parent_tree, parent_tree_nm, seq;
+  if (!read(funGetUpperTree1(ctx, conn, move_sec_cd, moved_tree, moved_tree_nm, &step)) ||
+      !read(funGetUpperTree1(ctx, conn, new_joi_sec, parent_tree, parent_tree_nm, &step)))
+    return;
+  // A cycle, or a Like '%' over the whole table: refused.
+  bool into_itself = parent_tree == moved_tree || parent_tree.starts_with(moved_tree + "/");
+  if (moved_tree.empty() || parent_tree.empty() || into_itself) return frame.Fail("ERROR:ILLEGALTREE");
+  std::vector<TreeRow> rows;
+  if (!read(Group_funNextSortidx(ctx, conn, new_joi_sec, seq, &step)) ||
+      !read(Com043_funUpdAdmRecord(ctx, conn, moved_tree, rows, &step)))
+    return;
+
+  // Every new path first; nothing is written before all are known.
+  const size_t levels_above = Levels(moved_tree) - 1;
+  const std::string new_tree = parent_tree + "/" + move_sec_cd;
+  std::vector<data::Sql> updates;
+  for (TreeRow& row : rows) {
+    bool moved = row.SEC_TREE == moved_tree;
+    // "Like" would also match a longer code that begins like the moved one.
+    if (!moved && !row.SEC_TREE.starts_with(moved_tree + "/")) continue;
+    std::string names = moved ? PathName(row.SEC_NM) : NamesFrom(row.TREE_NM, levels_above);
+    row.SEC_TREE = new_tree + row.SEC_TREE.substr(moved_tree.size());
+    row.TREE_NM = ChildTreeNm(new_joi_sec, parent_tree_nm, names);
+    data::Sql& sql = updates.emplace_back();
+    sql << "update " << Table(ctx.SEC_MST) << " set";
+    if (moved)
+      sql << " JOI_SEC = " << Quoted(new_joi_sec) << " ,"
+          << " SEC_SEQ = " << Quoted(seq) << " ,";
+    sql << " SEC_TREE = " << Quoted(row.SEC_TREE) << " ,TREE_NM = " << Quoted(row.TREE_NM) << " ,UPD_KBN = '2'"
+        << " ,UPD_YMD = " << Quoted(date) << " ,UPD_HMS = " << Quoted(time) << " ,UPD_USR = " << Quoted(user)
+        << " where SEC_CD = " << Quoted(row.SEC_CD);
+  }
+  for (const data::Sql& sql : updates)
+    if (!frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(conn, sql))) return;
+
+  if (!frame.Commit()) return;
+  FinishTreeChange(ctx, frame);
+}
+
+}  // namespace orvane::org
