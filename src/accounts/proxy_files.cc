@@ -15,7 +15,10 @@ bool EndsWith(std::string_view s, std::string_view tail) {
 }  // namespace
 
 bool OpenExeProxy(const RequestContext& ctx, std::unique_ptr<Socket>& socket, std::string& errorText) {
-  if (funCreateObject_BASP21_socket(ctx, socket, errorText) != 0) return false;
+  if (Status s = funCreateObject_BASP21_socket(ctx, socket); !s.ok()) {
+    errorText = s.trail();
+    return false;
+  }
   int rc = socket->Connect(ctx.config().Get("ML_SERVERIP"), ctx.config().Get("ML_EXEPROXY_PORT"));
   if (rc != 0) {
     errorText = SocketErrorText("Connect Error(", rc);
