@@ -80,13 +80,13 @@ TEST_P(MailDb, DelMailListTakesTheUserOutOfTheSectionsList) {
   Sections({{"0001", " sales "}, {"0002", nullptr}, {"0003", "gone"}});
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
-    EXPECT_EQ(funDelMailList(ctx, conn, "0001", " SUZUKI ", error), 0);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "0001", " SUZUKI "), error), 0);
     EXPECT_EQ(ReadFile(dir().File("mail/Lists/sales/users.lst")), "b@example.jp\r\n");
     EXPECT_EQ(ReadFile(dir().File("mail/Lists/sales/users.txt")), "b@example.jp\r\n");
-    EXPECT_EQ(funDelMailList(ctx, conn, "0002", "b", error), 0);
-    EXPECT_EQ(funDelMailList(ctx, conn, "9999", "b", error), 0);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "0002", "b"), error), 0);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "9999", "b"), error), 0);
     EXPECT_EQ(error, "");
-    EXPECT_EQ(funDelMailList(ctx, conn, "0003", "b", error), -1);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "0003", "b"), error), -1);
     EXPECT_EQ(error, "funDelMailList\r\nList Exist Error(0)");
     EXPECT_EQ(ctx.response(), "");
   });
