@@ -11,15 +11,11 @@ std::string SocketErrorText(std::string_view prefix, int code) {
   return std::string(prefix) + std::to_string(code) + ")";
 }
 
-short funCreateObject_BASP21_socket(const RequestContext& ctx, std::unique_ptr<Socket>& socket,
-                                    std::string& errorText) {
+Status funCreateObject_BASP21_socket(const RequestContext& ctx, std::unique_ptr<Socket>& socket) {
   socket.reset();
   socket = std::unique_ptr<Socket>(new (std::nothrow) Socket(ExeProxyTimeout(ctx.config())));
-  if (!socket) {
-    errorText = "エラー番号 " + std::to_string(ENOMEM) + " Out of memory";
-    return -1;
-  }
-  return 0;
+  if (!socket) return Status::Failure("エラー番号 " + std::to_string(ENOMEM) + " Out of memory");
+  return Status::Ok();
 }
 
 bool ReplyAccepted(std::string_view reply, std::string_view expectedWord) {
@@ -28,42 +24,22 @@ bool ReplyAccepted(std::string_view reply, std::string_view expectedWord) {
   return text::EqualsIgnoreCase(expectedWord, "deleted") && text::ContainsIgnoreCase(reply, "no alias");
 }
 
-short funExeProxyCommand(const RequestContext& ctx, std::string_view commandLine, std::string_view expectedWord,
-                         std::string& errorText) {
-  short status = -1;
+Status funExeProxyCommand(const RequestContext& ctx, std::string_view commandLine, std::string_view expectedWord) {
   std::unique_ptr<Socket> socket;
-  if (funCreateObject_BASP21_socket(ctx, socket, errorText) != 0) return status;
+  if (Status s = funCreateObject_BASP21_socket(ctx, socket); !s.ok()) return s;
 
   int rc = socket->Connect(ctx.config().Get("ML_SERVERIP"), ctx.config().Get("ML_EXEPROXY_PORT"));
-  if (rc != 0) {
-    errorText = SocketErrorText("Connect Error(", rc);
-    return status;
-  }
+  if (rc != 0) return Status::Failure(SocketErrorText("Connect Error(", rc));
   // Write codes are tested "< 0" here, as the callers always did.
-  if ((rc = socket->Write("SPEXE " + std::string(commandLine))) < 0) {
-    errorText = SocketErrorText("Socket Write Error(", rc);
-    return status;
-  }
+  if ((rc = socket->Write("SPEXE " + std::string(commandLine))) < 0)
+    return Status::Failure(SocketErrorText("Socket Write Error(", rc));
   std::string reply;
-  if ((rc = socket->Read(reply)) != 0) {
-    errorText = SocketErrorText("Socket Read Error(", rc);
-    return status;
-  }
-  if (!ReplyAccepted(reply, expectedWord)) {
-    errorText = reply;  // a refused command gets no "QUIT"
-    return status;
-  }
-  if ((rc = socket->Write("QUIT")) < 0) {
-    errorText = SocketErrorText("Socket Write Error(", rc);
-    return status;
-  }
-  if ((rc = socket->readLine(reply)) != 0) {
-    errorText = SocketErrorText("Socket Read Error(", rc);
-    return status;
-  }
+  if ((rc = socket->Read(reply)) != 0) return Status::Failure(SocketErrorText("Socket Read Error(", rc));
+  if (!ReplyAccepted(reply, expectedWord)) return Status::Failure(reply);  // a refused command gets no "QUIT"
+  if ((rc = socket->Write("QUIT")) < 0) return Status::Failure(SocketErrorText("Socket Write Error(", rc));
+  if ((rc = socket->readLine(reply)) != 0) return Status::Failure(SocketErrorText("Socket Read Error(", rc));
   socket->Close();
-  status = 0;
-  return status;
+  return Status::Ok();
 }
 
 }  // namespace orvane::accounts

@@ -3,8 +3,8 @@
 // tool's output. Used by the account and alias routines (mail_account.h);
 // the file commands of the mailing lists use the same socket (proxy_files.h).
 //
-// Statuses are the mail routines' signed 16-bit values: 0 success, -1
-// failure, -1 from entry until the single point of success.
+// Statuses as every mail routine's: code 0 on success, -1 on failure with
+// the error text as the trail.
 #pragma once
 
 #include <memory>
@@ -12,14 +12,15 @@
 #include <string_view>
 
 #include "accounts/socket.h"
+#include "base/status.h"
 #include "dispatch/request_context.h"
 
 namespace orvane::accounts {
 
 // Releases whatever `socket` holds and makes a new one with the time-out of
-// ML_EXEPROXY_TIMEOUT. On failure `errorText` is "エラー番号 " number " "
+// ML_EXEPROXY_TIMEOUT. A failure's trail is "エラー番号 " number " "
 // description.
-short funCreateObject_BASP21_socket(const RequestContext& ctx, std::unique_ptr<Socket>& socket, std::string& errorText);
+Status funCreateObject_BASP21_socket(const RequestContext& ctx, std::unique_ptr<Socket>& socket);
 
 // Connects to ML_SERVERIP:ML_EXEPROXY_PORT, sends "SPEXE " + commandLine,
 // reads one reply and judges it by `expectedWord`:
@@ -27,11 +28,10 @@ short funCreateObject_BASP21_socket(const RequestContext& ctx, std::unique_ptr<S
 //   otherwise: the reply contains expectedWord (any case), and for
 //   "deleted" a reply containing "no alias" is accepted as well.
 // An accepted reply is followed by "QUIT" and one farewell line. A refused
-// reply becomes `errorText` as received (no "QUIT"); socket failures give
+// reply is the failure's trail as received (no "QUIT"); socket failures give
 // "Connect Error(", "Socket Write Error(" or "Socket Read Error(" with the
-// code and ")". On success `errorText` is left as it was.
-short funExeProxyCommand(const RequestContext& ctx, std::string_view commandLine, std::string_view expectedWord,
-                         std::string& errorText);
+// code and ")". Success carries no text: the reply is not handed back.
+Status funExeProxyCommand(const RequestContext& ctx, std::string_view commandLine, std::string_view expectedWord);
 
 // The reply judgement above, shared with the local runs of the alias tool.
 bool ReplyAccepted(std::string_view reply, std::string_view expectedWord);

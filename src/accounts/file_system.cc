@@ -106,22 +106,15 @@ int FileSystem::DeleteFolder(std::string_view path) const {
   return ec.value();
 }
 
-short funCreateObject_FileSystem(std::unique_ptr<FileSystem>& fso, std::string& errorText) {
+Status funCreateObject_FileSystem(std::unique_ptr<FileSystem>& fso) {
   fso.reset(new (std::nothrow) FileSystem());
-  if (!fso) {
-    errorText = ErrorNumberText(ENOMEM);
-    return -1;
-  }
-  return 0;
+  if (!fso) return Status::Failure(ErrorNumberText(ENOMEM));
+  return Status::Ok();
 }
 
-short funDeleteFolder(const FileSystem& fso, std::string_view folder, std::string& errorText) {
-  int err = fso.DeleteFolder(folder);
-  if (err != 0) {
-    errorText = ErrorNumberText(err);
-    return -1;
-  }
-  return 0;
+Status funDeleteFolder(const FileSystem& fso, std::string_view folder) {
+  if (int err = fso.DeleteFolder(folder); err != 0) return Status::Failure(ErrorNumberText(err));
+  return Status::Ok();
 }
 
 }  // namespace orvane::accounts

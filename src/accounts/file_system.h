@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/status.h"
+
 namespace orvane::accounts {
 
 // "\" to "/".
@@ -39,12 +41,13 @@ class FileSystem {
 // the mail routines is reported in.
 std::string ErrorNumberText(int number);
 
-// Makes the file-system object. Statuses as the other mail routines: 0 or -1.
-short funCreateObject_FileSystem(std::unique_ptr<FileSystem>& fso, std::string& errorText);
+// Makes the file-system object. Statuses as the other mail routines: code 0,
+// or -1 with the ErrorNumberText of ENOMEM.
+Status funCreateObject_FileSystem(std::unique_ptr<FileSystem>& fso);
 
 // Deletes `folder` (system "\" form) through `fso`; the user registration
-// uses it for a deleted user's mail folder. Failure: -1 and `errorText` as
-// ErrorNumberText.
-short funDeleteFolder(const FileSystem& fso, std::string_view folder, std::string& errorText);
+// uses it for a deleted user's mail folder. Failure: code -1, the trail the
+// ErrorNumberText of the errno.
+Status funDeleteFolder(const FileSystem& fso, std::string_view folder);
 
 }  // namespace orvane::accounts

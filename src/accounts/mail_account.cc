@@ -25,24 +25,20 @@ std::string AccountDeleteCommand(bool local, std::string_view userID) {
   return (local ? "adduser.exe -kill -u " : "adduser.exe -kill ") + std::string(userID);
 }
 
-short funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
-                       const std::vector<std::string>& userData, std::string& replyText) {
-  short status = -1;
+Status funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
+                        const std::vector<std::string>& userData, std::string& output) {
   bool local = ToolsRunLocally(ctx.config());
   std::string command = AccountCommand(local, mode, At(userData, 0), At(userData, 3));
   if (!local) {
-    if (command.empty()) {
-      replyText = "funAdmMailMember" + std::string(text::kCrLf) + "Invalid Case";
-      return status;
-    }
-    if (funExeProxyCommand(ctx, std::string(toolFolder) + command, "user", replyText) == 0) status = 0;
-    return status;
+    if (command.empty()) return Status::Failure("funAdmMailMember" + std::string(text::kCrLf) + "Invalid Case");
+    return funExeProxyCommand(ctx, std::string(toolFolder) + command, "user");
   }
-  if (command.empty()) return status;
+  // An unknown mode runs nothing; this channel has no text for it.
+  if (command.empty()) return Status::Failure("");
   ToolRunner runner(ExeProxyTimeout(ctx.config()));
-  replyText = runner.Execute2(std::string(toolFolder) + command, 1);
-  if (text::StartsWithIgnoreCase(replyText, "OK:") && runner.Result() == 0) status = 0;
-  return status;
+  output = runner.Execute2(std::string(toolFolder) + command, 1);
+  if (text::StartsWithIgnoreCase(output, "OK:") && runner.Result() == 0) return Status::Ok();
+  return Status::Failure(output);
 }
 
 void funAdmMailAlias(std::string_view, std::string_view, std::string_view, std::string_view, std::string_view) {}

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/status.h"
 #include "dispatch/request_context.h"
 
 namespace orvane::accounts {
@@ -18,13 +19,14 @@ std::string AccountDeleteCommand(bool local, std::string_view userID);
 // `toolFolder`: the mail server's folder ending in "\", prefix of the
 // command line. `userData`: the user-data array; position 0 is the user ID
 // (the account name), position 3 the password.
-// Proxy: the reply must begin with "OK:"; an unknown mode gives
-// "funAdmMailMember" CR LF "Invalid Case" and sends nothing. Local: the
-// output must begin with "OK:" and the exit code be 0; an unknown mode runs
-// nothing and fails with `replyText` unchanged. `replyText` receives the
-// tool's output (local) or the error text.
-short funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
-                       const std::vector<std::string>& userData, std::string& replyText);
+// Proxy: the reply must begin with "OK:"; a failure's trail is the refused
+// reply or the socket error (funExeProxyCommand), and an unknown mode fails
+// with "funAdmMailMember" CR LF "Invalid Case" and sends nothing. `output`
+// is left as it was. Local: `output` receives the tool's output, which must
+// begin with "OK:" with exit code 0; a failure's trail is that output. An
+// unknown mode runs nothing and fails with an empty trail.
+Status funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
+                        const std::vector<std::string>& userData, std::string& output);
 
 // Placeholder kept from the original family of alias routines: takes five
 // arguments and does nothing. Not wired to anything.

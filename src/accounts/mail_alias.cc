@@ -1,5 +1,6 @@
 #include "accounts/mail_alias.h"
 
+#include <utility>
 #include <vector>
 
 #include "accounts/exe_proxy.h"
@@ -43,13 +44,13 @@ AliasCommands PrepareCommands(bool local, std::string_view mode, std::string_vie
   return c;
 }
 
-// One alias command; `reply` receives the reply or the error text.
-short Run(const RequestContext& ctx, bool local, const std::string& command, std::string_view expectedWord,
-          std::string& reply) {
-  if (!local) return funExeProxyCommand(ctx, command, expectedWord, reply);
+// One alias command; a refusal's trail is the reply or the error text.
+Status Run(const RequestContext& ctx, bool local, const std::string& command, std::string_view expectedWord) {
+  if (!local) return funExeProxyCommand(ctx, command, expectedWord);
   ToolRunner runner(ExeProxyTimeout(ctx.config()));
-  reply = runner.Execute2(command, 1);
-  return ReplyAccepted(reply, expectedWord) && runner.Result() == 0 ? 0 : -1;
+  std::string reply = runner.Execute2(command, 1);
+  if (ReplyAccepted(reply, expectedWord) && runner.Result() == 0) return Status::Ok();
+  return Status::Failure(reply);
 }
 
 std::string Collision(std::string_view second_line) {
@@ -58,9 +59,8 @@ std::string Collision(std::string_view second_line) {
          "違う【エイリアス】を設定してください。";
 }
 
-// 0 when no other user holds `alias`; -1 with `errorText` otherwise.
-short CheckAlias(RequestContext& ctx, data::Connection& conn, std::string_view userID, std::string_view alias,
-                 std::string& errorText) {
+// Success when no other user holds `alias`.
+Status CheckAlias(RequestContext& ctx, data::Connection& conn, std::string_view userID, std::string_view alias) {
   data::Sql sql;
   sql << "select USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,IMAIL_FLG from " << data::Table(ctx.USR_MST)
       << " where (USER_ID=" << data::Quoted(alias) << ") or (MAIL =" << data::Quoted(alias) << " And IMAIL_FLG = '1')";
@@ -71,47 +71,39 @@ short CheckAlias(RequestContext& ctx, data::Connection& conn, std::string_view u
                                   : Collision("すでに別のユーザーが「同じエイリアス」で使用しています。");
     return true;
   };
-  if (Status s = data::SelectRows(conn, sql, {"USER_ID", "NAME_KJ", "NAME_KN", "MAIL", "IMAIL_FLG"}, check); !s.ok()) {
-    errorText = "Com052_funAdmMailAlias1" + std::string(text::kCrLf) + s.trail();
-    return -1;
-  }
-  if (!collision.empty()) {
-    errorText = collision;
-    return -1;
-  }
-  return 0;
+  if (Status s = data::SelectRows(conn, sql, {"USER_ID", "NAME_KJ", "NAME_KN", "MAIL", "IMAIL_FLG"}, check); !s.ok())
+    return std::move(s).From("Com052_funAdmMailAlias1");
+  if (!collision.empty()) return Status::Failure(collision);
+  return Status::Ok();
 }
 
 }  // namespace
 
-short funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string_view mode, std::string_view toolFolder,
-                       std::string_view userID, std::string_view alias, std::string_view aliasFlag,
-                       std::string_view oldAlias, std::string_view oldAliasFlag, std::string& errorText) {
-  short status = -1;
+Status funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string_view mode, std::string_view toolFolder,
+                        std::string_view userID, std::string_view alias, std::string_view aliasFlag,
+                        std::string_view oldAlias, std::string_view oldAliasFlag) {
   std::string server;
-  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return status;
+  // The answer code is on the response; there is no text of its own.
+  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return Status::Failure("");
   bool in_use = text::Trim(aliasFlag) == "1";
-  if (in_use && CheckAlias(ctx, conn, userID, alias, errorText) != 0) return status;
+  if (in_use) {
+    if (Status s = CheckAlias(ctx, conn, userID, alias); !s.ok()) return s;
+  }
 
   bool local = ToolsRunLocally(ctx.config());
   AliasCommands c = PrepareCommands(local, mode, toolFolder, userID, alias, in_use, oldAlias,
                                     text::Trim(oldAliasFlag) == "1", server);
-  if (!c.del.empty() && Run(ctx, local, c.del, "deleted", errorText) != 0) return status;
-  if (c.add.empty()) {
-    status = 0;
-    return status;
+  if (!c.del.empty()) {
+    if (Status s = Run(ctx, local, c.del, "deleted"); !s.ok()) return s;
   }
-  if (Run(ctx, local, c.add, "added", errorText) == 0) {
-    status = 0;
-    return status;
-  }
+  if (c.add.empty()) return Status::Ok();
+  Status added = Run(ctx, local, c.add, "added");
   // The account made for a new user goes again when its alias is taken on
-  // the mail server; the undo's own reply is not judged.
-  if (!c.undo.empty() && text::ContainsIgnoreCase(errorText, "alias exists")) {
-    std::string ignored;
-    Run(ctx, local, c.undo, "user", ignored);
-  }
-  return status;
+  // the mail server; the undo's own reply is not judged: the refusal of the
+  // alias is what the caller reports.
+  if (!added.ok() && !c.undo.empty() && text::ContainsIgnoreCase(added.trail(), "alias exists"))
+    Run(ctx, local, c.undo, "user").IgnoreError();
+  return added;
 }
 
 }  // namespace orvane::accounts

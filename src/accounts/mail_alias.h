@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/status.h"
 #include "data/db.h"
 #include "dispatch/request_context.h"
 
@@ -27,9 +28,11 @@ namespace orvane::accounts {
 // alias is deleted and the new one added as the mode and flags say. When a
 // new user's alias is refused with "alias exists", the account just created
 // is deleted again. ML_SERVER missing: "ERROR:READINFOFILE_SV_FOLDER" on the
-// response. Returns 0 or -1 with `errorText`.
-short funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string_view mode, std::string_view toolFolder,
-                       std::string_view userID, std::string_view alias, std::string_view aliasFlag,
-                       std::string_view oldAlias, std::string_view oldAliasFlag, std::string& errorText);
+// response and a failure with an empty trail. Code 0, or -1 with the
+// trail: the collision message, "Com052_funAdmMailAlias1" CR LF and the
+// database routine's trail, or the refused command's reply or error text.
+Status funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string_view mode, std::string_view toolFolder,
+                        std::string_view userID, std::string_view alias, std::string_view aliasFlag,
+                        std::string_view oldAlias, std::string_view oldAliasFlag);
 
 }  // namespace orvane::accounts

@@ -52,7 +52,9 @@ void Create_IMailList_Combo(RequestContext& ctx, std::string_view M_List) {
   QueryFrame frame(ctx);
   if (!frame.Open()) return;
   std::string lists;
-  funMailListGet(ctx, lists);
+  // A missing key has written its own answer code; the scan below still runs
+  // as it always has, and with no lists nothing is offered behind that code.
+  funMailListGet(ctx, lists).IgnoreError();
   std::vector<std::string> used;
   if (!ListsInUse(ctx, frame, used) || !frame.Close()) return;
   std::string own = text::Trim(M_List);

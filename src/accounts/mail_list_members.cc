@@ -27,30 +27,20 @@ struct ListChange {
 };
 
 // The list's folder must exist: directly, or as a non-empty FOLIST reply.
-short CheckListExists(const RequestContext& ctx, ListChange& change, std::string& errorText) {
-  if (!IsPlainListName(change.list)) {
-    errorText = SocketErrorText("List Exist Error(", 0);
-    return -1;
-  }
+Status CheckListExists(const RequestContext& ctx, ListChange& change) {
+  if (!IsPlainListName(change.list)) return Status::Failure(SocketErrorText("List Exist Error(", 0));
   std::string folder = ListFolderPath(change.folder, change.list);
   if (change.local) {
-    if (FileSystem().FolderExists(folder)) return 0;
-    errorText = SocketErrorText("List Exist Error(", 0);
-    return -1;
+    if (FileSystem().FolderExists(folder)) return Status::Ok();
+    return Status::Failure(SocketErrorText("List Exist Error(", 0));
   }
-  if (!OpenExeProxy(ctx, change.socket, errorText)) return -1;
+  if (Status s = OpenExeProxy(ctx, change.socket); !s.ok()) return s;
   int rc = change.socket->Write("FOLIST " + folder);
-  if (rc != 0) {
-    errorText = SocketErrorText("Socket Write Error(", rc);
-    return -1;
-  }
+  if (rc != 0) return Status::Failure(SocketErrorText("Socket Write Error(", rc));
   std::string reply;
   rc = change.socket->readLine(reply);
-  if (reply.empty()) {
-    errorText = SocketErrorText("List Exist Error(", rc);
-    return -1;
-  }
-  return 0;
+  if (reply.empty()) return Status::Failure(SocketErrorText("List Exist Error(", rc));
+  return Status::Ok();
 }
 
 // One line per entry that is not blank, each ended by CR LF.
@@ -61,28 +51,22 @@ std::string MemberFileContent(const std::vector<std::string>& entries) {
   return content;
 }
 
-short Quit(ListChange& change, std::string& errorText) {
-  if (int rc = QuitExeProxy(*change.socket); rc < 0) {
-    errorText = SocketErrorText("Socket Write Error(", rc);
-    return -1;
-  }
-  return 0;
+Status Quit(ListChange& change) {
+  if (int rc = QuitExeProxy(*change.socket); rc < 0) return Status::Failure(SocketErrorText("Socket Write Error(", rc));
+  return Status::Ok();
 }
 
 // users.lst, then users.txt; through the proxy the exchange ends with QUIT.
-short WriteMemberFiles(ListChange& change, std::string_view content, std::string& errorText) {
+Status WriteMemberFiles(ListChange& change, std::string_view content) {
   for (std::string_view file : {"users.lst", "users.txt"}) {
     std::string path = MemberFilePath(change.folder, change.list, file);
     if (change.local) {
-      if (int err = FileSystem().ReplaceFile(path, content); err != 0) {
-        errorText = ErrorNumberText(err);
-        return -1;
-      }
-    } else if (ProxyFwrite(*change.socket, path, content, errorText) != 0) {
-      return -1;
+      if (int err = FileSystem().ReplaceFile(path, content); err != 0) return Status::Failure(ErrorNumberText(err));
+    } else if (Status s = ProxyFwrite(*change.socket, path, content); !s.ok()) {
+      return s;
     }
   }
-  return change.local ? 0 : Quit(change, errorText);
+  return change.local ? Status::Ok() : Quit(change);
 }
 
 bool IsAmong(std::string_view address, const std::vector<std::string>& addresses) {
@@ -93,10 +77,9 @@ bool IsAmong(std::string_view address, const std::vector<std::string>& addresses
 
 }  // namespace
 
-short funDelMailListUser(RequestContext& ctx, std::string_view listName, std::string_view addresses,
-                         std::string& errorText) {
-  short status = -1;
+Status funDelMailListUser(RequestContext& ctx, std::string_view listName, std::string_view addresses) {
   std::vector<std::string> v;
+  // A missing key's answer code is on the response; there is no text of its own.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_DELMAILLIST_FOLDER"},
                          {"ML_SERVER", "ERROR:READINFOFILE_DELMAILLIST_SERVER"},
@@ -104,71 +87,47 @@ short funDelMailListUser(RequestContext& ctx, std::string_view listName, std::st
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_DELMAILLIST_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_DELMAILLIST_ISLOCAL"}},
                         v))
-    return status;
-  if (text::Trim(listName).empty()) {
-    errorText = kNoListName;
-    return status;
-  }
-  if (text::Trim(addresses).empty()) {
-    errorText = kNoAddresses;
-    return status;
-  }
+    return Status::Failure("");
+  if (text::Trim(listName).empty()) return Status::Failure(std::string(kNoListName));
+  if (text::Trim(addresses).empty()) return Status::Failure(std::string(kNoAddresses));
   ListChange change{v[0], std::string(listName), IsTruthValue(v[4]), nullptr};
-  if (CheckListExists(ctx, change, errorText) != 0) return status;
+  if (Status s = CheckListExists(ctx, change); !s.ok()) return s;
 
   std::vector<std::string> members;
-  if (funMailListUserGet(ctx, listName, members) != 0) {
-    errorText = kMembersUnreadable;
-    return status;
-  }
+  if (!funMailListUserGet(ctx, listName, members).ok()) return Status::Failure(std::string(kMembersUnreadable));
   std::vector<std::string> removed = text::Split(addresses, ","), kept;
   for (const std::string& m : members)
     if (!IsAmong(m, removed)) kept.push_back(m);
   std::string kept_text = text::Join(kept, ",");
   if (!kept_text.empty() && kept_text.back() == ',') kept_text.pop_back();
 
-  if (WriteMemberFiles(change, MemberFileContent(text::Split(kept_text, ",")), errorText) != 0) return status;
-  status = 0;
-  return status;
+  return WriteMemberFiles(change, MemberFileContent(text::Split(kept_text, ",")));
 }
 
-short funAddMailListUser(RequestContext& ctx, std::string_view listName, std::string_view addresses,
-                         std::string_view clearFlag, std::string& errorText) {
-  short status = -1;
+Status funAddMailListUser(RequestContext& ctx, std::string_view listName, std::string_view addresses,
+                          std::string_view clearFlag) {
   std::vector<std::string> v;
+  // A missing key's answer code is on the response; there is no text of its own.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_ADDMAILLIST_FOLDER"},
                          {"ML_SERVERIP", "ERROR:READINFOFILE_ADDMAILLIST_SERVERIP"},
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_ADDMAILLIST_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_ADDMAILLIST_ISLOCAL"}},
                         v))
-    return status;
-  if (text::Trim(listName).empty()) {
-    errorText = kNoListName;
-    return status;
-  }
+    return Status::Failure("");
+  if (text::Trim(listName).empty()) return Status::Failure(std::string(kNoListName));
   ListChange change{v[0], std::string(listName), IsTruthValue(v[3]), nullptr};
-  if (CheckListExists(ctx, change, errorText) != 0) return status;
+  if (Status s = CheckListExists(ctx, change); !s.ok()) return s;
 
   if (text::Trim(addresses).empty()) {
-    if (clearFlag == "1") {
-      if (WriteMemberFiles(change, "", errorText) != 0) return status;
-    } else if (!change.local) {
-      if (Quit(change, errorText) != 0) return status;
-    }
-    status = 0;
-    return status;
+    if (clearFlag == "1") return WriteMemberFiles(change, "");
+    return change.local ? Status::Ok() : Quit(change);
   }
   std::vector<std::string> members;
-  if (funMailListUserGet(ctx, listName, members) != 0) {
-    errorText = kMembersUnreadable;
-    return status;
-  }
+  if (!funMailListUserGet(ctx, listName, members).ok()) return Status::Failure(std::string(kMembersUnreadable));
   for (const std::string& a : text::Split(addresses, ","))
     if (!text::Trim(a).empty() && !IsAmong(a, members)) members.push_back(a);
-  if (WriteMemberFiles(change, MemberFileContent(members), errorText) != 0) return status;
-  status = 0;
-  return status;
+  return WriteMemberFiles(change, MemberFileContent(members));
 }
 
 }  // namespace orvane::accounts

@@ -28,8 +28,9 @@ bool IsPlainListName(std::string_view listName) {
          listName.find_first_of("\\/") == std::string_view::npos && listName.find('\0') == std::string_view::npos;
 }
 
-short funMailListGet(RequestContext& ctx, std::string& listText) {
+Status funMailListGet(RequestContext& ctx, std::string& listText) {
   std::vector<std::string> v;
+  // A missing key's answer code is on the response; there is no text of its own.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_MAILLIST_FOLDER"},
                          {"ML_MODE", "ERROR:READINFOFILE_MAILLIST_MODE"},
@@ -37,46 +38,46 @@ short funMailListGet(RequestContext& ctx, std::string& listText) {
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_MAILLIST_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_MAILLIST_ISLOCAL"}},
                         v))
-    return -1;
+    return Status::Failure("");
   const std::string &folder = v[0], &mode = v[1], &is_local = v[4];
-  if (mode != "2") return 0;
+  if (mode != "2") return Status::Ok();
   listText.clear();
   std::string root = ListRootPath(folder);
 
   if (IsTruthValue(is_local)) {
     FileSystem fso;
     for (const std::string& name : fso.SubFolderNames(root)) listText += name + std::string(text::kCrLf);
-    return 0;
+    return Status::Ok();
   }
   // A failed exchange is not reported: the caller sees no lists.
   std::unique_ptr<Socket> socket;
-  std::string ignored;
-  if (!OpenExeProxy(ctx, socket, ignored)) return 0;
+  if (!OpenExeProxy(ctx, socket).ok()) return Status::Ok();
   // Only a positive code counts as a failed write here, as the lists were
   // always read; Write never returns one, so a failure shows at the read.
-  if (socket->Write("FOLIST " + root + "\\*") > 0) return 0;
+  if (socket->Write("FOLIST " + root + "\\*") > 0) return Status::Ok();
   std::string reply;
-  if (socket->readLine(reply) != 0) return 0;
+  if (socket->readLine(reply) != 0) return Status::Ok();
   listText = text::ReplaceAll(reply, "|", text::kCrLf);
   QuitExeProxy(*socket);  // tested "> 0" like the other writes here: never a failure
-  return 0;
+  return Status::Ok();
 }
 
-short funMailListUserGet(RequestContext& ctx, std::string_view listName, std::vector<std::string>& members) {
-  short status = -1;
+Status funMailListUserGet(RequestContext& ctx, std::string_view listName, std::vector<std::string>& members) {
   members.clear();
   std::vector<std::string> v;
+  // Failures here carry no text: a missing key's answer code is on the
+  // response, and the callers report an unreadable list in their own words.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_MAILLISTUSER_FOLDER"},
                          {"ML_SERVERIP", "ERROR:READINFOFILE_MAILLISTUSER_SERVERIP"},
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_MAILLISTUSER_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_MAILLISTUSER_ISLOCAL"}},
                         v))
-    return status;
+    return Status::Failure("");
   const std::string &folder = v[0], &is_local = v[3];
 
   std::string lists;
-  funMailListGet(ctx, lists);
+  if (!funMailListGet(ctx, lists).ok()) return Status::Failure("");
   bool found = false;
   // Containment, not equality: a list named "sales" counts as existing when
   // only "sales-east" does, as the lists were always looked up.
@@ -84,23 +85,20 @@ short funMailListUserGet(RequestContext& ctx, std::string_view listName, std::ve
     std::string trimmed = text::Trim(name);
     if (!trimmed.empty() && text::ContainsIgnoreCase(trimmed, listName)) found = true;
   }
-  if (!found || !IsPlainListName(listName)) return status;
+  if (!found || !IsPlainListName(listName)) return Status::Failure("");
 
   std::string path = MemberFilePath(folder, listName);
   std::string content;
   if (IsTruthValue(is_local)) {
     FileSystem fso;
-    if (fso.FileExists(path) && fso.ReadAll(path, content) != 0) return status;
+    if (fso.FileExists(path) && fso.ReadAll(path, content) != 0) return Status::Failure("");
   } else {
     std::unique_ptr<Socket> socket;
-    std::string error;
-    if (!OpenExeProxy(ctx, socket, error)) return status;
-    if (ProxyFread(*socket, path, content, error) != 0) return status;
-    if (QuitExeProxy(*socket) < 0) return status;
+    if (!OpenExeProxy(ctx, socket).ok() || !ProxyFread(*socket, path, content).ok() || QuitExeProxy(*socket) < 0)
+      return Status::Failure("");
   }
   if (!content.empty()) members = text::Split(content, text::kCrLf);
-  status = 0;
-  return status;
+  return Status::Ok();
 }
 
 }  // namespace orvane::accounts

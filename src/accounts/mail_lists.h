@@ -4,15 +4,17 @@
 // the exe proxy (ML_ISLOCAL read as a truth value).
 //
 // This file lists the lists and reads a list's members; the changes of
-// members are in mail_list_members.h. Statuses: 0 success, -1 failure.
-// Configuration failures write their own "ERROR:READINFOFILE_..." code to
-// the response, as the callers expect.
+// members are in mail_list_members.h. Statuses: code 0 on success, -1 on
+// failure, with an empty trail: configuration failures write their own
+// "ERROR:READINFOFILE_..." code to the response, as the callers expect, and
+// the other failures have no text.
 #pragma once
 
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/status.h"
 #include "dispatch/request_context.h"
 
 namespace orvane::accounts {
@@ -31,13 +33,14 @@ bool IsPlainListName(std::string_view listName);
 // The names of the existing lists, each followed by CR LF, in folder order;
 // only when ML_MODE is "2" (otherwise `listText` is left as it is). Through
 // the proxy: "FOLIST <root>\*" and its "|"-separated reply. Socket failures
-// are not reported: they look like no lists at all. -1 only when a
+// are not reported: they look like no lists at all. Fails only when a
 // configuration key is missing.
-short funMailListGet(RequestContext& ctx, std::string& listText);
+Status funMailListGet(RequestContext& ctx, std::string& listText);
 
 // The member lines of `listName` (users.lst split at CR LF). The list is
 // taken to exist when one of the listed names contains `listName`, ignoring
-// case. -1 when it does not, on a socket failure or a missing key.
-short funMailListUserGet(RequestContext& ctx, std::string_view listName, std::vector<std::string>& members);
+// case. Fails when it does not, on a socket or read failure or a missing
+// key.
+Status funMailListUserGet(RequestContext& ctx, std::string_view listName, std::vector<std::string>& members);
 
 }  // namespace orvane::accounts

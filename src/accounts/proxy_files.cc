@@ -14,15 +14,14 @@ bool EndsWith(std::string_view s, std::string_view tail) {
 
 }  // namespace
 
-bool OpenExeProxy(const RequestContext& ctx, std::unique_ptr<Socket>& socket, std::string& errorText) {
-  if (funCreateObject_BASP21_socket(ctx, socket, errorText) != 0) return false;
+Status OpenExeProxy(const RequestContext& ctx, std::unique_ptr<Socket>& socket) {
+  if (Status s = funCreateObject_BASP21_socket(ctx, socket); !s.ok()) return s;
   int rc = socket->Connect(ctx.config().Get("ML_SERVERIP"), ctx.config().Get("ML_EXEPROXY_PORT"));
   if (rc != 0) {
-    errorText = SocketErrorText("Connect Error(", rc);
     socket.reset();
-    return false;
+    return Status::Failure(SocketErrorText("Connect Error(", rc));
   }
-  return true;
+  return Status::Ok();
 }
 
 int QuitExeProxy(Socket& socket) {
@@ -31,42 +30,30 @@ int QuitExeProxy(Socket& socket) {
   return rc;
 }
 
-short ProxyFread(Socket& socket, std::string_view path, std::string& content, std::string& errorText) {
+Status ProxyFread(Socket& socket, std::string_view path, std::string& content) {
   content.clear();
   int rc = socket.Write("FREAD " + std::string(path));
-  if (rc < 0) {
-    errorText = SocketErrorText("Socket Write Error(", rc);
-    return -1;
-  }
+  if (rc < 0) return Status::Failure(SocketErrorText("Socket Write Error(", rc));
   for (std::string line;;) {
-    if ((rc = socket.readLine(line)) != 0) {
-      errorText = SocketErrorText("Socket Read Error(", rc);
-      return -1;
-    }
+    if ((rc = socket.readLine(line)) != 0) return Status::Failure(SocketErrorText("Socket Read Error(", rc));
     if (line.size() >= kEofMarker.size() && EndsWith(line, kEofMarker)) {
       content.append(line, 0, line.size() - kEofMarker.size());
-      return 0;
+      return Status::Ok();
     }
     content.append(line).append(text::kCrLf);
   }
 }
 
-short ProxyFwrite(Socket& socket, std::string_view path, std::string_view content, std::string& errorText) {
+Status ProxyFwrite(Socket& socket, std::string_view path, std::string_view content) {
   // The proxy takes as content everything after the path's blank up to the
   // CR LF in front of the "[EOF]" line, so the content travels unchanged.
   int rc = socket.Write("FWRITE " + std::string(path) + " " + std::string(content));
   if (rc == 0) rc = socket.Write(kEofMarker);
-  if (rc != 0) {
-    errorText = SocketErrorText("Socket Write Error(", rc) + "(FWRITE)";
-    return -1;
-  }
+  if (rc != 0) return Status::Failure(SocketErrorText("Socket Write Error(", rc) + "(FWRITE)");
   std::string reply;
   rc = socket.readLine(reply);
-  if (rc != 0 || reply != "OK") {
-    errorText = SocketErrorText("Socket Read Error(", rc) + "(FWRITE)";
-    return -1;
-  }
-  return 0;
+  if (rc != 0 || reply != "OK") return Status::Failure(SocketErrorText("Socket Read Error(", rc) + "(FWRITE)");
+  return Status::Ok();
 }
 
 }  // namespace orvane::accounts

@@ -1,5 +1,6 @@
 #include "accounts/section_mail_list.h"
 
+#include <utility>
 #include <vector>
 
 #include "accounts/mail_list_members.h"
@@ -8,15 +9,11 @@
 
 namespace orvane::accounts {
 
-short funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_view sectionCode, std::string_view userID,
-                     std::string& errorText) {
-  short status = -1;
+Status funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_view sectionCode,
+                      std::string_view userID) {
   std::string server;
-  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return status;
-  auto failed = [&](const std::string& error) {
-    errorText = "funDelMailList" + std::string(text::kCrLf) + error;
-    return status;
-  };
+  // The answer code is on the response; there is no text of its own.
+  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return Status::Failure("");
   data::Sql sql;
   sql << "select IMAIL_LIST from " << data::Table(ctx.SEC_MST) << " where SEC_CD = " << data::Quoted(sectionCode);
   std::string list;
@@ -24,12 +21,9 @@ short funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_vi
     list = text::Trim(row[0]);
     return false;  // the first row decides
   };
-  if (Status s = data::SelectRows(conn, sql, {"IMAIL_LIST"}, keep); !s.ok()) return failed(s.trail());
-  std::string error;
-  if (!list.empty() && funDelMailListUser(ctx, list, text::Trim(userID) + "@" + server, error) != 0)
-    return failed(error);
-  status = 0;
-  return status;
+  if (Status s = data::SelectRows(conn, sql, {"IMAIL_LIST"}, keep); !s.ok()) return std::move(s).From("funDelMailList");
+  if (list.empty()) return Status::Ok();
+  return funDelMailListUser(ctx, list, text::Trim(userID) + "@" + server).From("funDelMailList");
 }
 
 }  // namespace orvane::accounts

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/status.h"
 #include "data/db.h"
 #include "dispatch/request_context.h"
 
@@ -13,9 +14,10 @@ namespace orvane::accounts {
 // Looks up the section's IMAIL_LIST in the section table of the current
 // table set and removes "<userID>@<ML_SERVER>" from that list. A section
 // without a list succeeds with nothing done. ML_SERVER missing:
-// "ERROR:READINFOFILE_SV_FOLDER" on the response. Errors: "funDelMailList"
-// CR LF and the error text; 0 or -1.
-short funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_view sectionCode, std::string_view userID,
-                     std::string& errorText);
+// "ERROR:READINFOFILE_SV_FOLDER" on the response and a failure with an
+// empty trail. Other failures: code -1, the trail "funDelMailList" CR LF
+// and the inner routine's trail (the database routine's cause kept).
+Status funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_view sectionCode,
+                      std::string_view userID);
 
 }  // namespace orvane::accounts

@@ -12,10 +12,12 @@
 #include "accounts/tool_runner.h"
 #include "support/exe_proxy_peer.h"
 #include "support/mail_env.h"
+#include "support/status_code.h"
 
 namespace orvane::accounts {
 namespace {
 
+using orvane::testing::Code;
 using orvane::testing::ExeProxyPeer;
 using orvane::testing::MailEnv;
 using orvane::testing::ReadFile;
@@ -31,7 +33,7 @@ TEST(AdmMailMemberProxy, SendsEachModesCommandLineAndJudgesTheReply) {
     std::optional<B> peer;  // unset: nothing listening
     const char* scripted;   // the SPEXE reply
     short status;
-    const char* reply;  // "before" when left as it was
+    const char* reply;  // the error text; "before" when left as it was
     Sent sent;
   } cases[] = {
       {"1", B::kServe, "OK: done", 0, "before", {"SPEXE D:\\IMail\\adduser.exe -kill suzuki\r\n" + quit}},
@@ -51,9 +53,9 @@ TEST(AdmMailMemberProxy, SendsEachModesCommandLineAndJudgesTheReply) {
     env.Ini("ML_ISLOCAL=False\nML_SERVERIP=127.0.0.1\nML_EXEPROXY_PORT=" + peer->Port() + "\nML_EXEPROXY_TIMEOUT=1\n");
     peer->QueueSpexeReplies({c.scripted});
     if (!c.peer) peer.reset();
-    std::string reply = "before";
+    std::string reply = "before", output;
     auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(funAdmMailMember(env.Context(), c.mode, "D:\\IMail\\", kUser, reply), c.status);
+    EXPECT_EQ(Code(funAdmMailMember(env.Context(), c.mode, "D:\\IMail\\", kUser, output), reply), c.status);
     // A silent proxy ends at the configured second, far from a hang.
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     EXPECT_EQ(reply, c.reply);
@@ -70,21 +72,22 @@ TEST(AdmMailMemberLocal, RunsTheToolWithoutAShellFromAFolderWithABlank) {
     std::string password;
     const char* tool;  // run after logging its arguments; nullptr: no tool there
     short status;
-    const char* reply;  // "untouched" when left as it was
-    std::string args;   // one argument a line, as the tool received them
+    const char* output;  // "untouched" when left as it was
+    const char* error;   // the failure's text: a refused run's output
+    std::string args;    // one argument a line, as the tool received them
   } cases[] = {
-      {"1", "pw1", "echo 'OK: done'", 0, "OK: done\n", "-kill\n-u\nsuzuki\n"},
-      {"2", "pw1", "echo 'OK: done'", 0, "OK: done\n", "-m\n-u\nsuzuki\n-p\npw1\n"},
+      {"1", "pw1", "echo 'OK: done'", 0, "OK: done\n", "", "-kill\n-u\nsuzuki\n"},
+      {"2", "pw1", "echo 'OK: done'", 0, "OK: done\n", "", "-m\n-u\nsuzuki\n-p\npw1\n"},
       // Shell characters stay one literal argument: nothing is run.
-      {"3", shell, "echo 'OK: done'", 0, "OK: done\n", "-u\nsuzuki\n-p\n" + shell + "\n"},
-      {"3", "pw1", "echo 'OK: done'; exit 3", -1, "OK: done\n", add},
-      {"3", "pw1", "echo 'user exists'", -1, "user exists\n", add},
-      {"3", "pw1", "sleep 30", -1, "Execute Timeout(1)", add},
-      {"3", "pw1", nullptr, -1, "Execute Error(2)", ""},
-      {"4", "pw1", "echo 'OK: done'", -1, "untouched", ""},
+      {"3", shell, "echo 'OK: done'", 0, "OK: done\n", "", "-u\nsuzuki\n-p\n" + shell + "\n"},
+      {"3", "pw1", "echo 'OK: done'; exit 3", -1, "OK: done\n", "OK: done\n", add},
+      {"3", "pw1", "echo 'user exists'", -1, "user exists\n", "user exists\n", add},
+      {"3", "pw1", "sleep 30", -1, "Execute Timeout(1)", "Execute Timeout(1)", add},
+      {"3", "pw1", nullptr, -1, "Execute Error(2)", "Execute Error(2)", ""},
+      {"4", "pw1", "echo 'OK: done'", -1, "untouched", "", ""},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.reply);
+    SCOPED_TRACE(c.output);
     MailEnv env;
     env.Ini("ML_ISLOCAL=true\nML_EXEPROXY_TIMEOUT=1\n");
     if (c.tool) {
@@ -94,12 +97,13 @@ TEST(AdmMailMemberLocal, RunsTheToolWithoutAShellFromAFolderWithABlank) {
     }
     std::vector<std::string> user = kUser;
     user[3] = c.password;
-    std::string reply = "untouched", folder = env.dir().File("mail tools/");
+    std::string output = "untouched", error, folder = env.dir().File("mail tools/");
     std::replace(folder.begin(), folder.end(), '/', '\\');  // as the system writes it
     auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(funAdmMailMember(env.Context(), c.mode, folder, user, reply), c.status);
+    EXPECT_EQ(Code(funAdmMailMember(env.Context(), c.mode, folder, user, output), error), c.status);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
-    EXPECT_EQ(reply, c.reply);
+    EXPECT_EQ(output, c.output);
+    EXPECT_EQ(error, c.error);
     EXPECT_EQ(ReadFile(env.dir().File("mail tools/args.log")), c.args);
     for (const char* planted : {"pwned", "z", "q", "mail tools/pwned", "mail tools/z", "mail tools/q"})
       EXPECT_FALSE(std::filesystem::exists(env.dir().File(planted)));

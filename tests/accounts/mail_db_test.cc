@@ -80,13 +80,13 @@ TEST_P(MailDb, DelMailListTakesTheUserOutOfTheSectionsList) {
   Sections({{"0001", " sales "}, {"0002", nullptr}, {"0003", "gone"}});
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
-    EXPECT_EQ(funDelMailList(ctx, conn, "0001", " SUZUKI ", error), 0);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "0001", " SUZUKI "), error), 0);
     EXPECT_EQ(ReadFile(dir().File("mail/Lists/sales/users.lst")), "b@example.jp\r\n");
     EXPECT_EQ(ReadFile(dir().File("mail/Lists/sales/users.txt")), "b@example.jp\r\n");
-    EXPECT_EQ(funDelMailList(ctx, conn, "0002", "b", error), 0);
-    EXPECT_EQ(funDelMailList(ctx, conn, "9999", "b", error), 0);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "0002", "b"), error), 0);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "9999", "b"), error), 0);
     EXPECT_EQ(error, "");
-    EXPECT_EQ(funDelMailList(ctx, conn, "0003", "b", error), -1);
+    EXPECT_EQ(Code(funDelMailList(ctx, conn, "0003", "b"), error), -1);
     EXPECT_EQ(error, "funDelMailList\r\nList Exist Error(0)");
     EXPECT_EQ(ctx.response(), "");
   });
@@ -130,7 +130,8 @@ TEST_P(MailDb, AliasIsCheckedThenDeletedThenAddedThroughTheProxy) {
     WithRequest([&](RequestContext& ctx, data::Connection& conn) {
       std::string error;
       EXPECT_EQ(
-          funAdmMailAlias1(ctx, conn, c.mode, "D:\\IMail\\", "suzuki", c.alias, c.flag, c.old_alias, c.old_flag, error),
+          Code(funAdmMailAlias1(ctx, conn, c.mode, "D:\\IMail\\", "suzuki", c.alias, c.flag, c.old_alias, c.old_flag),
+               error),
           c.status);
       EXPECT_EQ(error, c.error);
       EXPECT_EQ(ctx.response(), "");
@@ -147,7 +148,7 @@ TEST_P(MailDb, AliasRunsTheLocalToolsAndUndoesWithTheLocalDeleteForm) {
   WriteConfig("ML_ISLOCAL=TRUE\nML_EXEPROXY_TIMEOUT=1\n");
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
-    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", dir().File("tools/"), "suzuki", "new", "1", "", "0", error), -1);
+    EXPECT_EQ(Code(funAdmMailAlias1(ctx, conn, "3", dir().File("tools/"), "suzuki", "new", "1", "", "0"), error), -1);
     EXPECT_EQ(error, "alias exists\n");
   });
   EXPECT_EQ(ReadFile(dir().File("tools/runs.log")),
@@ -158,8 +159,7 @@ TEST_P(MailDb, AliasReportsAMissingServerAndAFailingQuery) {
   Users();
   WriteConfig("ML_SERVER=\n");
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
-    std::string error;
-    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", "D:\\", "suzuki", "new", "1", "", "0", error), -1);
+    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", "D:\\", "suzuki", "new", "1", "", "0").code(), -1);
     EXPECT_EQ(ctx.response(), "ERROR:READINFOFILE_SV_FOLDER");
   });
   WriteConfig();
@@ -168,7 +168,7 @@ TEST_P(MailDb, AliasReportsAMissingServerAndAFailingQuery) {
   Exec(drop);
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
-    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", "D:\\", "suzuki", "new", "1", "", "0", error), -1);
+    EXPECT_EQ(Code(funAdmMailAlias1(ctx, conn, "3", "D:\\", "suzuki", "new", "1", "", "0"), error), -1);
     EXPECT_EQ(error.rfind("Com052_funAdmMailAlias1\r\n[Com_funSelect]", 0), 0u) << error;
   });
 }
