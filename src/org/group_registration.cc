@@ -64,10 +64,9 @@ void AddMembersToList(const RequestContext& ctx, data::Connection& conn, const s
   };
   if (Status s = data::SelectRows(conn, sql, {"USER_ID"}, add); !s.ok() || addresses.empty()) return;
   RequestContext side = ctx;
-  std::string error;
   // The registration is committed whatever the list says; it catches up
   // with the group's next list change.
-  (void)accounts::funAddMailListUser(side, list, text::Join(addresses, ","), "0", error);
+  accounts::funAddMailListUser(side, list, text::Join(addresses, ","), "0").IgnoreError();
 }
 
 }  // namespace
