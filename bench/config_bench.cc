@@ -29,10 +29,10 @@ const std::string& Path() {
 
 void BM_ComIniFileLoad(benchmark::State& state) {
   orvane::ConfigFile config(Path());
-  std::string value, message;
-  bool found = false;
+  std::string value;
   for (auto _ : state) {
-    config.ComIniFileLoad("LOCAL_DB_DSN", value, message, found);
+    orvane::Status s = config.ComIniFileLoad("LOCAL_DB_DSN", value);
+    benchmark::DoNotOptimize(s);
     benchmark::DoNotOptimize(value);
   }
 }

@@ -34,11 +34,9 @@ int InitDb(const InitDbOptions& o) {
   if (!o.print_ddl.empty()) return PrintDdl(o.print_ddl);
   ConfigFile config(o.config);
   data::UseOdbcIniBeside(config.Folder());
-  std::string dsn, message;
-  bool found = false;
-  config.ComIniFileLoad("LOCAL_DB_DSN", dsn, message, found);
-  if (!found) {
-    std::cerr << "orvane init-db: no data source: LOCAL_DB_DSN in " << o.config << ": " << message << "\n";
+  std::string dsn;
+  if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) {
+    std::cerr << "orvane init-db: no data source: LOCAL_DB_DSN in " << o.config << ": " << s.trail() << "\n";
     return 1;
   }
   data::Connection conn;

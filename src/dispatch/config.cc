@@ -64,33 +64,23 @@ std::shared_ptr<const ConfigEntries> ConfigFile::Load(std::string& error) const 
   return parsed;
 }
 
-void ConfigFile::ComIniFileLoad(std::string_view key, std::string& value, std::string& message, bool& found) const {
+Status ConfigFile::ComIniFileLoad(std::string_view key, std::string& value) const {
   value.clear();
-  message.clear();
-  found = false;
   std::string error;
   std::shared_ptr<const ConfigEntries> entries = Load(error);
-  if (!entries) {
-    message = "環境ファイル(" + path_ + ")を開けません。" + error;
-    return;
-  }
+  if (!entries) return Status::Failure("環境ファイル(" + path_ + ")を開けません。" + error);
   auto it = entries->find(text::ToUpperAscii(key));
-  if (it == entries->end()) {
-    message = "環境ファイル(" + path_ + ")に『" + std::string(key) + "』が存在しません。";
-    return;
-  }
-  if (it->second.empty()) {
-    message = "環境ファイル(" + path_ + ")の\"" + std::string(key) + "\"は無効な設定です";
-    return;
-  }
+  if (it == entries->end())
+    return Status::Failure("環境ファイル(" + path_ + ")に『" + std::string(key) + "』が存在しません。");
+  if (it->second.empty())
+    return Status::Failure("環境ファイル(" + path_ + ")の\"" + std::string(key) + "\"は無効な設定です");
   value = it->second;
-  found = true;
+  return Status::Ok();
 }
 
 std::string ConfigFile::Get(std::string_view key) const {
-  std::string value, message;
-  bool found = false;
-  ComIniFileLoad(key, value, message, found);
+  std::string value;
+  ComIniFileLoad(key, value).IgnoreError();  // a missing key reads as empty here, by design
   return value;
 }
 

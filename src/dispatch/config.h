@@ -7,6 +7,8 @@
 // Thread-safe: one ConfigFile is shared by all request threads.
 #pragma once
 
+#include "base/status.h"
+
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,10 +33,10 @@ class ConfigFile {
   // The folder that holds the file, with no trailing "/" ("." for a bare name).
   std::string Folder() const;
 
-  // Looks `key` up. On success `value` holds the value, `message` is empty and
-  // `found` is true. Otherwise `found` is false, `value` is empty and
-  // `message` says why (missing file, missing key or empty value).
-  void ComIniFileLoad(std::string_view key, std::string& value, std::string& message, bool& found) const;
+  // Looks `key` up. On success `value` holds the value. Otherwise `value` is
+  // empty and the failure's trail says why (missing file, missing key or
+  // empty value).
+  Status ComIniFileLoad(std::string_view key, std::string& value) const;
 
   // Convenience for callers that only need the value: empty when not found.
   std::string Get(std::string_view key) const;

@@ -3,9 +3,7 @@
 namespace orvane {
 
 bool ReadRequiredKey(RequestContext& ctx, std::string_view key, std::string_view error, std::string& value) {
-  std::string message;
-  bool found = false;
-  ctx.config().ComIniFileLoad(key, value, message, found);
+  bool found = ctx.config().ComIniFileLoad(key, value).ok();
   if (!found) ctx.Write(error);
   return found;
 }

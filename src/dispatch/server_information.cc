@@ -21,9 +21,7 @@ std::string MenuItems(const MenuCatalogue& catalogue, std::string_view number) {
 void GetServerInformation(RequestContext& ctx) {
   std::string values[std::size(kKeys)];
   for (size_t i = 0; i < std::size(kKeys); ++i) {
-    std::string message;
-    bool found = false;
-    ctx.config().ComIniFileLoad(kKeys[i], values[i], message, found);
+    bool found = ctx.config().ComIniFileLoad(kKeys[i], values[i]).ok();
     if (kKeys[i] == "MAINFORM_BACK_COLOR") {
       if (!found || text::CodePointLength(values[i]) != 6) values[i] = "FFFFFF";
       continue;

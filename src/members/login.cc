@@ -42,10 +42,8 @@ Status Com_funGetUserData(data::Connection& conn, const std::string& member_tabl
 
 LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
                    const std::string& password, Session& session, std::string& error) {
-  std::string dsn, message;
-  bool has_dsn = false;
-  config.ComIniFileLoad("LOCAL_DB_DSN", dsn, message, has_dsn);
-  if (!has_dsn) return LoginOutcome::kNoConfig;
+  std::string dsn;
+  if (!config.ComIniFileLoad("LOCAL_DB_DSN", dsn).ok()) return LoginOutcome::kNoConfig;
   // An empty id is no user, whatever the table holds.
   if (user_id.empty()) return LoginOutcome::kRefused;
 

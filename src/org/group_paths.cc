@@ -127,10 +127,8 @@ void FinishTreeChange(RequestContext& ctx, WriteFrame& frame) {
 }
 
 Status LoadSecHierarchical(const ConfigFile& config, ApplicationStore& app) {
-  std::string dsn, message;
-  bool found = false;
-  config.ComIniFileLoad("LOCAL_DB_DSN", dsn, message, found);
-  if (!found) return Status::Failure(message);
+  std::string dsn;
+  if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) return s;
   data::Connection conn;
   if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) return s;
   Array2D hier;

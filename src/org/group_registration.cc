@@ -50,10 +50,8 @@ Status Count(data::Connection& conn, const data::Sql& sql, long& count) {
 // it meets (a missing key, a dead proxy) changes this request's answer.
 void AddMembersToList(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
                       const std::string& list, const std::string& today) {
-  std::string server, message;
-  bool found = false;
-  ctx.config().ComIniFileLoad("ML_SERVER", server, message, found);
-  if (!found) return;
+  std::string server;
+  if (!ctx.config().ComIniFileLoad("ML_SERVER", server).ok()) return;
   data::Sql sql;
   sql << "select USER_ID from " << Table(ctx.SEC_MEM) << " where SEC_CD = " << Quoted(sec_cd)
       << " and ST_YMD <= " << Quoted(today) << " and ED_YMD >= " << Quoted(today) << " order by USER_SEQ";

@@ -18,7 +18,9 @@ struct Lookup {
 
 Lookup Find(const ConfigFile& f, std::string_view key) {
   Lookup l;
-  f.ComIniFileLoad(key, l.value, l.message, l.found);
+  Status s = f.ComIniFileLoad(key, l.value);
+  l.found = s.ok();
+  l.message = s.trail();
   return l;
 }
 
