@@ -1,0 +1,274 @@
+// The tree changes (201-203 group registration, 212 move, 210 reorder) on a
+// real SQLite and PostgreSQL database, checked by the rows they leave.
+#include <gtest/gtest.h>
+
+#include <array>
+
+#include "base/text.h"
+#include "org/group_registration.h"
+#include "support/db_fixture.h"
+#include "support/exe_proxy_peer.h"
+#include "support/mail_env.h"
+
+namespace orvane::org {
+namespace {
+
+using data::Quoted;
+using data::Table;
+using orvane::testing::Cells;
+
+class GroupChanges : public orvane::testing::DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    session().Set("PUB_USR_ID", "admin");
+    // 0000 本社 ─ 0001 営業部 ─ 0011 東京 ─ 0111 丸の内
+    //          └ 0002 総務部
+    for (const char* table : {"T_SECTION", "T_SECTION_WORK"}) {
+      Section(table, "0000", "9999", "001", "0000", "本社");
+      Section(table, "0001", "0000", "001", "0000/0001", "/ 営業部", "B00000001");
+      Section(table, "0002", "0000", "002", "0000/0002", "/ 総務部");
+      Section(table, "0011", "0001", "001", "0000/0001/0011", "/ 営業部 / 東京");
+      Section(table, "0111", "0011", "001", "0000/0001/0011/0111", "/ 営業部 / 東京 / 丸の内");
+    }
+  }
+  void Section(const std::string& table, const std::string& code, const std::string& parent, const std::string& seq,
+               const std::string& tree, const std::string& tree_nm, const std::string& busho = "",
+               const std::string& upd_kbn = "3") {
+    Insert(table, {{"SEC_CD", code},
+                   {"JOI_SEC", parent},
+                   {"SEC_SEQ", seq},
+                   {"SEC_TREE", tree},
+                   {"TREE_NM", tree_nm},
+                   {"SEC_NM", text::Split(tree_nm, "/ ").back()},
+                   {"BUSHO_CD", busho},
+                   {"UPD_KBN", upd_kbn}});
+  }
+  // "JOI_SEC|SEC_SEQ|SEC_TREE|TREE_NM|UPD_KBN" of one section, "" when absent.
+  std::string Sec(const std::string& code, const char* table = "T_SECTION") {
+    Cells rows = Rows(data::Sql() << "select JOI_SEC,SEC_SEQ,SEC_TREE,TREE_NM,UPD_KBN from " << Table(table)
+                                  << " where SEC_CD = " << Quoted(code));
+    return rows.empty() ? "" : text::Join(rows[0], "|");
+  }
+  std::string All(const char* table = "T_SECTION") {
+    std::string out;
+    for (const auto& row : Rows(data::Sql() << "select SEC_CD,JOI_SEC,SEC_SEQ,SEC_TREE,TREE_NM,SEC_NM,BUSHO_CD,UPD_KBN"
+                                               " from "
+                                            << Table(table) << " order by SEC_CD"))
+      out += text::Join(row, "|") + "\n";
+    return out;
+  }
+};
+
+TEST_P(GroupChanges, AddNumbersCodesAndOrdersAndBuildsBothPaths) {
+  struct Case {
+    const char* query;
+    const char* answer;
+    const char* code;
+    const char* row;  // JOI_SEC|SEC_SEQ|SEC_TREE|TREE_NM|UPD_KBN
+  } cases[] = {
+      {"ReqNo=201&Group_cd=0000&Group_nm=開発部", "OK", "0112", "0000|003|0000/0112|/ 開発部|3"},
+      {"ReqNo=201&Group_cd=0111&Group_nm=A%2F%20B%20C", "OK", "0113",
+       "0111|001|0000/0001/0011/0111/0113|/ 営業部 / 東京 / 丸の内 / A/BC|3"},
+      {"ReqNo=201&Group_cd=0002&Group_nm=O%27Brien", "OK", "0114", "0002|001|0000/0002/0114|/ 総務部 / O'Brien|3"},
+      {"ReqNo=201&Group_cd=0002&Group_nm=x&BUSHO_CD=B0000001", "ERROR:ALREADYBUSHO", "0115", ""},
+      {"ReqNo=201&Group_cd=0002&Group_nm=x&BUSHO_CD=B000000001", "ERROR:ALREADYBUSHO", "0115", ""},
+      {"ReqNo=201&Group_cd=0002&Group_nm=x&BUSHO_CD=B00000001", "ERROR:ALREADYBUSHO", "0115", ""},
+      {"ReqNo=201&Group_cd=0002&Group_nm=x&BUSHO_CD=B00000002", "OK", "0115", "0002|002|0000/0002/0115|/ 総務部 / x|3"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Request(c.query), c.answer) << c.query;
+    EXPECT_EQ(Sec(c.code), c.row) << c.query;
+  }
+  EXPECT_EQ(Rows(data::Sql() << "select SEC_NM,BUSHO_CD from " << Table("T_SECTION") << " where SEC_CD = '0113'"),
+            Cells({{"A/ B C", ""}}));
+
+  // A parent's deleted children still count, and the codes wrap from 9999
+  // (to "0000", free here: the work copy lost its top).
+  Section("T_SECTION_WORK", "9999", "0002", "004", "0000/0002/9999", "/ 総務部 / 旧", "", "1");
+  Exec(data::Sql() << "delete from " << Table("T_SECTION_WORK") << " where SEC_CD = '0000'");
+  EXPECT_EQ(Request("ReqNo=201&DBFlg=1&Group_cd=0002&Group_nm=y"), "OK");
+  EXPECT_EQ(Sec("0000", "T_SECTION_WORK"), "0002|005|0000/0002/0000|/ 総務部 / y|3");
+}
+
+TEST_P(GroupChanges, DepartmentCodesAndThePersonnelMode) {
+  {
+    ConfigFile config(ConfigPath());
+    RequestContext ctx(config, session(), app(), clock());
+    data::Connection conn;
+    ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+    EXPECT_TRUE(funCheckBUSHO_CD(ctx, conn, "0001", "B00000001").ok());  // its own code
+    EXPECT_EQ(funCheckBUSHO_CD(ctx, conn, "0002", "B00000001").trail(),
+              "funCheckBUSHO_CD\r\n入力された部署コードは既に別のグループで使用しています。"
+              "別の部署コードを設定してください。");
+    EXPECT_EQ(funCheckBUSHO_CD(ctx, conn, "", "部署コード八文字").trail(),
+              "funCheckBUSHO_CD\r\n部署コードの指定に誤りがあります");
+  }
+  struct Case {
+    const char* query;
+    const char* answer;
+  } cases[] = {
+      {"ReqNo=201&Group_cd=0000&Group_nm=a&BUSHO_CD=B00000001", "ERROR:ALREADYBUSHO"},
+      {"ReqNo=201&DBFlg=1&Group_cd=0000&Group_nm=a&BUSHO_CD=B00000002", "ERROR:ALREADYBUSHO"},
+      {"ReqNo=201&DBFlg=1&Group_cd=0000&Group_nm=a&BUSHO_CD=B00000003", "OK"},  // used only by a deleted group
+      {"ReqNo=202&Group_cd=0001&Group_nm=営業部&BUSHO_CD=B00000001", "OK"},     // 202 passes it empty
+  };
+  Section("T_SECTION_WORK", "0003", "0000", "003", "0000/0003", "/ 削除済", "B00000003", "1");
+  Section("T_SECTION_WORK", "0004", "0000", "004", "0000/0004", "/ 生", "B00000002");
+  for (const Case& c : cases) EXPECT_EQ(Request(c.query), c.answer) << c.query;
+  EXPECT_EQ(Rows(data::Sql() << "select BUSHO_CD from " << Table("T_SECTION") << " where SEC_CD = '0001'"),
+            Cells({{""}}));
+
+  WriteConfig("JNJI_MODE=2\n");
+  Exec(data::Sql() << "update " << Table("T_SECTION") << " set BUSHO_CD = 'KEEP'");
+  EXPECT_EQ(Request("ReqNo=201&Group_cd=0000&Group_nm=z&BUSHO_CD=123"), "OK");
+  EXPECT_EQ(Request("ReqNo=202&Group_cd=0002&Group_nm=総務"), "OK");
+  EXPECT_EQ(Rows(data::Sql() << "select SEC_CD,BUSHO_CD from " << Table("T_SECTION")
+                             << " where SEC_CD in ('0002', '0112') order by SEC_CD"),
+            Cells({{"0002", "KEEP"}, {"0112", ""}}));
+}
+
+TEST_P(GroupChanges, RenameRewritesEveryDescendantsNamePath) {
+  EXPECT_EQ(Request("ReqNo=202&Group_cd=0001&Group_nm=営業本部&Disp_NM=営&M_LIST="), "OK");
+  EXPECT_EQ(Sec("0001"), "0000|001|0000/0001|/ 営業本部|2");
+  EXPECT_EQ(Sec("0011"), "0001|001|0000/0001/0011|/ 営業本部 / 東京|2");
+  EXPECT_EQ(Sec("0111"), "0011|001|0000/0001/0011/0111|/ 営業本部 / 東京 / 丸の内|2");
+  EXPECT_EQ(Sec("0001", "T_SECTION_WORK"), "0000|001|0000/0001|/ 営業部|3");
+  // The top's own path is its name; below it, paths start with "/ ".
+  EXPECT_EQ(Request("ReqNo=202&Group_cd=0000&Group_nm=新本社"), "OK");
+  EXPECT_EQ(Sec("0000"), "9999|001|0000|新本社|2");
+  EXPECT_EQ(Sec("0111"), "0011|001|0000/0001/0011/0111|/ 営業本部 / 東京 / 丸の内|2");
+}
+
+TEST_P(GroupChanges, DeleteRemovesALeafWithItsRowsAndLeavesAParentAlone) {
+  const std::string before = All();
+  EXPECT_EQ(Request("ReqNo=203&Group_cd=0011"), "OK");
+  EXPECT_EQ(All(), before);
+
+  auto groupware = [&](const char* table) {
+    return Rows(data::Sql() << "select count(*) as N from " << Table(table))[0][0];
+  };
+  const char* opened[] = {"t_bbsopen",  "t_rsvopen",  "t_schopen",   "t_cabopen",
+                          "t_linkopen", "t_adbkopen", "T_TOPICOPEN", "WF_KENGEN"};
+  auto seed = [&] {
+    for (const char* t : opened) {
+      Insert(t, {{"OPEN_ID", "0111"}, {"OPEN_KBN", "1"}});
+      Insert(t, {{"OPEN_ID", "0111"}, {"OPEN_KBN", "2"}});  // opened to a user with that id: kept
+    }
+    Insert("t_schopen", {{"KEY_CD", "$0111"}});
+    Insert("EVENT_GPINFO", {{"SEC_CD", "0111"}});
+    Insert("schedule_info", {{"syokuin_cd", "$0111"}});
+    for (const char* t : {"T_SECMEMBER", "T_SECMEMBER_WORK"}) Insert(t, {{"SEC_CD", "0111"}, {"USER_ID", "u1"}});
+  };
+  seed();
+  EXPECT_EQ(Request("ReqNo=203&DBFlg=1&Group_cd=0111"), "OK");
+  EXPECT_EQ(Sec("0111", "T_SECTION_WORK"), "0011|001|0000/0001/0011/0111|/ 営業部 / 東京 / 丸の内|1");
+  EXPECT_EQ(groupware("T_SECMEMBER_WORK"), "0");
+  EXPECT_EQ(groupware("T_SECMEMBER"), "1");
+  EXPECT_EQ(groupware("schedule_info"), "1");  // the live calendar is not the work copy's
+  EXPECT_EQ(groupware("WF_KENGEN"), "2");
+  EXPECT_EQ(groupware("t_bbsopen"), "1");
+  EXPECT_EQ(groupware("t_schopen"), "1");
+  Insert("t_bbsopen", {{"OPEN_ID", "0111"}, {"OPEN_KBN", "1"}});
+
+  // A failure in the middle leaves everything as it was.
+  Exec(data::Sql() << "drop table " << Table("T_TOPICOPEN"));
+  std::string answer = Request("ReqNo=203&Group_cd=0111");
+  EXPECT_TRUE(answer.starts_with("ERROR:SQLEXECfunDelGroup\r\n[Com_funExecsql]エラー番号 ")) << answer;
+  EXPECT_TRUE(answer.ends_with("<BR><BR>SQL : delete from T_TOPICOPEN where OPEN_ID = '0111' And OPEN_KBN = '1'"))
+      << answer;
+  EXPECT_EQ(Sec("0111"), "0011|001|0000/0001/0011/0111|/ 営業部 / 東京 / 丸の内|3");
+  EXPECT_EQ(groupware("T_SECMEMBER") + groupware("t_bbsopen") + groupware("schedule_info"), "121");
+}
+
+TEST_P(GroupChanges, LiveDeleteClearsTheCalendarAndTheRights) {
+  Insert("T_TOPICOPEN", {{"OPEN_ID", "0002"}, {"OPEN_KBN", "1"}});
+  Insert("schedule_info", {{"syokuin_cd", "$0002"}});
+  Insert("WF_KENGEN", {{"OPEN_ID", "0002"}, {"OPEN_KBN", "1"}});
+  Insert("T_SECMEMBER", {{"SEC_CD", "0002"}, {"USER_ID", "u1"}});
+  EXPECT_EQ(Request("ReqNo=203&Group_cd=0002"), "OK");
+  EXPECT_EQ(Sec("0002"), "");
+  for (const char* t : {"T_TOPICOPEN", "schedule_info", "WF_KENGEN", "T_SECMEMBER"})
+    EXPECT_EQ(Rows(data::Sql() << "select count(*) as N from " << Table(t))[0][0], "0") << t;
+}
+
+TEST_P(GroupChanges, MoveRewritesTheSubtreeAndRefusesCycles) {
+  Section("T_SECTION", "0003", "0000", "005", "0000/0003", "/ 開発部");  // a gap before it
+  EXPECT_EQ(Request("ReqNo=212&Group_cd1=0001&Group_cd2=0002"), "OK");
+  EXPECT_EQ(Sec("0001"), "0002|001|0000/0002/0001|/ 総務部 / 営業部|2");
+  EXPECT_EQ(Sec("0011"), "0001|001|0000/0002/0001/0011|/ 総務部 / 営業部 / 東京|2");
+  EXPECT_EQ(Sec("0111"), "0011|001|0000/0002/0001/0011/0111|/ 総務部 / 営業部 / 東京 / 丸の内|2");
+  EXPECT_EQ(Sec("0002"), "0000|002|0000/0002|/ 総務部|3");
+
+  EXPECT_EQ(Request("ReqNo=212&Group_cd1=0011&Group_cd2=0000"), "OK");
+  EXPECT_EQ(Sec("0011"), "0000|006|0000/0011|/ 東京|2");
+  EXPECT_EQ(Sec("0111"), "0011|001|0000/0011/0111|/ 東京 / 丸の内|2");
+
+  const std::string before = All();
+  for (const char* q : {"ReqNo=212&Group_cd1=0002&Group_cd2=0001", "ReqNo=212&Group_cd1=0011&Group_cd2=0011",
+                        "ReqNo=212&Group_cd1=0000&Group_cd2=0002", "ReqNo=212&Group_cd1=0999&Group_cd2=0002",
+                        "ReqNo=212&Group_cd1=0002&Group_cd2=0999"})
+    EXPECT_EQ(Request(q), "ERROR:ILLEGALTREE") << q;
+  EXPECT_EQ(All(), before);
+}
+
+TEST_P(GroupChanges, ReorderTurnsTheRangeByOnePlace) {
+  auto siblings = [&] {
+    Exec(data::Sql() << "delete from " << Table("T_SECTION") << " where JOI_SEC = '0002'");
+    for (int i = 1; i <= 5; ++i) {
+      std::string code = "030" + std::to_string(i);
+      Section("T_SECTION", code, "0002", "00" + std::to_string(i), "0000/0002/" + code, "/ 総務部 / " + code);
+    }
+  };
+  auto orders = [&] {
+    std::string out;
+    for (const auto& row : Rows(data::Sql() << "select SEC_CD,SEC_SEQ,UPD_KBN from " << Table("T_SECTION")
+                                            << " where JOI_SEC = '0002' order by SEC_CD"))
+      out += text::Join(row, ":") + " ";
+    return out;
+  };
+  siblings();
+  EXPECT_EQ(Request("ReqNo=210&Group_cd1=0301&Group_cd2=0303&Group_cd3=0002"), "OK");
+  EXPECT_EQ(orders(), "0301:003:2 0302:001:2 0303:002:2 0304:004:3 0305:005:3 ");
+  siblings();
+  EXPECT_EQ(Request("ReqNo=210&Group_cd1=0305&Group_cd2=0302&Group_cd3=0002"), "OK");
+  EXPECT_EQ(orders(), "0301:001:3 0302:003:2 0303:004:2 0304:005:2 0305:002:2 ");
+  siblings();
+  Exec(data::Sql() << "update " << Table("T_SECTION") << " set SEC_SEQ = '002' where SEC_CD = '0303'");
+  EXPECT_EQ(Request("ReqNo=210&Group_cd1=0302&Group_cd2=0303&Group_cd3=0002"), "OK");
+  EXPECT_EQ(Request("ReqNo=210&Group_cd1=0302&Group_cd2=0399&Group_cd3=0002"), "ERROR:DBFETCH");
+  EXPECT_EQ(orders(), "0301:001:3 0302:002:3 0303:002:3 0304:004:3 0305:005:3 ");
+}
+
+TEST_P(GroupChanges, TheDrawnTreeFollowsLiveChangesOnly) {
+  EXPECT_EQ(app().SecHierarchical(), nullptr);
+  EXPECT_EQ(Request("ReqNo=201&DBFlg=1&Group_cd=0000&Group_nm=w"), "OK");
+  EXPECT_EQ(app().SecHierarchical(), nullptr);
+  EXPECT_EQ(Request("ReqNo=212&Group_cd1=0111&Group_cd2=0002"), "OK");
+  auto tree = app().SecHierarchical();
+  ASSERT_NE(tree, nullptr);
+  EXPECT_EQ((*tree)[0], (std::vector<std::string>{"0000", "0001", "0011", "0002", "0111"}));
+  EXPECT_EQ((*tree)[11][4], "　\x1C　\x1C└");
+}
+
+TEST_P(GroupChanges, ANewListNameGetsTheGroupsCurrentMembers) {
+  orvane::testing::ExeProxyPeer peer(dir().File("imail"), "D:\\IMail\\");
+  dir().Write("imail/Lists/sales/users.lst", "old@example.jp\r\n");
+  WriteConfig("ML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  for (auto [user, seq, from, to] : {std::array<const char*, 4>{"u1", "001", "20240101", "99999999"},
+                                     {"u2", "002", "20240402", "99999999"},  // not yet
+                                     {"u3", "003", "20230101", "20240401"}})
+    Insert("T_SECMEMBER", {{"SEC_CD", "0001"}, {"USER_ID", user}, {"USER_SEQ", seq}, {"ST_YMD", from}, {"ED_YMD", to}});
+  EXPECT_EQ(Request("ReqNo=202&Group_cd=0001&Group_nm=営業部&M_LIST=sales"), "OK");
+  EXPECT_EQ(orvane::testing::ReadFile(dir().File("imail/Lists/sales/users.lst")),
+            "old@example.jp\r\nu1@example.jp\r\nu3@example.jp\r\n");
+  // The same list again changes nothing on the mail server.
+  peer.Transcripts();
+  EXPECT_EQ(Request("ReqNo=202&Group_cd=0001&Group_nm=営業部&M_LIST=sales"), "OK");
+  EXPECT_EQ(peer.Transcripts(), std::vector<std::string>{});
+}
+
+ORVANE_DB_TEST_SUITE(GroupChanges);
+
+}  // namespace
+}  // namespace orvane::org
