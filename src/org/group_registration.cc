@@ -128,7 +128,7 @@ Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std:
   if (Status s = Count(conn, children, count); !s.ok()) return std::move(s).Prefixed(kName);
   // Deliberately silent: the pages prevent deleting a group with children.
   if (count > 0) {
-    has_children = "1";
+    has_children = std::string(1, '1');  // GCC 12 warns falsely on a literal assignment here
     return Status::Ok();
   }
 
@@ -231,7 +231,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (with_busho) r.BUSHO_CD = busho_cd;
   if (change) r.SEC_CD = sec_cd;
   if (add) r.JOI_SEC = sec_cd;
-  r.UPD_KBN = add ? "3" : "2";
+  r.UPD_KBN = std::string(1, add ? '3' : '2');  // GCC 12 warns falsely on a literal assignment here
 
   // Everything read here decides what is written: it is read inside the
   // transaction, under its write lock.
