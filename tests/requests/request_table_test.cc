@@ -75,6 +75,18 @@ TEST(RequestTable, EveryCodePassesItsFieldsInTheOperationsOrder) {
   }
 }
 
+TEST(RequestTable, FieldsReadAndWritesDeriveFromTheRows) {
+  using V = std::vector<std::string_view>;
+  EXPECT_EQ(FindRoute("102")->Fields(), (V{"S_Col", "S_Type", "S_OPT", "S_pos", "B_pos"}));
+  EXPECT_EQ(FindRoute("202")->Fields(), (V{"Group_cd", "Group_nm", "Disp_NM", "M_LIST"}));  // no BUSHO_CD
+  EXPECT_EQ(FindRoute("206")->Fields().back(), "Mail_UFL");                                // no Mail_NM
+  EXPECT_EQ(FindRoute("209")->Fields(), (V{"Group_cd", "User_cd"}));
+  std::string writes;
+  for (const RequestRoute& r : RequestTable())
+    if (r.changes_data) writes += std::string(r.code) + " ";
+  EXPECT_EQ(writes, "201 202 203 204 205 206 207 208 209 210 211 212 213 ");
+}
+
 TEST(RequestTable, CodesMatchWholeTexts) {
   EXPECT_EQ(FindRoute("1"), nullptr);
   EXPECT_EQ(FindRoute("0001"), nullptr);
