@@ -91,14 +91,16 @@ bool RunQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::
   return true;
 }
 
-void WriteListQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names,
+bool WriteListQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names,
                     std::string_view fetch_error) {
   std::string list;
   auto add = [&list](const std::vector<std::string>& values) {
     AppendListRow(list, values);
     return true;
   };
-  if (RunQuery(ctx, sql, names, Rows::kAll, add, fetch_error)) ctx.Write(list);
+  if (!RunQuery(ctx, sql, names, Rows::kAll, add, fetch_error)) return false;
+  ctx.Write(list);
+  return true;
 }
 
 }  // namespace orvane

@@ -88,8 +88,9 @@ enum class Rows {
 bool RunQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names, Rows rows,
               const RowHandler& on_row, std::string_view fetch_error = kDbFetchError);
 
-// RunQuery over every row, writing the rows as a list answer.
-void WriteListQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names,
+// RunQuery over every row, writing the rows as a list answer; true when the
+// list was written.
+bool WriteListQuery(RequestContext& ctx, const data::Sql& sql, const std::vector<std::string>& names,
                     std::string_view fetch_error = kDbFetchError);
 
 }  // namespace orvane

@@ -58,6 +58,7 @@ class RequestContext {
 
   const ConfigFile& config() const { return config_; }
   Session& session() { return session_; }
+  const Session& session() const { return session_; }
   ApplicationStore& app() { return app_; }
   const Clock& clock() const { return clock_; }
 

@@ -71,6 +71,8 @@ class WriteFrame {
   bool Open();
   bool Begin();
   data::Connection& conn() { return conn_; }
+  // LOCAL_DB_DSN as read by Start or Open.
+  const std::string& Dsn() const { return dsn_; }
   bool InTransaction() const { return in_transaction_; }
 
   // A step failed: roll back (when a transaction is open), close, and

@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "dispatch/query_frame.h"
+#include "members/membership.h"
 
 namespace orvane::members {
 namespace {
@@ -73,15 +74,16 @@ data::Sql SectionCodesSql(const RequestContext& ctx, const std::string& user_id)
 }
 
 void GetUsersGroup(RequestContext& ctx, const std::string& user_id) {
-  WriteListQuery(ctx, UsersGroupSql(ctx, user_id), kUsersGroup.FetchNames());
+  if (WriteListQuery(ctx, UsersGroupSql(ctx, user_id), kUsersGroup.FetchNames())) NoteMembersLoaded(ctx);
 }
 
 void GetSpecificMember(RequestContext& ctx, const std::string& sec_cd, const std::string& sort_column,
                        const std::string& sort_type, const std::string& current_only) {
   // This one answer has carried a trailing blank behind its fetch error
   // from the start; pages compare it whole, so it stays.
-  WriteListQuery(ctx, SpecificMemberSql(ctx, sec_cd, sort_column, sort_type, current_only, Today(ctx.clock())),
-                 kMembers.FetchNames(), "ERROR:DBFETCH ");
+  if (WriteListQuery(ctx, SpecificMemberSql(ctx, sec_cd, sort_column, sort_type, current_only, Today(ctx.clock())),
+                     kMembers.FetchNames(), "ERROR:DBFETCH "))
+    NoteMembersLoaded(ctx);
 }
 
 Status Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,

@@ -1,8 +1,10 @@
 #include "members/menu_rights.h"
 
+#include "base/clock.h"
 #include "base/text.h"
 #include "data/schema.h"
 #include "dispatch/query_frame.h"
+#include "dispatch/write_frame.h"
 
 namespace orvane::members {
 namespace {
@@ -58,6 +60,42 @@ MenuRights WalkMenuCatalogue(const MenuCatalogue& catalogue, const std::string& 
   out.names += "/";
   out.granted += "/";
   return out;
+}
+
+data::Sql ChangeUserMenuSql(const RequestContext& ctx, const std::string& marker, const std::string& user_id,
+                            const std::string& rights_text, const std::string& date, const std::string& time) {
+  data::Sql sql;
+  sql << "update " << data::Table(ctx.USR_MNU) << " set";
+  bool first = true;
+  for (const std::string& code : text::Split(data::kMenuCodeList, ",")) {
+    // The first fragment has a blank in front, the others a comma.
+    sql << (first ? data::SqlText(" ") : data::SqlText(",")) << data::Identifier("MENU" + code) << " = "
+        << data::Quoted(Has(rights_text, code) ? code : std::string("ZZ"));
+    first = false;
+  }
+  sql << ",UPD_KBN = " << data::Quoted(marker) << ",UPD_YMD = " << data::Quoted(date)
+      << ",UPD_HMS = " << data::Quoted(time) << ",UPD_USR = " << data::Quoted(ctx.session().Get("PUB_USR_ID"))
+      << " where USER_ID = " << data::Quoted(user_id);
+  return sql;
+}
+
+void ChangeUserMenu(RequestContext& ctx, const std::string& marker, const std::string& user_id,
+                    const std::string& rights_text) {
+  // Codes carry the trail; a failing close writes "ERROR:DBCLOSE" first.
+  constexpr WriteRules kRules = {.close_failure = WriteRules::CloseFailure::kBefore,
+                                 .frame_trail = true,
+                                 .step_trail = true,
+                                 .rollback_failure = {}};
+  WriteFrame frame(ctx, kRules);
+  std::vector<std::string> keys;
+  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
+  std::string date, time;
+  Com_subGetDate(ctx.clock(), date, time);
+  data::Sql sql = ChangeUserMenuSql(ctx, marker, user_id, rights_text, date, time);
+  if (!frame.Open() || !frame.Begin() ||
+      !frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(frame.conn(), sql).Prefixed("ChangeUserMenu")))
+    return;
+  if (frame.Commit()) frame.Finish();
 }
 
 void GetMenuProperty(RequestContext& ctx, const std::string& user_id) {

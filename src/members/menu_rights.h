@@ -15,6 +15,14 @@ namespace orvane::members {
 // the user has and "ZZ" for each one not granted.
 void GetMenuProperty(RequestContext& ctx, const std::string& user_id);
 
+// Request 213: stores the rights form's result. Each menu column gets its
+// own number when `rights_text` holds it between two "/", "ZZ" otherwise;
+// `marker` goes to UPD_KBN. A user without a row is not created: "OK".
+void ChangeUserMenu(RequestContext& ctx, const std::string& marker, const std::string& user_id,
+                    const std::string& rights_text);
+data::Sql ChangeUserMenuSql(const RequestContext& ctx, const std::string& marker, const std::string& user_id,
+                            const std::string& rights_text, const std::string& date, const std::string& time);
+
 // USER_ID and MENU: "/" + MENU01 + "/" + ... + MENU79 + "/", built by the database.
 data::Sql MenuPropertySql(const RequestContext& ctx, const std::string& user_id);
 

@@ -3,7 +3,9 @@
 #include "accounts/mail_list_combo.h"
 #include "base/text.h"
 #include "dispatch/server_information.h"
+#include "members/member_order.h"
 #include "members/member_queries.h"
+#include "members/membership.h"
 #include "members/menu_rights.h"
 #include "members/user_queries.h"
 #include "org/group_move.h"
@@ -22,7 +24,8 @@ std::vector<RequestRoute> MakeTable() {
                    with_mail_nm ? static_cast<ArgSpec>(Text("Mail_NM")) : static_cast<ArgSpec>(or_mail_nm));
   };
   auto member = [](std::string_view flag) {
-    return Pending(Fixed(flag), Text("Group_cd"), Text("User_cd"), Fixed("0"), Fixed(""), Fixed(""), Fixed(""));
+    return Call<members::RegistMember>(Fixed(flag), Text("Group_cd"), Text("User_cd"), Fixed("0"), Fixed(""), Fixed(""),
+                                       Fixed(""), Text("Upd_Ymd"), Text("Upd_Hms"));
   };
   return {
       {.code = "001", .operation = "GetServerInformation", .call = Call<GetServerInformation>()},
@@ -72,8 +75,9 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "208",
        .operation = "RegistMember",
        .changes_data = true,
-       .call = Pending(Fixed("2"), Text("Group_cd"), Text("User_cd"), Text("Primary"), Text("Post_cd"), Text("ST_Ymd"),
-                       Text("ED_Ymd"))},
+       .call =
+           Call<members::RegistMember>(Fixed("2"), Text("Group_cd"), Text("User_cd"), Text("Primary"), Text("Post_cd"),
+                                       Text("ST_Ymd"), Text("ED_Ymd"), Text("Upd_Ymd"), Text("Upd_Hms"))},
       {.code = "209", .operation = "RegistMember", .changes_data = true, .call = member("1")},
       {.code = "210",
        .operation = "ChangeGroupDisp",
@@ -82,7 +86,7 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "211",
        .operation = "ChangeUserDisp",
        .changes_data = true,
-       .call = Pending(Text("User_cd"), Text("User_cd2"), Text("Group_cd"))},
+       .call = Call<members::ChangeUserDisp>(Text("User_cd"), Text("User_cd2"), Text("Group_cd"))},
       {.code = "212",
        .operation = "ChangeGroupTree",
        .changes_data = true,
@@ -90,7 +94,7 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "213",
        .operation = "ChangeUserMenu",
        .changes_data = true,
-       .call = Pending(Fixed("2"), Text("User_cd"), Text("User_Menu"))},
+       .call = Call<members::ChangeUserMenu>(Fixed("2"), Text("User_cd"), Text("User_Menu"))},
   };
 }
 

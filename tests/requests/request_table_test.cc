@@ -12,10 +12,10 @@ namespace {
 NamedValues AllFields() {
   NamedValues f;
   for (const char* name :
-       {"s_kbn",    "S_OPT",   "S_COL",     "s_type",    "S_POS",     "b_pos",    "GROUP_CD", "s_col",
-        "group_nm", "DISP_NM", "m_list",    "busho_cd",  "USER_CD",   "user_kj",  "User_kn",  "USER_PS",
-        "mail_ad",  "Mail_fl", "EXT_TEL",   "post_nm",   "mail_ufl",  "MAIL_NM",  "primary",  "POST_CD",
-        "st_ymd",   "ED_YMD",  "group_cd1", "GROUP_CD2", "Group_Cd3", "user_cd2", "USER_MENU"}) {
+       {"s_kbn",     "S_OPT",     "S_COL",    "s_type",    "S_POS",   "b_pos",   "GROUP_CD", "s_col",   "group_nm",
+        "DISP_NM",   "m_list",    "busho_cd", "USER_CD",   "user_kj", "User_kn", "USER_PS",  "mail_ad", "Mail_fl",
+        "EXT_TEL",   "post_nm",   "mail_ufl", "MAIL_NM",   "primary", "POST_CD", "st_ymd",   "ED_YMD",  "group_cd1",
+        "GROUP_CD2", "Group_Cd3", "user_cd2", "USER_MENU", "upd_ymd", "UPD_HMS"}) {
     std::string value = name;
     if (value == "S_POS") value = "-3";
     if (value == "b_pos") value = "+40";
@@ -56,9 +56,11 @@ TEST(RequestTable, EveryCodePassesItsFieldsInTheOperationsOrder) {
       {"204", "RegistUser1", with({"3"}, user, {"MAIL_NM"})},
       {"205", "RegistUser1", with({"2"}, user, {"MAIL_NM"})},
       {"206", "RegistUser1", with({"1"}, user, {""})},
-      {"207", "RegistMember", {"3", "GROUP_CD", "USER_CD", "0", "", "", ""}},
-      {"208", "RegistMember", {"2", "GROUP_CD", "USER_CD", "primary", "POST_CD", "st_ymd", "ED_YMD"}},
-      {"209", "RegistMember", {"1", "GROUP_CD", "USER_CD", "0", "", "", ""}},
+      {"207", "RegistMember", {"3", "GROUP_CD", "USER_CD", "0", "", "", "", "upd_ymd", "UPD_HMS"}},
+      {"208",
+       "RegistMember",
+       {"2", "GROUP_CD", "USER_CD", "primary", "POST_CD", "st_ymd", "ED_YMD", "upd_ymd", "UPD_HMS"}},
+      {"209", "RegistMember", {"1", "GROUP_CD", "USER_CD", "0", "", "", "", "upd_ymd", "UPD_HMS"}},
       {"210", "ChangeGroupDisp", {"group_cd1", "GROUP_CD2", "Group_Cd3"}},
       {"211", "ChangeUserDisp", {"USER_CD", "user_cd2", "GROUP_CD"}},
       {"212", "ChangeGroupTree", {"group_cd1", "GROUP_CD2"}},
@@ -79,8 +81,8 @@ TEST(RequestTable, FieldsReadAndWritesDeriveFromTheRows) {
   using V = std::vector<std::string_view>;
   EXPECT_EQ(FindRoute("102")->Fields(), (V{"S_Col", "S_Type", "S_OPT", "S_pos", "B_pos"}));
   EXPECT_EQ(FindRoute("202")->Fields(), (V{"Group_cd", "Group_nm", "Disp_NM", "M_LIST"}));  // no BUSHO_CD
-  EXPECT_EQ(FindRoute("206")->Fields().back(), "Mail_UFL");                                // no Mail_NM
-  EXPECT_EQ(FindRoute("209")->Fields(), (V{"Group_cd", "User_cd"}));
+  EXPECT_EQ(FindRoute("206")->Fields().back(), "Mail_UFL");                                 // no Mail_NM
+  EXPECT_EQ(FindRoute("209")->Fields(), (V{"Group_cd", "User_cd", "Upd_Ymd", "Upd_Hms"}));
   std::string writes;
   for (const RequestRoute& r : RequestTable())
     if (r.changes_data) writes += std::string(r.code) + " ";

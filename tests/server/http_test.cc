@@ -72,7 +72,7 @@ TEST(Http, RoutesAndStatuses) {
       {"/orvane?ReqNo=1", 200, "ERROR:NOREQUESTCODE"},
       {"/orvane?ReqNo=999&DBFlg=1", 200, "ERROR:NOREQUESTCODE"},
       {"/orvane?reqno=001", 200, "C0D0E0,2,1,0,0,,,0,,"},
-      {"/orvane?ReqNo=213&User_cd=u01", 200, "ERROR:NOTIMPLEMENTED"},
+      {"/orvane?ReqNo=213&User_cd=u01", 200, "ERROR:SESSIONCHECK"},  // a write without a login
       {"/orvane?ReqNo=102&S_pos=abc&B_pos=5", 500, "ERROR:TYPEMISMATCH S_pos is not a 16-bit integer"},
       {"/orvane?ReqNo=102&S_pos=1", 500, "ERROR:TYPEMISMATCH B_pos is not a 16-bit integer"},
       {"/nowhere", 404, "Not Found"},

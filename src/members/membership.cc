@@ -1,0 +1,273 @@
+#include "members/membership.h"
+
+#include <charconv>
+#include <limits>
+
+#include "accounts/section_mail_list.h"
+#include "base/clock.h"
+#include "base/text.h"
+#include "dispatch/query_frame.h"
+#include "dispatch/write_frame.h"
+
+namespace orvane::members {
+namespace {
+
+using data::Quoted;
+using data::Table;
+
+// Every answer carries the error trail behind its code; a close that fails
+// after another failure writes "ERROR:DBCLOSE" first.
+constexpr WriteRules kMemberRules = {.close_failure = WriteRules::CloseFailure::kBefore,
+                                     .frame_trail = true,
+                                     .step_trail = true,
+                                     .rollback_failure = {}};
+
+// The first row's CNT as a number.
+Status Count(data::Connection& conn, const data::Sql& sql, long& count) {
+  count = 0;
+  auto keep = [&count](const std::vector<std::string>& v) {
+    count = std::atol(v[0].c_str());
+    return false;
+  };
+  return data::SelectRows(conn, sql, {"CNT"}, keep);
+}
+
+data::Sql NextSortidxSql(const RequestContext& ctx, const std::string& sec_cd) {
+  data::Sql sql;
+  sql << "select max(USER_SEQ) as MAX_IDX"
+      << " from " << Table(ctx.SEC_MEM) << " where SEC_CD = " << Quoted(sec_cd);
+  return sql;
+}
+
+// MAX_IDX + 1 as the host's 16-bit integer, three digits kept: an empty
+// maximum counts as 0, one above 32766 overflows.
+Status NextPosition(const std::string& max, std::string& next_seq) {
+  std::string digits = text::Trim(max);
+  int value = 0;
+  if (!digits.empty()) {
+    const char* end = digits.data() + digits.size();
+    auto [ptr, ec] = std::from_chars(digits.data(), end, value);
+    if (ec != std::errc() || ptr != end || value > std::numeric_limits<short>::max() - 1)
+      return Status::Failure("MAX_IDX " + max + " does not fit a 16-bit integer plus 1", Status::kDbFailed);
+  }
+  next_seq = text::Right("000" + std::to_string(value + 1), 3);
+  return Status::Ok();
+}
+
+// The overlap of another primary membership with [start, end], both ends
+// inclusive; dates compare as text.
+void OverlappingPrimaries(data::Sql& sql, const RequestContext& ctx, const std::string& user_id,
+                          const std::string& start, const std::string& end) {
+  sql << "select count(SEC_CD) as CNT"
+      << " from " << Table(ctx.SEC_MEM) << " where (USER_ID = " << Quoted(user_id) << ")"
+      << " and (SEC_KBN = '1')"
+      << " and (ST_YMD <= " << Quoted(end) << ")"
+      << " and (ED_YMD >= " << Quoted(start) << ")";
+}
+
+}  // namespace
+
+bool IsCalendarDate(std::string_view ymd) {
+  if (ymd.size() != 8) return false;
+  for (char c : ymd)
+    if (c < '0' || c > '9') return false;
+  int year = std::atoi(std::string(ymd.substr(0, 4)).c_str());
+  int month = std::atoi(std::string(ymd.substr(4, 2)).c_str());
+  int day = std::atoi(std::string(ymd.substr(6, 2)).c_str());
+  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (year < 1 || month < 1 || month > 12 || day < 1) return false;
+  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  return day <= kDays[month - 1] + (month == 2 && leap ? 1 : 0);
+}
+
+void NoteMembersLoaded(RequestContext& ctx) {
+  std::string date, time;
+  Com_subGetDate(ctx.clock(), date, time);
+  ctx.session().Set(kMembersLoadedYmd, date);
+  ctx.session().Set(kMembersLoadedHms, time);
+}
+
+Status funDelCirMember(const RequestContext& ctx, data::Connection& conn, const MemberParams& p) {
+  data::Sql sql;
+  sql << "delete from " << Table(ctx.SEC_MEM) << " where (SEC_CD = " << Quoted(p[0]) << ")"
+      << " and (USER_ID = " << Quoted(p[1]) << ")";
+  return data::Com_funExecsql(conn, sql);
+}
+
+Status funUpdAdmMember(const RequestContext& ctx, data::Connection& conn, const MemberParams& p,
+                       bool& already_primary) {
+  data::Sql overlap;
+  OverlappingPrimaries(overlap, ctx, p[1], p[3], p[4]);
+  overlap << " and (SEC_CD <> " << Quoted(p[0]) << ")";
+  long count = 0;
+  if (Status s = Count(conn, overlap, count); !s.ok()) return s;
+  already_primary = count > 0 && p[2] == "1";
+  if (already_primary) return Status::Ok();
+  // The row keeps its USER_SEQ.
+  data::Sql sql;
+  sql << "update " << Table(ctx.SEC_MEM) << " set"
+      << " SEC_KBN = " << Quoted(p[2]) << " ,ST_YMD = " << Quoted(p[3]) << " ,ED_YMD = " << Quoted(p[4])
+      << " ,POST_CD = " << Quoted(p[5]) << " ,UPD_KBN = '2'"
+      << " ,UPD_YMD = " << Quoted(p[6]) << " ,UPD_HMS = " << Quoted(p[7]) << " ,UPD_USR = " << Quoted(p[8])
+      << " where (SEC_CD = " << Quoted(p[0]) << ")"
+      << " and (USER_ID = " << Quoted(p[1]) << ")";
+  return data::Com_funExecsql(conn, sql);
+}
+
+Status funInsCirMember(const RequestContext& ctx, data::Connection& conn, const MemberParams& p,
+                       bool& already_primary) {
+  data::Sql present;
+  present << "select count(SEC_CD) as CNT"
+          << " from " << Table(ctx.SEC_MEM) << " where (SEC_CD = " << Quoted(p[0]) << ")"
+          << " and (USER_ID = " << Quoted(p[1]) << ")";
+  data::Sql overlap;
+  OverlappingPrimaries(overlap, ctx, p[1], p[4], p[5]);
+  long members = 0, primaries = 0;
+  if (Status s = Count(conn, present, members); !s.ok()) return s;
+  if (Status s = Count(conn, overlap, primaries); !s.ok()) return s;
+  already_primary = p[2] == "1" && primaries > 0;
+  if (already_primary) return Status::Ok();
+  data::Sql sql;
+  if (members > 0) {
+    // Adding a member again only sets its kind; position, period, post and
+    // stamps stay.
+    sql << "update " << Table(ctx.SEC_MEM) << " set"
+        << " SEC_KBN = " << Quoted(p[2]) << " where (SEC_CD = " << Quoted(p[0]) << ")"
+        << " and (USER_ID = " << Quoted(p[1]) << ")";
+  } else {
+    // The blanks inside the column list and before the first value are the
+    // statement's own.
+    sql << "insert into " << Table(ctx.SEC_MEM) << " (SEC_CD"
+        << " ,USER_ID"
+        << " ,SEC_KBN"
+        << " ,USER_SEQ"
+        << " ,ST_YMD "
+        << " ,ED_YMD"
+        << " ,UPD_KBN "
+        << " ,UPD_YMD"
+        << " ,UPD_HMS"
+        << " ,UPD_USR )"
+        << " values ("
+        << "  " << Quoted(p[0]) << " ," << Quoted(p[1]) << " ," << Quoted(p[2]) << " ," << Quoted(p[3]) << " ,"
+        << Quoted(p[4]) << " ," << Quoted(p[5]) << " ,'3'"
+        << " ," << Quoted(p[7]) << " ," << Quoted(p[8]) << " ," << Quoted(p[9]) << ")";
+  }
+  return data::Com_funExecsql(conn, sql);
+}
+
+Status funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
+                      std::string& next_seq) {
+  std::string max;
+  auto keep = [&max](const std::vector<std::string>& v) {
+    max = v[0];
+    return false;
+  };
+  if (Status s = data::SelectRows(conn, NextSortidxSql(ctx, sec_cd), {"MAX_IDX"}, keep); !s.ok()) return s;
+  return NextPosition(max, next_seq);
+}
+
+Status funNextSortidxMember(RequestContext& ctx, const std::string& sec_cd, std::string& next_seq) {
+  QueryFrame frame(ctx);
+  data::Recordset rs;
+  std::vector<std::string> values;
+  bool eof = false;
+  if (!frame.Open() || !frame.Select(NextSortidxSql(ctx, sec_cd), rs) || !frame.Fetch(rs, {"MAX_IDX"}, values, eof) ||
+      !frame.CloseRecordset(rs))
+    return Status::Failure("funNextSortidxMember");
+  Status next = NextPosition(eof ? std::string() : values[0], next_seq);
+  return frame.Close() ? next : Status::Failure("funNextSortidxMember");
+}
+
+Status funUpdSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,
+                     const std::string& sec_cd, const std::string& number) {
+  data::Sql current;
+  current << "select USER_SEQ"
+          << " from " << Table(ctx.SEC_MEM) << " where (USER_ID = " << Quoted(user_id) << ")"
+          << " and (SEC_CD = " << Quoted(sec_cd) << ")";
+  if (Status s = data::SelectRows(conn, current, {"USER_SEQ"}, [](const auto&) { return false; }); !s.ok())
+    return std::move(s).Prefixed("funUpdSortidx");
+  std::string date, time;
+  Com_subGetDate(ctx.clock(), date, time);
+  data::Sql sql;
+  sql << "update " << Table(ctx.SEC_MEM) << " set"
+      << " USER_SEQ = " << data::Number(number) << " ,UPD_KBN = '2'"
+      << " ,UPD_YMD = " << Quoted(date) << " ,UPD_HMS = " << Quoted(time)
+      << " ,UPD_USR = " << Quoted(ctx.session().Get("PUB_USR_ID")) << " where (USER_ID = " << Quoted(user_id) << ")"
+      << " and (SEC_CD = " << Quoted(sec_cd) << ")";
+  return data::Com_funExecsql(conn, sql).Prefixed("funUpdSortidx");
+}
+
+Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn, const std::string& since_ymd,
+                              const std::string& since_hms, std::string& changed) {
+  // Date and time are compared each on its own, as the pages have always
+  // been checked: a later day at an earlier hour is not a change.
+  data::Sql sql;
+  sql << "select count(SEC_CD) as CNT"
+      << " from " << Table(ctx.SEC_MEM) << " where UPD_YMD >= " << Quoted(since_ymd) << " and UPD_HMS > "
+      << Quoted(since_hms);
+  long count = 0;
+  if (Status s = Count(conn, sql, count); !s.ok()) return std::move(s).Prefixed("Com_funAdmUsrTimeStamp");
+  changed = count == 0 ? "0" : "1";
+  return Status::Ok();
+}
+
+void RegistMember(RequestContext& ctx, const std::string& mode, const std::string& sec_cd, const std::string& user_id,
+                  const std::string& sec_kbn, const std::string& post_cd, const std::string& st_ymd,
+                  const std::string& ed_ymd, const std::string& upd_ymd, const std::string& upd_hms) {
+  WriteFrame frame(ctx, kMemberRules);
+  std::vector<std::string> keys;
+  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
+  std::string date, time;
+  Com_subGetDate(ctx.clock(), date, time);
+  const std::string user = ctx.session().Get("PUB_USR_ID");
+  const bool remove = mode == "1", change = mode == "2", add = mode == "3";
+
+  MemberParams p;
+  if (change) {
+    std::string end = ed_ymd.empty() ? "99999999" : ed_ymd;
+    // Pages send back the open end as 108 showed it.
+    if (!IsCalendarDate(st_ymd) || (end != "99999999" && !IsCalendarDate(end))) return ctx.Write("ERROR:RECUPDATE");
+    p = {sec_cd, user_id, sec_kbn, st_ymd, end, post_cd, date, time, user};
+  } else if (add) {
+    p = {sec_cd, user_id, "0", "", date, "99999999", "", date, time, user};
+  } else if (remove) {
+    p = {sec_cd, user_id};
+  }
+  // The moment the page loaded the members; the session's when it sent none.
+  std::string since_ymd = upd_ymd, since_hms = upd_hms;
+  if (since_ymd.empty() && since_hms.empty()) {
+    since_ymd = ctx.session().Get(kMembersLoadedYmd);
+    since_hms = ctx.session().Get(kMembersLoadedHms);
+  }
+
+  if (!frame.Open() || !frame.Begin()) return;
+  data::Connection& conn = frame.conn();
+  if (!since_ymd.empty() || !since_hms.empty()) {
+    std::string changed;
+    Status stamp = Com_funAdmUsrTimeStamp(ctx, conn, since_ymd, since_hms, changed);
+    if (!stamp.ok() || changed != "0") return frame.FailWithoutRollback("ERROR:TIMESTAMP", stamp);
+  }
+  if (remove && ctx.WorkTables()) {
+    // The list is the mail server's, not the work copy's: its outcome does
+    // not stop the removal, and it answers nothing of its own.
+    RequestContext side = ctx;
+    data::Connection list_conn;
+    if (data::Com_funDbOpen(frame.Dsn(), "", "", list_conn).ok())
+      accounts::funDelMailList(side, list_conn, sec_cd, user_id).IgnoreError();
+  }
+  bool already_primary = false;
+  if (remove) {
+    if (!frame.Step("ERROR:RECDELETE", funDelCirMember(ctx, conn, p).Prefixed("funDelCirMember"))) return;
+  } else if (change) {
+    if (!frame.Step("ERROR:RECUPDATE", funUpdAdmMember(ctx, conn, p, already_primary).Prefixed("funUpdAdmMember")))
+      return;
+    if (already_primary) return frame.Fail("ERROR:ALREADYPRIMARY");
+  } else if (add) {
+    if (!frame.Step("ERROR:RECINSERT", funNextSortidx(ctx, conn, sec_cd, p[3]).Prefixed("funNextSortidx")) ||
+        !frame.Step("ERROR:RECINSERT", funInsCirMember(ctx, conn, p, already_primary).Prefixed("funInsCirMember")))
+      return;
+  }
+  if (frame.Commit()) frame.Finish();
+}
+
+}  // namespace orvane::members
