@@ -1,6 +1,7 @@
 // The connection routines: open, close, execute, transactions.
 #include "data/connection_pool.h"
 #include "data/db_impl.h"
+#include "data/failure_seam.h"
 #include "data/statement.h"
 
 namespace orvane::data {
@@ -79,8 +80,11 @@ Status Com_funDbOpen(const std::string& dsn, const std::string& user, const std:
   conn.impl_.reset();  // a fresh connection object, as the system makes one per call
   bool default_login = user.empty() && password.empty();
   Diagnostic d;
-  auto phys = ConnectionPool::Instance().Acquire(dsn, default_login ? kDefaultLogin : user,
-                                                 default_login ? kDefaultLogin : password, d);
+  std::unique_ptr<PhysicalConnection> phys;
+  if (!ORVANE_SEAM_FAILS(kOpen, d)) {
+    phys = ConnectionPool::Instance().Acquire(dsn, default_login ? kDefaultLogin : user,
+                                              default_login ? kDefaultLogin : password, d);
+  }
   if (!phys) {
     return DbFailure("Com_funDbOpen", d, dsn);
   }
@@ -92,8 +96,11 @@ Status Com_funDbClose(Connection& conn) {
   if (!conn.IsOpen()) {
     return DbFailure("Com_funDbClose", NotOpen());
   }
-  conn.impl_.reset();
-  return Status::Ok();
+  Diagnostic d;
+  bool failed = ORVANE_SEAM_FAILS(kClose, d);
+  if (failed) conn.impl_->phys().NoteFailure(d);
+  conn.impl_.reset();  // released whether or not the close reports a failure
+  return failed ? DbFailure("Com_funDbClose", d) : Status::Ok();
 }
 
 Status Com_funExecsql(Connection& conn, const Sql& sql) {
@@ -105,7 +112,7 @@ Status Com_funExecsql(Connection& conn, const Sql& sql) {
   ConnectionImpl& impl = *conn.impl();
   PhysicalConnection& phys = impl.phys();
   OdbcHandle stmt = OdbcHandle::Allocate(SQL_HANDLE_STMT, phys.dbc(), d);
-  if (stmt) {
+  if (stmt && !ORVANE_SEAM_FAILS(kStatement, d)) {
     SQLRETURN r =
         ExecuteText(stmt.get(), phys.text_mode(), sql.Statement(phys.dialect()), sql.Parameters(phys.dialect()));
     if (SQL_SUCCEEDED(r)) return Status::Ok();
@@ -162,8 +169,12 @@ Status Com_funRollbackTrans(Connection& conn) {
   }
   ConnectionImpl& impl = *conn.impl();
   impl.unit_failed = false;
-  // Rolling back with nothing open is harmless and asked for on error paths.
-  if (!impl.phys().in_transaction() || impl.phys().Rollback(d)) return Status::Ok();
+  if (ORVANE_SEAM_FAILS(kRollback, d)) {
+    impl.phys().NoteFailure(d);
+  } else if (!impl.phys().in_transaction() || impl.phys().Rollback(d)) {
+    // Rolling back with nothing open is harmless and asked for on error paths.
+    return Status::Ok();
+  }
   return DbFailure("Com_funRollbackTrans", d);
 }
 

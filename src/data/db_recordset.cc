@@ -4,6 +4,7 @@
 
 #include "base/text.h"
 #include "data/db_impl.h"
+#include "data/failure_seam.h"
 #include "data/statement.h"
 
 namespace orvane::data {
@@ -40,7 +41,10 @@ Status OpenResult(const char* routine, Connection& conn, const Sql& sql, Records
   auto rec = std::make_unique<RecordsetImpl>();
   rec->slot = impl.NewStatement(d);
   bool ok = rec->slot != nullptr;
-  if (ok) {
+  if (ok && ORVANE_SEAM_FAILS(kStatement, d)) {
+    ok = false;
+    impl.StatementFailed(d);
+  } else if (ok) {
     rec->mode = phys.text_mode();
     rec->positionable = positionable;
     rec->statement = sql.Statement(phys.dialect());
@@ -69,6 +73,28 @@ Status OpenResult(const char* routine, Connection& conn, const Sql& sql, Records
   }
   rs.Reset(std::move(rec));
   return Status::Ok();
+}
+
+// Com_funfetchData past its checks: reads the current row's columns by
+// name, then moves to the next row.
+bool FetchRow(RecordsetImpl& rec, const std::vector<std::string>& names, std::vector<std::string>& values, bool& eof,
+              Diagnostic& d) {
+  if (rec.eof) {
+    eof = true;
+    if (values.size() != names.size()) values.assign(names.size(), "");
+    return true;
+  }
+  eof = false;
+  values.resize(names.size());
+  for (size_t i = 0; i < names.size(); ++i) {
+    int column = rec.ColumnOf(names[i]);
+    if (column < 0) {
+      d = OwnDiagnostic("42S22", "Column not found: " + names[i]);
+      return false;
+    }
+    values[i] = rec.row[column];
+  }
+  return rec.MoveNext(true, d);
 }
 
 }  // namespace
@@ -185,24 +211,7 @@ Status Com_funfetchData(Recordset& rs, const std::vector<std::string>& names, st
   Diagnostic d;
   if (CheckRecordset(rs, d)) {
     RecordsetImpl& rec = *rs.impl();
-    if (rec.eof) {
-      eof = true;
-      if (values.size() != names.size()) values.assign(names.size(), "");
-      return Status::Ok();
-    }
-    eof = false;
-    values.resize(names.size());
-    bool ok = true;
-    for (size_t i = 0; i < names.size() && ok; ++i) {
-      int column = rec.ColumnOf(names[i]);
-      if (column < 0) {
-        d = OwnDiagnostic("42S22", "Column not found: " + names[i]);
-        ok = false;
-      } else {
-        values[i] = rec.row[column];
-      }
-    }
-    if (ok && rec.MoveNext(true, d)) return Status::Ok();
+    if (!ORVANE_SEAM_FAILS(kFetch, d) && FetchRow(rec, names, values, eof, d)) return Status::Ok();
     NoteResultFailure(rec, d);
   }
   return DbFailure("Com_funfetchData", d);
@@ -212,16 +221,19 @@ Status Com_funRecordsetClose(Recordset& rs) {
   if (!rs.IsOpen()) {
     return DbFailure("Com_funRecordsetClose", RecordsetNotOpen());
   }
-  rs.Reset(nullptr);
-  return Status::Ok();
+  Diagnostic d;
+  bool failed = ORVANE_SEAM_FAILS(kRecordsetClose, d);
+  if (failed) NoteResultFailure(*rs.impl(), d);
+  rs.Reset(nullptr);  // freed whether or not the close reports a failure
+  return failed ? DbFailure("Com_funRecordsetClose", d) : Status::Ok();
 }
 
 Status Com_funRecodsetToArray(Recordset& rs, Array2D& out) {
   Diagnostic d;
   if (CheckRecordset(rs, d)) {
     RecordsetImpl& rec = *rs.impl();
-    out.assign(rec.labels.size(), {});
-    bool ok = true;
+    bool ok = !ORVANE_SEAM_FAILS(kArrayCopy, d);
+    if (ok) out.assign(rec.labels.size(), {});
     while (ok && !rec.eof) {
       for (size_t c = 0; c < rec.labels.size(); ++c) out[c].push_back(std::move(rec.row[c]));
       ok = rec.MoveNext(true, d);

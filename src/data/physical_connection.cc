@@ -3,6 +3,7 @@
 #include <sqlext.h>
 #include <sqlucode.h>
 
+#include "data/failure_seam.h"
 #include "data/odbc_env.h"
 #include "data/statement.h"
 #include "data/utf16.h"
@@ -73,6 +74,10 @@ bool PhysicalConnection::ExecDirect(std::string_view sql, Diagnostic& diag) {
 }
 
 bool PhysicalConnection::Begin(Diagnostic& diag) {
+  if (ORVANE_SEAM_FAILS(kBegin, diag)) {
+    NoteFailure(diag);
+    return false;
+  }
   std::string_view begin = dialect_->BeginStatement();
   if (!begin.empty()) {
     if (!ExecDirect(begin, diag)) return false;
@@ -89,7 +94,11 @@ bool PhysicalConnection::Begin(Diagnostic& diag) {
 }
 
 bool PhysicalConnection::Commit(Diagnostic& diag) {
-  if (EndTransaction(true, diag)) return true;
+  if (ORVANE_SEAM_FAILS(kCommit, diag)) {
+    NoteFailure(diag);
+  } else if (EndTransaction(true, diag)) {
+    return true;
+  }
   Diagnostic ignored;
   if (in_transaction_) EndTransaction(false, ignored);
   return false;
