@@ -122,7 +122,9 @@ Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn) {
 }
 
 void FinishTreeChange(RequestContext& ctx, WriteFrame& frame) {
-  if (!ctx.WorkTables() && !frame.Step("ERROR:SETAPPLICATIONVALUE", RefreshSecHierarchical(ctx, frame.conn()))) return;
+  // The code alone: the pages have never been shown the drawing's trail.
+  if (!ctx.WorkTables() && frame.Failed(RefreshSecHierarchical(ctx, frame.conn())))
+    return frame.Fail("ERROR:SETAPPLICATIONVALUE");
   frame.Finish();
 }
 
