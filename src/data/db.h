@@ -110,6 +110,13 @@ using RowVisitor = std::function<bool(const std::vector<std::string>& values)>;
 Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::string>& names, const RowVisitor& on_row,
                   ReadStep* failed_step = nullptr);
 
+// SelectRows for the first row only: its values in `row` (left as they
+// were when there is none) and `found`.
+Status SelectFirstRow(Connection& conn, const Sql& sql, const std::vector<std::string>& names,
+                      std::vector<std::string>& row, bool& found, ReadStep* failed_step = nullptr);
+// The first row's column CNT as a number (0 when there is no row).
+Status SelectCount(Connection& conn, const Sql& sql, long& count);
+
 // One transaction per writing operation, no nesting. On SQLite the write
 // lock is taken at the start (BEGIN IMMEDIATE).
 Status Com_funBeginTrans(Connection& conn);

@@ -2,6 +2,8 @@
 // fetching by name, the array copy and closing.
 #include <sqlext.h>
 
+#include <cstdlib>
+
 #include "base/text.h"
 #include "data/db_impl.h"
 #include "data/failure_seam.h"
@@ -261,6 +263,25 @@ Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::strin
   }
   step(ReadStep::kClose);
   return Com_funRecordsetClose(rs);
+}
+
+Status SelectFirstRow(Connection& conn, const Sql& sql, const std::vector<std::string>& names,
+                      std::vector<std::string>& row, bool& found, ReadStep* failed_step) {
+  found = false;
+  auto keep = [&](const std::vector<std::string>& values) {
+    row = values;
+    found = true;
+    return false;
+  };
+  return SelectRows(conn, sql, names, keep, failed_step);
+}
+
+Status SelectCount(Connection& conn, const Sql& sql, long& count) {
+  std::vector<std::string> row;
+  bool found = false;
+  Status s = SelectFirstRow(conn, sql, {"CNT"}, row, found);
+  count = found ? std::atol(row[0].c_str()) : 0;
+  return s;
 }
 
 }  // namespace orvane::data

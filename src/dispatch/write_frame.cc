@@ -1,5 +1,6 @@
 #include "dispatch/write_frame.h"
 
+#include "base/clock.h"
 #include "dispatch/session_check.h"
 
 namespace orvane {
@@ -25,11 +26,18 @@ bool WriteFrame::Start(std::initializer_list<RequiredKey> keys, std::vector<std:
     }
     ++i;
   }
+  Com_subGetDate(ctx_.clock(), stamp_.ymd, stamp_.hms);
+  stamp_.usr = ctx_.session().Get("PUB_USR_ID");
   Status session = Com_funChkSession(ctx_, ctx_.CookieValue("pubCookie", "cookie_Userid"),
                                      ctx_.CookieValue("pubCookie", "cookie_Passwd"));
   if (!Failed(session)) return true;
   ctx_.Write(OwnCode("ERROR:SESSIONCHECK", session));
   return false;
+}
+
+bool WriteFrame::Start() {
+  std::vector<std::string> values;
+  return Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, values);
 }
 
 bool WriteFrame::Open() {

@@ -67,6 +67,15 @@ class WriteFrame {
   // then checks the session with the "pubCookie" values. False when the
   // request has been answered.
   bool Start(std::initializer_list<RequiredKey> keys, std::vector<std::string>& values);
+  // The same with LOCAL_DB_DSN alone ("ERROR:READINFOFILE_SV_FOLDER").
+  bool Start();
+
+  // The stamp of every row this request writes: UPD_YMD and UPD_HMS of the
+  // moment Start ran (Com_subGetDate), UPD_USR the session's PUB_USR_ID.
+  struct Stamp {
+    std::string ymd, hms, usr;
+  };
+  const Stamp& stamp() const { return stamp_; }
   // Opens LOCAL_DB_DSN (read by Start when among its keys).
   bool Open();
   bool Begin();
@@ -105,6 +114,7 @@ class WriteFrame {
   WriteRules rules_;
   std::string dsn_;
   bool dsn_read_ = false;
+  Stamp stamp_;
   data::Connection conn_;
   bool in_transaction_ = false;
 };

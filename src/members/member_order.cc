@@ -41,11 +41,8 @@ struct Member {
 void ChangeUserDisp(RequestContext& ctx, const std::string& target_user_id, const std::string& moved_user_id,
                     const std::string& sec_cd) {
   WriteFrame frame(ctx, kOrderRules);
-  std::vector<std::string> keys;
-  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
-  std::string date, time;
-  Com_subGetDate(ctx.clock(), date, time);
-  const std::string user = ctx.session().Get("PUB_USR_ID");
+  if (!frame.Start()) return;
+  const auto& [date, time, user] = frame.stamp();
 
   // The positions are read inside the transaction that rewrites them.
   if (!frame.Open() || !frame.Begin()) return;

@@ -22,16 +22,6 @@ constexpr WriteRules kMemberRules = {.close_failure = WriteRules::CloseFailure::
                                      .step_trail = true,
                                      .rollback_failure = {}};
 
-// The first row's CNT as a number.
-Status Count(data::Connection& conn, const data::Sql& sql, long& count) {
-  count = 0;
-  auto keep = [&count](const std::vector<std::string>& v) {
-    count = std::atol(v[0].c_str());
-    return false;
-  };
-  return data::SelectRows(conn, sql, {"CNT"}, keep);
-}
-
 data::Sql NextSortidxSql(const RequestContext& ctx, const std::string& sec_cd) {
   data::Sql sql;
   sql << "select max(USER_SEQ) as MAX_IDX"
@@ -100,7 +90,7 @@ Status funUpdAdmMember(const RequestContext& ctx, data::Connection& conn, const 
   OverlappingPrimaries(overlap, ctx, p[1], p[3], p[4]);
   overlap << " and (SEC_CD <> " << Quoted(p[0]) << ")";
   long count = 0;
-  if (Status s = Count(conn, overlap, count); !s.ok()) return s;
+  if (Status s = data::SelectCount(conn, overlap, count); !s.ok()) return s;
   already_primary = count > 0 && p[2] == "1";
   if (already_primary) return Status::Ok();
   // The row keeps its USER_SEQ.
@@ -123,8 +113,8 @@ Status funInsCirMember(const RequestContext& ctx, data::Connection& conn, const 
   data::Sql overlap;
   OverlappingPrimaries(overlap, ctx, p[1], p[4], p[5]);
   long members = 0, primaries = 0;
-  if (Status s = Count(conn, present, members); !s.ok()) return s;
-  if (Status s = Count(conn, overlap, primaries); !s.ok()) return s;
+  if (Status s = data::SelectCount(conn, present, members); !s.ok()) return s;
+  if (Status s = data::SelectCount(conn, overlap, primaries); !s.ok()) return s;
   already_primary = p[2] == "1" && primaries > 0;
   if (already_primary) return Status::Ok();
   data::Sql sql;
@@ -206,7 +196,7 @@ Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn,
       << " from " << Table(ctx.SEC_MEM) << " where UPD_YMD >= " << Quoted(since_ymd) << " and UPD_HMS > "
       << Quoted(since_hms);
   long count = 0;
-  if (Status s = Count(conn, sql, count); !s.ok()) return std::move(s).Prefixed("Com_funAdmUsrTimeStamp");
+  if (Status s = data::SelectCount(conn, sql, count); !s.ok()) return std::move(s).Prefixed("Com_funAdmUsrTimeStamp");
   changed = count == 0 ? "0" : "1";
   return Status::Ok();
 }
@@ -215,11 +205,8 @@ void RegistMember(RequestContext& ctx, const std::string& mode, const std::strin
                   const std::string& sec_kbn, const std::string& post_cd, const std::string& st_ymd,
                   const std::string& ed_ymd, const std::string& upd_ymd, const std::string& upd_hms) {
   WriteFrame frame(ctx, kMemberRules);
-  std::vector<std::string> keys;
-  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
-  std::string date, time;
-  Com_subGetDate(ctx.clock(), date, time);
-  const std::string user = ctx.session().Get("PUB_USR_ID");
+  if (!frame.Start()) return;
+  const auto& [date, time, user] = frame.stamp();
   const bool remove = mode == "1", change = mode == "2", add = mode == "3";
 
   MemberParams p;

@@ -87,11 +87,8 @@ void ChangeUserMenu(RequestContext& ctx, const std::string& marker, const std::s
                                  .step_trail = true,
                                  .rollback_failure = {}};
   WriteFrame frame(ctx, kRules);
-  std::vector<std::string> keys;
-  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
-  std::string date, time;
-  Com_subGetDate(ctx.clock(), date, time);
-  data::Sql sql = ChangeUserMenuSql(ctx, marker, user_id, rights_text, date, time);
+  if (!frame.Start()) return;
+  data::Sql sql = ChangeUserMenuSql(ctx, marker, user_id, rights_text, frame.stamp().ymd, frame.stamp().hms);
   if (!frame.Open() || !frame.Begin() ||
       !frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(frame.conn(), sql).Prefixed("ChangeUserMenu")))
     return;

@@ -16,11 +16,8 @@ using data::Table;
 
 void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const std::string& new_joi_sec) {
   WriteFrame frame(ctx, kTreeChangeRules);
-  std::vector<std::string> keys;
-  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
-  std::string date, time;
-  Com_subGetDate(ctx.clock(), date, time);
-  const std::string user = ctx.session().Get("PUB_USR_ID");
+  if (!frame.Start()) return;
+  const auto& [date, time, user] = frame.stamp();
 
   // The paths that decide the new ones are read inside the transaction,
   // under its write lock, so no other change can slip in between.

@@ -22,11 +22,8 @@ struct Place {
 void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const std::string& target_sec_cd,
                      const std::string& joi_sec) {
   WriteFrame frame(ctx, kTreeChangeRules);
-  std::vector<std::string> keys;
-  if (!frame.Start({{"LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER"}}, keys)) return;
-  std::string date, time;
-  Com_subGetDate(ctx.clock(), date, time);
-  const std::string user = ctx.session().Get("PUB_USR_ID");
+  if (!frame.Start()) return;
+  const auto& [date, time, user] = frame.stamp();
 
   // The orders are read inside the transaction that rewrites them.
   if (!frame.Open() || !frame.Begin()) return;

@@ -35,16 +35,6 @@ void OpenedToGroup(data::Sql& sql, const std::string& sec_cd) {
 
 Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
 
-// The first row's CNT as a number (0 when there is none).
-Status Count(data::Connection& conn, const data::Sql& sql, long& count) {
-  count = 0;
-  auto keep = [&count](const std::vector<std::string>& v) {
-    count = std::atol(v[0].c_str());
-    return false;
-  };
-  return data::SelectRows(conn, sql, {"CNT"}, keep);
-}
-
 // The list follow-up after a commit: the group's members current today
 // join the group's new list. It runs on a copy of the request, so nothing
 // it meets (a missing key, a dead proxy) changes this request's answer.
@@ -125,7 +115,7 @@ Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std:
            << " from " << Table(ctx.SEC_MST) << " where JOI_SEC =" << Quoted(sec_cd);
   if (ctx.WorkTables()) children << " and (UPD_KBN <> '1')";
   long count = 0;
-  if (Status s = Count(conn, children, count); !s.ok()) return std::move(s).Prefixed(kName);
+  if (Status s = data::SelectCount(conn, children, count); !s.ok()) return std::move(s).Prefixed(kName);
   // Deliberately silent: the pages prevent deleting a group with children.
   if (count > 0) {
     has_children = std::string(1, '1');  // GCC 12 warns falsely on a literal assignment here
@@ -223,11 +213,12 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   const bool add = mode == "3", change = mode == "2", remove = mode == "1";
 
   GroupRecord r;
-  Com_subGetDate(ctx.clock(), r.UPD_YMD, r.UPD_HMS);
+  r.UPD_YMD = frame.stamp().ymd;
+  r.UPD_HMS = frame.stamp().hms;
+  r.UPD_USR = frame.stamp().usr;
   r.SEC_NM = sec_nm;
   r.DSP_NM = dsp_nm;
   r.IMAIL_LIST = imail_list;
-  r.UPD_USR = ctx.session().Get("PUB_USR_ID");
   if (with_busho) r.BUSHO_CD = busho_cd;
   if (change) r.SEC_CD = sec_cd;
   if (add) r.JOI_SEC = sec_cd;
