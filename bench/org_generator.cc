@@ -119,7 +119,7 @@ int GenerateOrganisation(data::Connection& conn, const OrgSize& size, unsigned s
         std::string name = "部署" + SectionCode(i);
         sql << Quoted(SectionCode(i)) << "," << Quoted(parent) << "," << Quoted(Padded("%03d", (i - 1) % kFanOut + 1))
             << "," << Quoted(trees[i]) << "," << Quoted(name) << "," << Quoted(name) << "," << Quoted(name) << ","
-            << Quoted("B" + SectionCode(i)) << "," << Quoted("");
+            << Quoted(std::string("B").append(SectionCode(i))) << "," << Quoted("");
         stamps(sql);
       },
       error);

@@ -80,7 +80,10 @@ int FileSystem::ReadAll(std::string_view path, std::string& content) const {
 int FileSystem::ReplaceFile(std::string_view path, std::string_view content) const {
   std::string target = LocalPath(path);
   fs::path p(target);
-  std::string temp = (p.parent_path() / ("." + p.filename().string() + ".XXXXXX")).string();
+  // Built by appends: GCC 12 warns falsely on literal + temporary.
+  std::string name = ".";
+  name.append(p.filename().string()).append(".XXXXXX");
+  std::string temp = (p.parent_path() / name).string();
   int fd = ::mkostemp(temp.data(), O_CLOEXEC);
   if (fd < 0) return errno;
   struct stat old {};

@@ -197,7 +197,7 @@ Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn,
       << Quoted(since_hms);
   long count = 0;
   if (Status s = data::SelectCount(conn, sql, count); !s.ok()) return std::move(s).Prefixed("Com_funAdmUsrTimeStamp");
-  changed = count == 0 ? "0" : "1";
+  changed.assign(1, count == 0 ? '0' : '1');  // not a literal: GCC 12 warns falsely on that
   return Status::Ok();
 }
 

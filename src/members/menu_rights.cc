@@ -21,7 +21,10 @@ bool FacilityGroup(std::string_view number) {
 }
 
 bool Has(const std::string& rights, std::string_view number) {
-  return rights.find("/" + std::string(number) + "/") != std::string::npos;
+  // Built by appends: GCC 12 warns falsely on literal + temporary.
+  std::string framed = "/";
+  framed.append(number).append("/");
+  return rights.find(framed) != std::string::npos;
 }
 
 }  // namespace
@@ -47,9 +50,9 @@ MenuRights WalkMenuCatalogue(const MenuCatalogue& catalogue, const std::string& 
     if (FacilityGroup(menu.number)) {
       if (facility_done) continue;
       facility_done = true;
-      out.numbers += "/" + std::string(kFacilityNumber);
-      out.names += "/" + std::string(kFacilityName);
-      out.granted += Has(rights, kFacilityNumber) ? "/" + std::string(kFacilityNumber) : std::string("/ZZ");
+      out.numbers.append("/").append(kFacilityNumber);
+      out.names.append("/").append(kFacilityName);
+      out.granted.append("/").append(Has(rights, kFacilityNumber) ? kFacilityNumber : "ZZ");
       continue;
     }
     out.numbers += "/" + menu.number;
