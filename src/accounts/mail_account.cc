@@ -30,7 +30,7 @@ Status funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::s
   bool local = ToolsRunLocally(ctx.config());
   std::string command = AccountCommand(local, mode, At(userData, 0), At(userData, 3));
   if (!local) {
-    if (command.empty()) return Status::Failure("funAdmMailMember" + std::string(text::kCrLf) + "Invalid Case");
+    if (command.empty()) return Status::Failure("Invalid Case").Prefixed("funAdmMailMember");
     return funExeProxyCommand(ctx, std::string(toolFolder) + command, "user");
   }
   // An unknown mode runs nothing; this channel has no text for it.
