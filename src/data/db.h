@@ -99,6 +99,12 @@ Status Com_funRecordsetClose(Recordset& rs);
 // with no rows (status 0).
 Status Com_funRecodsetToArray(Recordset& rs, Array2D& out);
 
+// Holds `table` (a known table) against other writers until the open
+// transaction ends, so that what the transaction reads to decide its
+// writes cannot change under it; readers go on. A failure's trail is that
+// of Com_funExecsql with the lock statement.
+Status LockTable(Connection& conn, std::string_view table);
+
 // The system's read sequence on an open connection, written once:
 // Com_funSelect, Com_funfetchData until the end of the result or until
 // `on_row` returns false, Com_funRecordsetClose. Returns the first failing

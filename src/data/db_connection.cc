@@ -122,6 +122,19 @@ Status Com_funExecsql(Connection& conn, const Sql& sql) {
   return DbFailure(kRoutine, d, sql.Render());
 }
 
+Status LockTable(Connection& conn, std::string_view table) {
+  Diagnostic d;
+  if (!conn.IsOpen()) return DbFailure("Com_funExecsql", NotOpen());
+  if (!IsKnownTable(table))
+    return DbFailure("Com_funExecsql", OwnDiagnostic("42000", "unknown table name \"" + std::string(table) + "\""));
+  PhysicalConnection& phys = conn.impl()->phys();
+  if (!phys.in_transaction()) return DbFailure("Com_funExecsql", OwnDiagnostic("25000", "No transaction is open"));
+  std::string statement = phys.dialect().LockTableStatement(table);
+  if (statement.empty() || phys.ExecDirect(statement, d)) return Status::Ok();
+  conn.impl()->StatementFailed(d);
+  return DbFailure("Com_funExecsql", d, statement);
+}
+
 bool CheckStatement(Connection& conn, const Sql& sql, Diagnostic& d) {
   if (!conn.IsOpen()) {
     d = NotOpen();

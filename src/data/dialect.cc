@@ -47,6 +47,18 @@ std::string Dialect::Concat(const std::vector<std::string>& parts) const {
 // it. PostgreSQL refuses text = integer, so the number goes as a text value.
 bool Dialect::BindsBareNumbers() const { return kind_ == Kind::kPostgres; }
 
+std::string Dialect::LockTableStatement(std::string_view table) const {
+  switch (kind_) {
+    case Kind::kSqlite:
+      return "";
+    case Kind::kPostgres:
+      return "LOCK TABLE " + std::string(table) + " IN SHARE ROW EXCLUSIVE MODE";
+    case Kind::kSqlServer:
+      break;
+  }
+  return "SELECT COUNT(*) FROM " + std::string(table) + " WITH (TABLOCKX, HOLDLOCK)";
+}
+
 // SQLite takes its write lock at BEGIN IMMEDIATE, so two read-then-write
 // operations queue up instead of one failing with "database is locked".
 std::string_view Dialect::BeginStatement() const { return kind_ == Kind::kSqlite ? "BEGIN IMMEDIATE" : ""; }

@@ -24,6 +24,10 @@ class Dialect {
   // A bare number in the system's text: true when it is sent as a bound text
   // value (databases that refuse to compare a number with a text column).
   bool BindsBareNumbers() const;
+  // The statement that holds `table` against other writers until the open
+  // transaction ends, readers going on; empty where the transaction's
+  // begin already holds the whole database (SQLite's BEGIN IMMEDIATE).
+  std::string LockTableStatement(std::string_view table) const;
   // The statements that begin, commit and roll back a writing transaction;
   // empty when the driver's autocommit switch and SQLEndTran are used.
   std::string_view BeginStatement() const;

@@ -48,8 +48,12 @@ bool WriteFrame::Open() {
   return false;
 }
 
-bool WriteFrame::Begin() {
+bool WriteFrame::Begin(std::string_view lock_table) {
   Status begin = data::Com_funBeginTrans(conn_);
+  if (begin.ok() && !lock_table.empty()) {
+    begin = data::LockTable(conn_, lock_table);
+    if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();  // the lock's failure is the one to answer
+  }
   if (!Failed(begin)) {
     in_transaction_ = true;
     return true;

@@ -78,7 +78,9 @@ class WriteFrame {
   const Stamp& stamp() const { return stamp_; }
   // Opens LOCAL_DB_DSN (read by Start when among its keys).
   bool Open();
-  bool Begin();
+  // Begins the transaction; with `lock_table`, also holds that table
+  // against other writers until it ends (a failure answers as the begin's).
+  bool Begin(std::string_view lock_table = {});
   data::Connection& conn() { return conn_; }
   // LOCAL_DB_DSN as read by Start or Open.
   const std::string& Dsn() const { return dsn_; }

@@ -21,7 +21,7 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
 
   // The paths that decide the new ones are read inside the transaction,
   // under its write lock, so no other change can slip in between.
-  if (!frame.Open() || !frame.Begin()) return;
+  if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
   data::ReadStep step = data::ReadStep::kSelect;
   auto read = [&](const Status& s) { return frame.Step(ReadFailure(step), s); };

@@ -26,7 +26,7 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
   const auto& [date, time, user] = frame.stamp();
 
   // The orders are read inside the transaction that rewrites them.
-  if (!frame.Open() || !frame.Begin()) return;
+  if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
   data::ReadStep step = data::ReadStep::kSelect;
   auto order_of = [&](const std::string& sec_cd, std::string& seq) {

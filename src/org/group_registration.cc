@@ -226,7 +226,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
 
   // Everything read here decides what is written: it is read inside the
   // transaction, under its write lock.
-  if (!frame.Open() || !frame.Begin()) return;
+  if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
   std::string parent_tree, parent_tree_nm, stored_list;
   if (add && !frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm))) return;

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <map>
+#include <thread>
 
 #include "base/text.h"
 #include "org/group_registration.h"
@@ -22,6 +24,9 @@ class GroupChanges : public orvane::testing::DbTest {
   void SetUp() override {
     DbTest::SetUp();
     session().Set("PUB_USR_ID", "admin");
+    Organisation();
+  }
+  void Organisation() {
     // 0000 本社 ─ 0001 営業部 ─ 0011 東京 ─ 0111 丸の内
     //          └ 0002 総務部
     for (const char* table : {"T_SECTION", "T_SECTION_WORK"}) {
@@ -210,6 +215,28 @@ TEST_P(GroupChanges, MoveRewritesTheSubtreeAndRefusesCycles) {
                         "ReqNo=212&Group_cd1=0002&Group_cd2=0999"})
     EXPECT_EQ(Request(q), "ERROR:ILLEGALTREE") << q;
   EXPECT_EQ(All(), before);
+}
+
+// Two administrators hang 0001 under 0002 and 0002 under 0001 at the same
+// moment: one move wins, the other finds itself inside its own subtree.
+TEST_P(GroupChanges, CrossedMovesAtOnceLeaveATree) {
+  for (int round = 0; round < 6; ++round) {
+    for (const char* table : {"T_SECTION", "T_SECTION_WORK"}) Exec(data::Sql() << "delete from " << Table(table));
+    Organisation();
+    std::string a, b;
+    std::thread first([&] { a = Request("ReqNo=212&Group_cd1=0001&Group_cd2=0002"); });
+    std::thread second([&] { b = Request("ReqNo=212&Group_cd1=0002&Group_cd2=0001"); });
+    first.join();
+    second.join();
+    EXPECT_TRUE((a == "OK" && b == "ERROR:ILLEGALTREE") || (a == "ERROR:ILLEGALTREE" && b == "OK")) << a << " " << b;
+    std::map<std::string, std::string> trees;
+    Cells rows = Rows(data::Sql() << "select SEC_CD,JOI_SEC,SEC_TREE from " << Table("T_SECTION"));
+    for (const auto& row : rows) trees[row[0]] = row[2];
+    for (const auto& row : rows) {
+      if (row[1] == "9999") continue;
+      EXPECT_EQ(row[2], trees[row[1]] + "/" + row[0]) << "round " << round;
+    }
+  }
 }
 
 TEST_P(GroupChanges, ReorderTurnsTheRangeByOnePlace) {
