@@ -47,19 +47,17 @@ std::string AccountMode(std::string_view flag, std::string_view old_flag, std::s
   const bool new_off = new_flag.empty() || is(new_flag, "0");
   // The table is kept as the pages have always been served, "0" against
   // empty included: switching mail on deletes (mode "1"), off creates ("3").
-  std::string mode;
-  if (new_off && is(old_flag, "0")) return mode;  // no account before or after
-  if (is(old_flag, new_flag)) {
+  if (new_off && is(old_flag, "0")) return {};  // no account before or after
+  // A deleted user's account, when there is one, goes whatever the flags say.
+  std::string_view mode = flag;
+  if (flag == "1" || is(old_flag, new_flag)) {
     mode = flag;
   } else if (new_off) {
     mode = "3";
   } else if (is(old_flag, "0")) {
     mode = "1";
-  } else {
-    mode = flag;
   }
-  if (flag == "1") mode = "1";  // a deleted user's account, when there is one, goes
-  return mode;
+  return std::string(mode);  // built from a view: GCC 12 warns falsely on a literal assignment
 }
 
 void RegistUser(RequestContext&) {}
