@@ -41,7 +41,6 @@ std::string CodeListing() {
     std::string fields;
     for (auto f : r.Fields()) fields += (fields.empty() ? "" : ", ") + std::string(f);
     if (!fields.empty()) out += " (" + fields + ")";
-    if (!r.Built()) out += "  [not built yet]";
     out += "\n";
   }
   return out;

@@ -1,6 +1,7 @@
 #include "requests/request_table.h"
 
 #include "accounts/mail_list_combo.h"
+#include "accounts/user_registration.h"
 #include "base/text.h"
 #include "dispatch/server_information.h"
 #include "members/member_order.h"
@@ -17,11 +18,14 @@ namespace orvane {
 namespace {
 
 std::vector<RequestRoute> MakeTable() {
-  // The user form's fields after the update flag; 206 passes no mail name.
-  auto user = [](std::string_view flag, FixedArg or_mail_nm, bool with_mail_nm) {
-    return Pending(Fixed(flag), Text("User_cd"), Text("User_KJ"), Text("User_KN"), Text("User_PS"), Text("Mail_AD"),
-                   Text("Mail_FL"), Text("Ext_TEL"), Text("Post_NM"), Text("Disp_NM"), Text("Mail_UFL"),
-                   with_mail_nm ? static_cast<ArgSpec>(Text("Mail_NM")) : static_cast<ArgSpec>(or_mail_nm));
+  // The user form's fields after the update flag, then the mail name and
+  // the page's old mail values; 206 reads neither: a delete takes the old
+  // values from the stored user.
+  auto user = [](std::string_view flag) {
+    return Call<accounts::RegistUser1>(Fixed(flag), Text("User_cd"), Text("User_KJ"), Text("User_KN"), Text("User_PS"),
+                                       Text("Mail_AD"), Text("Mail_FL"), Text("Ext_TEL"), Text("Post_NM"),
+                                       Text("Disp_NM"), Text("Mail_UFL"), Text("Mail_NM"), Text("OldMail_UFL"),
+                                       Text("OldAlias"), Text("OldAlias_FL"));
   };
   auto member = [](std::string_view flag) {
     return Call<members::RegistMember>(Fixed(flag), Text("Group_cd"), Text("User_cd"), Fixed("0"), Fixed(""), Fixed(""),
@@ -68,9 +72,15 @@ std::vector<RequestRoute> MakeTable() {
        .changes_data = true,
        .call = Call<org::RegistGroup>(Fixed("1"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
                                       Text("M_LIST"))},
-      {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3", Fixed(""), true)},
-      {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2", Fixed(""), true)},
-      {.code = "206", .operation = "RegistUser1", .changes_data = true, .call = user("1", Fixed(""), false)},
+      {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3")},
+      {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2")},
+      {.code = "206",
+       .operation = "RegistUser1",
+       .changes_data = true,
+       .call =
+           Call<accounts::RegistUser1>(Fixed("1"), Text("User_cd"), Text("User_KJ"), Text("User_KN"), Text("User_PS"),
+                                       Text("Mail_AD"), Text("Mail_FL"), Text("Ext_TEL"), Text("Post_NM"),
+                                       Text("Disp_NM"), Text("Mail_UFL"), Fixed(""), Fixed(""), Fixed(""), Fixed(""))},
       {.code = "207", .operation = "RegistMember", .changes_data = true, .call = member("3")},
       {.code = "208",
        .operation = "RegistMember",

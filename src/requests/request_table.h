@@ -55,7 +55,7 @@ using Invoker = bool (*)(RequestContext& ctx, std::span<const ArgSpec> args, std
 
 struct Binding {
   std::vector<ArgSpec> args;
-  Invoker invoke = nullptr;  // null: the operation is not built yet
+  Invoker invoke = nullptr;
 };
 
 namespace request_table_internal {
@@ -102,12 +102,6 @@ Binding Call(Specs... specs) {
   return request_table_internal::Binder<Operation, decltype(Operation)>::Make(specs...);
 }
 
-// A row whose operation is not built yet: its fields, no call.
-template <typename... Specs>
-Binding Pending(Specs... specs) {
-  return Binding{{static_cast<const ArgSpec&>(specs)...}, nullptr};
-}
-
 struct RequestRoute {
   std::string_view code;
   std::string_view operation;  // the operation's name
@@ -117,7 +111,6 @@ struct RequestRoute {
 
   // The fields the row reads, in argument order, each once.
   std::vector<std::string_view> Fields() const;
-  bool Built() const { return call.invoke != nullptr; }
 };
 
 const std::vector<RequestRoute>& RequestTable();

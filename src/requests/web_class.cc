@@ -33,10 +33,6 @@ const RequestRoute* WebClass_Start(RequestContext& ctx) {
     ctx.Write("ERROR:NOREQUESTCODE");
     return nullptr;
   }
-  if (!route->Built()) {
-    ctx.Write("ERROR:NOTIMPLEMENTED");
-    return route;
-  }
   std::string conversion_error;
   if (!route->call.invoke(ctx, route->call.args, conversion_error)) {
     // A field that cannot become its parameter's type ends the request

@@ -12,10 +12,11 @@ namespace {
 NamedValues AllFields() {
   NamedValues f;
   for (const char* name :
-       {"s_kbn",     "S_OPT",     "S_COL",    "s_type",    "S_POS",   "b_pos",   "GROUP_CD", "s_col",   "group_nm",
-        "DISP_NM",   "m_list",    "busho_cd", "USER_CD",   "user_kj", "User_kn", "USER_PS",  "mail_ad", "Mail_fl",
-        "EXT_TEL",   "post_nm",   "mail_ufl", "MAIL_NM",   "primary", "POST_CD", "st_ymd",   "ED_YMD",  "group_cd1",
-        "GROUP_CD2", "Group_Cd3", "user_cd2", "USER_MENU", "upd_ymd", "UPD_HMS"}) {
+       {"s_kbn",    "S_OPT",       "S_COL",     "s_type",     "S_POS",     "b_pos",    "GROUP_CD",  "s_col",
+        "group_nm", "DISP_NM",     "m_list",    "busho_cd",   "USER_CD",   "user_kj",  "User_kn",   "USER_PS",
+        "mail_ad",  "Mail_fl",     "EXT_TEL",   "post_nm",    "mail_ufl",  "MAIL_NM",  "primary",   "POST_CD",
+        "st_ymd",   "ED_YMD",      "group_cd1", "GROUP_CD2",  "Group_Cd3", "user_cd2", "USER_MENU", "upd_ymd",
+        "UPD_HMS",  "oldmail_ufl", "OLDALIAS",  "OldAlias_fl"}) {
     std::string value = name;
     if (value == "S_POS") value = "-3";
     if (value == "b_pos") value = "+40";
@@ -53,9 +54,9 @@ TEST(RequestTable, EveryCodePassesItsFieldsInTheOperationsOrder) {
       {"201", "RegistGroup", {"3", "GROUP_CD", "group_nm", "DISP_NM", "busho_cd", "m_list"}},
       {"202", "RegistGroup", {"2", "GROUP_CD", "group_nm", "DISP_NM", "", "m_list"}},
       {"203", "RegistGroup", {"1", "GROUP_CD", "group_nm", "DISP_NM", "busho_cd", "m_list"}},
-      {"204", "RegistUser1", with({"3"}, user, {"MAIL_NM"})},
-      {"205", "RegistUser1", with({"2"}, user, {"MAIL_NM"})},
-      {"206", "RegistUser1", with({"1"}, user, {""})},
+      {"204", "RegistUser1", with({"3"}, user, {"MAIL_NM", "oldmail_ufl", "OLDALIAS", "OldAlias_fl"})},
+      {"205", "RegistUser1", with({"2"}, user, {"MAIL_NM", "oldmail_ufl", "OLDALIAS", "OldAlias_fl"})},
+      {"206", "RegistUser1", with({"1"}, user, {"", "", "", ""})},
       {"207", "RegistMember", {"3", "GROUP_CD", "USER_CD", "0", "", "", "", "upd_ymd", "UPD_HMS"}},
       {"208",
        "RegistMember",
@@ -81,7 +82,8 @@ TEST(RequestTable, FieldsReadAndWritesDeriveFromTheRows) {
   using V = std::vector<std::string_view>;
   EXPECT_EQ(FindRoute("102")->Fields(), (V{"S_Col", "S_Type", "S_OPT", "S_pos", "B_pos"}));
   EXPECT_EQ(FindRoute("202")->Fields(), (V{"Group_cd", "Group_nm", "Disp_NM", "M_LIST"}));  // no BUSHO_CD
-  EXPECT_EQ(FindRoute("206")->Fields().back(), "Mail_UFL");                                 // no Mail_NM
+  EXPECT_EQ(FindRoute("205")->Fields().back(), "OldAlias_FL");
+  EXPECT_EQ(FindRoute("206")->Fields().back(), "Mail_UFL");  // no Mail_NM, no old values
   EXPECT_EQ(FindRoute("209")->Fields(), (V{"Group_cd", "User_cd", "Upd_Ymd", "Upd_Hms"}));
   std::string writes;
   for (const RequestRoute& r : RequestTable())

@@ -1,0 +1,163 @@
+#include "accounts/user_registration.h"
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "accounts/file_system.h"
+#include "accounts/mail_account.h"
+#include "accounts/mail_alias.h"
+#include "accounts/section_mail_list.h"
+#include "accounts/user_storage.h"
+#include "base/text.h"
+#include "dispatch/required_keys.h"
+#include "dispatch/write_frame.h"
+#include "members/member_queries.h"
+
+namespace orvane::accounts {
+namespace {
+
+constexpr std::string_view kNoConfig = "ERROR:READINFOFILE_SV_FOLDER";
+
+// The frame's own codes stand alone; a failed step's code carries its text;
+// a failed rollback changes no answer (the connection goes back rolled
+// back); a close that fails after another failure writes "ERROR:DBCLOSE"
+// first.
+constexpr WriteRules kUserRules = {.close_failure = WriteRules::CloseFailure::kBefore,
+                                   .frame_trail = false,
+                                   .step_trail = true,
+                                   .rollback_failure = {}};
+
+// The storage routine's answer code, CR LF in front of its text.
+std::string StorageCode(std::string_view flag) {
+  std::string code = flag == "1" ? "ERROR:DELETEUSER" : flag == "2" ? "ERROR:UPDATEUSER" : "ERROR:INSERTUSER";
+  code.append(text::kCrLf);
+  return code;
+}
+
+// ML_FOLDER as the tools' command-line prefix, ending in "\".
+std::string ToolFolder(const std::string& ml_folder) {
+  return ml_folder.ends_with('\\') ? ml_folder : ml_folder + "\\";
+}
+
+}  // namespace
+
+std::string AccountMode(std::string_view flag, std::string_view old_flag, std::string_view new_flag) {
+  auto is = [](std::string_view a, std::string_view b) { return text::EqualsIgnoreCase(a, b); };
+  const bool new_off = new_flag.empty() || is(new_flag, "0");
+  // The table is kept as the pages have always been served, "0" against
+  // empty included: switching mail on deletes (mode "1"), off creates ("3").
+  if (new_off && is(old_flag, "0")) return {};  // no account before or after
+  // A deleted user's account, when there is one, goes whatever the flags say.
+  std::string_view mode = flag;
+  if (flag == "1" || is(old_flag, new_flag)) {
+    mode = flag;
+  } else if (new_off) {
+    mode = "3";
+  } else if (is(old_flag, "0")) {
+    mode = "1";
+  }
+  return std::string(mode);  // built from a view: GCC 12 warns falsely on a literal assignment
+}
+
+void RegistUser(RequestContext&) {}
+
+void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string& user_cd, const std::string& user_kj,
+                 const std::string& user_kn, const std::string& user_ps, const std::string& mail_ad,
+                 const std::string& mail_fl, const std::string& ext_tel, const std::string& post_nm,
+                 const std::string& disp_nm, const std::string& mail_ufl, const std::string& mail_nm,
+                 const std::string& old_mail_ufl, const std::string& old_alias, const std::string& old_alias_fl) {
+  std::vector<std::string> keys, mail_keys;
+  if (!ReadRequiredKeys(ctx, {{"LOCAL_DB_DSN", kNoConfig}, {"ML_MODE", kNoConfig}}, keys)) return;
+  const bool mail_server = keys[1] == "2";
+  // The mail server's keys matter only when it is kept in step.
+  if (mail_server && !ReadRequiredKeys(ctx,
+                                       {{"ML_FOLDER", kNoConfig},
+                                        {"ML_ISLOCAL", kNoConfig},
+                                        {"ML_SERVERIP", kNoConfig},
+                                        {"ML_EXEPROXY_PORT", kNoConfig}},
+                                       mail_keys))
+    return;
+  WriteFrame frame(ctx, kUserRules);
+  if (!frame.Start()) return;
+  const bool remove = flag == "1", change = flag == "2", add = flag == "3";
+  if (!remove && !change && !add) return ctx.Write("ERROR:ILLEGALUPDATEFLAG");
+
+  UserData u(kUserFieldCount);
+  u[kUserId] = user_cd;
+  u[kNameKj] = user_kj;
+  u[kNameKn] = user_kn;
+  u[kPassword] = user_ps;
+  u[kMail] = mail_ad;
+  u[kImailFlg] = mail_fl;
+  u[kMailUseFlg] = mail_ufl;
+  u[kExtTel] = ext_tel;
+  u[kPostNm] = post_nm;
+  u[kDspNm] = disp_nm;
+  u[kUpdateFlag] = flag;
+  u[kMailNm] = mail_nm;
+
+  StoredUser old{user_cd, old_alias, old_mail_ufl, old_alias_fl};
+  if (remove) {
+    // What the mail server is to forget is the stored user's, not the page's.
+    old = StoredUser{};
+    if (Status s = DeleteUserInfo1(ctx, frame.Dsn(), user_cd, old); frame.Failed(s))
+      return ctx.Write(StorageCode(flag) + s.trail());
+  }
+
+  if (!frame.Open() || !frame.Begin()) return;
+  data::Connection& conn = frame.conn();
+  std::vector<std::string> sections;
+  if (Status s = members::Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s))
+    return frame.Fail("ERROR:GETMAILINGLIST");
+
+  Refusal refusal = Refusal::kNone;
+  Status stored = remove   ? funDelUser(ctx, conn, user_cd, refusal)
+                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), refusal)
+                           : funInsUser(ctx, conn, u, frame.stamp(), refusal);
+  if (frame.Failed(stored)) {
+    if (refusal == Refusal::kAnswered) return frame.Fail("");  // the missing key's code stands
+    if (refusal == Refusal::kDuplicate) return frame.Fail("ERROR:" + stored.trail());
+    return frame.Fail(StorageCode(flag), stored);
+  }
+
+  if (mail_server && !ctx.WorkTables()) {
+    const std::string folder = ToolFolder(mail_keys[0]);
+    if (std::string mode = AccountMode(flag, old.MAIL_USE_FLG, mail_ufl); !mode.empty()) {
+      std::string output;
+      if (!frame.Step("ERROR:ADDMAILUSER", funAdmMailMember(ctx, mode, folder, u, output))) return;
+    }
+    Status alias = funAdmMailAlias1(ctx, conn, flag, folder, user_cd, mail_ad, mail_fl, old.MAIL, old.IMAIL_FLG);
+    if (frame.Failed(alias)) {
+      if (ctx.response().empty()) return frame.Fail("ERROR:ADDMAILALIAS", alias);
+      return frame.Fail("");  // ML_SERVER was missing; its code stands
+    }
+    if (remove) {
+      std::string mailbox = mail_keys[0];
+      mailbox.append(mailbox.ends_with('\\') ? "users\\" : "\\users\\").append(user_cd);
+      std::unique_ptr<FileSystem> fso;
+      Status made = funCreateObject_FileSystem(fso);
+      if (!frame.Step(StorageCode(flag), made)) return;
+      if (fso->FolderExists(mailbox) && !frame.Step(StorageCode(flag), funDeleteFolder(*fso, mailbox))) return;
+    }
+  }
+
+  if (!frame.Commit()) return;
+  if (remove && !ctx.WorkTables()) {
+    // The user is gone whatever the lists say; a list that keeps the
+    // address is cleaned by hand, as the answer cannot tell.
+    for (const std::string& sec_cd : sections) {
+      RequestContext side = ctx;
+      funDelMailList(side, conn, sec_cd, user_cd).IgnoreError();
+    }
+  }
+  // The rows are committed: the logged-in user's session follows them.
+  if ((add || change) && ctx.session().Get("PUB_USR_ID") == user_cd) {
+    ctx.session().Set("PUB_USR_PW", user_ps);
+    ctx.session().Set("PUB_MAIL", mail_ad);
+    ctx.session().Set("PUB_MAIL_USR_PW", user_ps);
+  }
+  frame.Finish();
+}
+
+}  // namespace orvane::accounts

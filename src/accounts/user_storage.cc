@@ -1,0 +1,343 @@
+#include "accounts/user_storage.h"
+
+#include <memory>
+#include <utility>
+
+#include "accounts/file_system.h"
+#include "base/text.h"
+#include "dispatch/required_keys.h"
+
+namespace orvane::accounts {
+namespace {
+
+using data::Identifier;
+using data::Quoted;
+using data::Table;
+
+constexpr std::string_view kNoConfig = "ERROR:READINFOFILE_SV_FOLDER";
+
+std::string Lines(std::initializer_list<std::string_view> lines) {
+  std::string out;
+  for (std::string_view line : lines) {
+    if (!out.empty()) out.append(text::kCrLf);
+    out.append(line);
+  }
+  return out;
+}
+
+const std::string kIdTaken = Lines({"入力された【ユーザーID】は",
+                                    "すでに別のユーザーが「ユーザーID」または、「エイリアス」として使用しています。",
+                                    "違う【ユーザーID】または、【エイリアス】を設定してください。"});
+const std::string kAliasIsAnId =
+    Lines({"入力された【エイリアス】は", "すでに別のユーザーが「ユーザーID」として使用しています。",
+           "違う【エイリアス】を設定してください。"});
+const std::string kAliasIsAnAlias =
+    Lines({"入力された【エイリアス】は", "すでに別のユーザーが「同じエイリアス」で使用しています。",
+           "違う【エイリアス】を設定してください。"});
+const std::string kIdIsAnAlias =
+    Lines({"入力された【ユーザーID】は", "すでに別のユーザーが「エイリアス」として使用しています。",
+           "違う【ユーザーID】を設定してください。"});
+
+Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
+
+Status Refuse(Refusal& refusal, Refusal why, std::string trail) {
+  refusal = why;
+  return Status::Failure(std::move(trail));
+}
+
+// A configuration key the routine cannot do without; a missing one writes
+// its code to the response.
+bool Key(RequestContext& ctx, std::string_view key, std::string& value, Refusal& refusal) {
+  if (ReadRequiredKey(ctx, key, kNoConfig, value)) return true;
+  refusal = Refusal::kAnswered;
+  return false;
+}
+
+// The user row's UPD_KBN: '4' on the work tables, otherwise the caller's
+// update kind.
+std::string UpdKbn(const RequestContext& ctx, const UserData& u) { return ctx.WorkTables() ? "4" : u[kUpdateFlag]; }
+
+// The alias check of a new or changed user: another user holding the alias
+// as ID or active alias, or (new users) holding the new ID as active alias.
+// `routine` leads the message.
+Status CheckAlias(RequestContext& ctx, data::Connection& conn, const UserData& u, bool is_new, std::string_view routine,
+                  Refusal& refusal) {
+  const std::string &id = u[kUserId], &alias = u[kMail];
+  data::Sql sql;
+  sql << "select USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,IMAIL_FLG from " << Table(ctx.USR_MST)
+      << " where (USER_ID=" << Quoted(alias) << ") or (MAIL =" << Quoted(alias) << " And IMAIL_FLG = '1')";
+  if (is_new) sql << " or (MAIL =" << Quoted(id) << " And IMAIL_FLG = '1')";
+  std::string message;
+  auto check = [&](const std::vector<std::string>& row) {
+    if (row[0] == id) return true;  // the user's own row holds its own alias
+    const bool active = row[4] == "1";
+    if (alias == row[0]) {
+      message = kAliasIsAnId;
+    } else if (active && alias == row[3]) {
+      message = kAliasIsAnAlias;
+    } else if (is_new && active && id == row[3]) {
+      message = kIdIsAnAlias;
+    }
+    return message.empty();
+  };
+  if (Status s = data::SelectRows(conn, sql, {"USER_ID", "NAME_KJ", "NAME_KN", "MAIL", "IMAIL_FLG"}, check); !s.ok())
+    return std::move(s).From(routine);
+  if (message.empty()) return Status::Ok();
+  std::string trail(routine);
+  trail.append(text::kCrLf).append(message);
+  return Refuse(refusal, Refusal::kDuplicate, std::move(trail));
+}
+
+bool Shown(const std::string& disp_menu, std::string_view code) {
+  std::string token = "/";
+  token.append(code).append("/");
+  return disp_menu.find(token) != std::string::npos;
+}
+
+// The mail menus follow the mail account when the mail server gives one
+// with every new user (ML_MODE "2", ML_ADDUSEFLG "1").
+bool MailMenusFollowAccount(const std::string& ml_mode, const std::string& add_use) {
+  return ml_mode == "2" && add_use == "1";
+}
+
+std::string MailMenu(const std::string& disp_menu, std::string_view code, const std::string& mail_use) {
+  return mail_use == "1" && Shown(disp_menu, code) ? std::string(code) : std::string("ZZ");
+}
+
+data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std::string& upd_kbn,
+                        const WriteFrame::Stamp& stamp, const std::string& disp_menu, bool follow_account) {
+  std::vector<std::string> values;
+  for (const std::string& code : ctx.menu_codes) {
+    bool shown = Shown(disp_menu, code);
+    if (code == "02") {
+      // The top menu opens for any of the screens it leads to.
+      for (std::string_view other : {"20", "11", "12", "13", "14", "15", "16", "17", "18"})
+        shown = shown || Shown(disp_menu, other);
+    }
+    std::string value = shown ? code : "ZZ";
+    if (follow_account && (code == "23" || code == "07")) value = MailMenu(disp_menu, code, u[kMailUseFlg]);
+    values.push_back(std::move(value));
+  }
+  data::Sql sql;
+  sql << "insert into " << Table(ctx.USR_MNU) << " (USER_ID";
+  for (const std::string& code : ctx.menu_codes) sql << " ," << Identifier("MENU" + code);
+  sql << " ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR) values ( " << Quoted(u[kUserId]);
+  for (const std::string& v : values) sql << " ," << Quoted(v);
+  sql << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ," << Quoted(stamp.hms) << " ," << Quoted(stamp.usr)
+      << ")";
+  return sql;
+}
+
+data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const WriteFrame::Stamp& stamp) {
+  data::Sql sql;
+  sql << "insert into " << Table("T_PASSGEN" + ctx.table_suffix) << " (USER_ID";
+  for (int g = 1; g <= 10; ++g) {
+    std::string gen = (g < 10 ? "GEN0" : "GEN") + std::to_string(g);
+    sql << " ," << Identifier(gen + "_PASS") << " ," << Identifier(gen + "_YMD") << " ," << Identifier(gen + "_USR");
+  }
+  sql << ") values (  " << Quoted(u[kUserId]) << " ," << Quoted(u[kPassword]) << " ," << Quoted(stamp.ymd) << " ,"
+      << Quoted(stamp.usr);
+  // The nine older generations start empty.
+  for (int i = 0; i < 27; ++i) sql << " ," << Quoted("");
+  sql << ")";
+  return sql;
+}
+
+}  // namespace
+
+Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const WriteFrame::Stamp& stamp,
+                  Refusal& refusal) {
+  constexpr char kName[] = "funInsUser";
+  refusal = Refusal::kNone;
+  std::string dairi;
+  if (!Key(ctx, "DAIRI_ONESELFFLG", dairi, refusal)) return Status::Failure("");
+  const std::string& id = u[kUserId];
+
+  data::Sql taken;
+  taken << "select count(USER_ID) as CNT from " << Table(ctx.USR_MST) << " where USER_ID =" << Quoted(id)
+        << " or (MAIL =" << Quoted(id) << " And IMAIL_FLG = '1')";
+  long count = 0;
+  if (Status s = data::SelectCount(conn, taken, count); !s.ok()) return std::move(s).From(kName);
+  if (count > 0) return Refuse(refusal, Refusal::kDuplicate, kIdTaken);
+  if (text::Trim(u[kImailFlg]) == "1") {
+    if (Status s = CheckAlias(ctx, conn, u, true, kName, refusal); !s.ok()) return s;
+  }
+
+  const std::string upd_kbn = UpdKbn(ctx, u);
+  data::Sql user;
+  user << "insert into " << Table(ctx.USR_MST)
+       << " (USER_ID ,NAME_KJ ,NAME_KN ,PASSWORD ,PASSWORD_YMD ,MAIL ,IMAIL_FLG ,MAIL_USE_FLG ,MAIL_NM ,EXT_TEL"
+          " ,POST_NM ,DSP_NM ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR ) values (  "
+       << Quoted(id) << " ," << Quoted(u[kNameKj]) << " ," << Quoted(u[kNameKn]) << " ," << Quoted(u[kPassword]) << " ,"
+       << Quoted(stamp.ymd) << " ," << Quoted(u[kMail]) << " ," << Quoted(u[kImailFlg]) << " ,"
+       << Quoted(u[kMailUseFlg]) << " ," << Quoted(u[kMailNm]) << " ," << Quoted(u[kExtTel]) << " ,"
+       << Quoted(u[kPostNm]) << " ," << Quoted(u[kDspNm]) << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd)
+       << " ," << Quoted(stamp.hms) << " ," << Quoted(stamp.usr) << ")";
+  if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);
+  if (Status s = Exec(conn, InsertPassgenSql(ctx, u, stamp)); !s.ok()) return std::move(s).From(kName);
+  if (dairi == "1") {
+    // The user's own schedule is open to the user (OPEN_KBN 2 = a user).
+    data::Sql open;
+    open << "insert into " << Table("T_SCHOPEN" + ctx.table_suffix)
+         << " (KEY_CD ,OPEN_KBN ,OPEN_ID ,SHORI_LVL ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR ) values (  " << Quoted(id)
+         << " ,'2' ," << Quoted(id) << " ,'Z' ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ,"
+         << Quoted(stamp.hms) << " ," << Quoted(stamp.usr) << ")";
+    if (Status s = Exec(conn, open); !s.ok()) return std::move(s).From(kName);
+  }
+
+  std::string ml_mode, add_use;
+  if (!Key(ctx, "ML_MODE", ml_mode, refusal) || !Key(ctx, "ML_ADDUSEFLG", add_use, refusal)) return Status::Failure("");
+  data::Sql menu =
+      InsertMenuSql(ctx, u, upd_kbn, stamp, ctx.app().DispMenu(), MailMenusFollowAccount(ml_mode, add_use));
+  if (Status s = Exec(conn, menu); !s.ok()) return std::move(s).From(kName);
+  return Status::Ok();
+}
+
+Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const std::string& oldMailUseFlag,
+                  const WriteFrame::Stamp& stamp, Refusal& refusal) {
+  constexpr char kName[] = "funUpdUser";
+  refusal = Refusal::kNone;
+  const std::string& id = u[kUserId];
+  if (text::Trim(u[kImailFlg]) == "1") {
+    if (Status s = CheckAlias(ctx, conn, u, false, kName, refusal); !s.ok()) return s;
+  }
+
+  static const data::Columns kMailColumns({"U.MAIL_USE_FLG", "M.MENU23", "M.MENU07"}, ", ");
+  data::Sql current;
+  current << "select " << kMailColumns << " from " << Table(ctx.USR_MST) << " as U , " << Table(ctx.USR_MNU)
+          << " as M where U.USER_ID = M.USER_ID and U.USER_ID = " << Quoted(id);
+  std::vector<std::string> row;
+  bool found = false;
+  data::ReadStep failed = data::ReadStep::kSelect;
+  if (Status s = data::SelectFirstRow(conn, current, kMailColumns.FetchNames(), row, found, &failed); !s.ok()) {
+    return std::move(s).From(failed == data::ReadStep::kSelect  ? "funUpdUser(select MAIL_USE_FLG)"
+                             : failed == data::ReadStep::kFetch ? "funUpdUser(fetch)"
+                                                                : "funUpdUser(close)");
+  }
+
+  std::string ml_mode, add_use;
+  if (!Key(ctx, "ML_MODE", ml_mode, refusal) || !Key(ctx, "ML_ADDUSEFLG", add_use, refusal)) return Status::Failure("");
+  const std::string upd_kbn = UpdKbn(ctx, u);
+  auto flag = [](const std::string& f) { return f.empty() ? std::string("0") : f; };
+  if (MailMenusFollowAccount(ml_mode, add_use) && flag(u[kMailUseFlg]) != flag(oldMailUseFlag)) {
+    const std::string disp_menu = ctx.app().DispMenu();
+    data::Sql menus;
+    menus << "update " << Table(ctx.USR_MNU) << " set MENU23 = " << Quoted(MailMenu(disp_menu, "23", u[kMailUseFlg]))
+          << ",MENU07 = " << Quoted(MailMenu(disp_menu, "07", u[kMailUseFlg])) << " ,UPD_KBN = " << Quoted(upd_kbn)
+          << " ,UPD_YMD = " << Quoted(stamp.ymd) << " ,UPD_HMS = " << Quoted(stamp.hms)
+          << " ,UPD_USR = " << Quoted(stamp.usr) << " where USER_ID = " << Quoted(id);
+    if (Status s = Exec(conn, menus); !s.ok()) return std::move(s).From(kName);
+  }
+
+  data::Sql user;
+  user << "update " << Table(ctx.USR_MST) << " set NAME_KJ = " << Quoted(u[kNameKj])
+       << " ,NAME_KN = " << Quoted(u[kNameKn]) << " ,PASSWORD = " << Quoted(u[kPassword])
+       << " ,PASSWORD_YMD = " << Quoted(stamp.ymd) << " ,MAIL = " << Quoted(u[kMail])
+       << " ,IMAIL_FLG = " << Quoted(u[kImailFlg]) << " ,MAIL_USE_FLG = " << Quoted(u[kMailUseFlg])
+       << " ,MAIL_NM = " << Quoted(u[kMailNm]) << " ,EXT_TEL = " << Quoted(u[kExtTel])
+       << " ,POST_NM = " << Quoted(u[kPostNm]) << " ,DSP_NM = " << Quoted(u[kDspNm])
+       << " ,UPD_KBN = " << Quoted(upd_kbn) << " ,UPD_YMD = " << Quoted(stamp.ymd)
+       << " ,UPD_HMS = " << Quoted(stamp.hms) << " ,UPD_USR = " << Quoted(stamp.usr)
+       << " where USER_ID = " << Quoted(id);
+  if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);
+  return Status::Ok();
+}
+
+Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID, Refusal& refusal) {
+  constexpr char kName[] = "funDelUser";
+  refusal = Refusal::kNone;
+  std::string paths[3];
+  if (!Key(ctx, "ML_READ_ATTACH_PATH", paths[0], refusal) || !Key(ctx, "ML_SEND_ATTACH_PATH", paths[1], refusal) ||
+      !Key(ctx, "ML_SAVE_ATTACH_PATH", paths[2], refusal))
+    return Status::Failure("");
+
+  const auto id = Quoted(userID);
+  std::vector<data::Sql> steps;
+  auto step = [&steps]() -> data::Sql& { return steps.emplace_back(); };
+  // Rows opened to the user (OPEN_KBN 2 = a user).
+  auto opened_to_user = [&](std::string_view table) {
+    step() << "delete from " << Table(table) << " where OPEN_ID = " << id << " And OPEN_KBN = '2'";
+  };
+  auto by = [&](std::string_view table, data::SqlText column) {
+    step() << "delete from " << Table(table) << " where " << column << " = " << id;
+  };
+  step() << "delete from " << Table(ctx.USR_MST) << " where (USER_ID = " << id << ")";
+  step() << "delete from " << Table(ctx.USR_MNU) << " where (USER_ID = " << id << ")";
+  step() << "delete from " << Table("T_PASSGEN" + ctx.table_suffix) << " where (USER_ID = " << id << ")";
+  step() << "delete from " << Table(ctx.SEC_MEM) << " where (USER_ID = " << id << ")";
+  opened_to_user("t_bbsopen");
+  opened_to_user("t_rsvopen");
+  opened_to_user("t_schopen");
+  by("t_schopen", "KEY_CD");
+  opened_to_user("t_linkopen");
+  opened_to_user("t_cabopen");
+  opened_to_user("t_adbkopen");
+  by("rsv_approver_member", "USER_ID");
+  opened_to_user("T_TOPICOPEN");
+  for (const data::Sql& sql : steps)
+    if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
+  steps.clear();
+
+  // The work copy of the organisation leaves the groupware's personal data
+  // alone: it belongs to the live user.
+  if (!ctx.WorkTables()) {
+    by("custom_info", "USER_ID");
+    by("custom_info", "MEMBER_ID");
+    for (std::string_view table : {"custom_master", "rsv_approve_status", "top_setting", "user_setting", "mail_setting",
+                                   "MYLINK_INFO", "TODO_INFO"})
+      by(table, "USER_ID");
+    for (const data::Sql& sql : steps)
+      if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
+    steps.clear();
+
+    data::Sql groups;
+    groups << "SELECT ADGP_CD FROM PSADGP_INFO where USER_ID = " << id;
+    std::vector<std::string> codes;
+    auto keep = [&codes](const std::vector<std::string>& v) {
+      codes.push_back(v[0]);
+      return true;
+    };
+    if (Status s = data::SelectRows(conn, groups, {"ADGP_CD"}, keep); !s.ok()) return std::move(s).From(kName);
+    for (const std::string& code : codes) step() << "delete from PSADDR_INFO where ADGP_CD = " << Quoted(code);
+    by("PSADGP_INFO", "USER_ID");
+    for (std::string_view table : {"ZAISEKI_INFO", "MESSAGE_MAIL", "MESSAGE_INFO", "ACCESS_INFO"}) by(table, "USER_ID");
+    by("ACCESS_TIME_BAT", "ACC_BH_USER_ID");
+    by("ACCESS_PAGE_BAT", "ACC_BP_USER_ID");
+    for (std::string_view table : {"LOG_GET", "LOG_GET_BAT", "LOG_BBS_GET", "LOG_BBS_BAT"}) by(table, "USER_ID");
+    opened_to_user("WF_KENGEN");
+    for (std::string_view table : {"WF_NENKYU", "WF_SYUKKINBO", "WF_SYUKKINBO_RIREKI"}) by(table, "USER_ID");
+    for (const data::Sql& sql : steps)
+      if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
+  }
+
+  // The configured attachment paths end with "\": the user's folder is the
+  // path followed directly by the ID.
+  std::unique_ptr<FileSystem> fso;
+  if (Status s = funCreateObject_FileSystem(fso); !s.ok()) return std::move(s).From(kName);
+  for (const std::string& path : paths) {
+    std::string folder = path + userID;
+    if (!fso->FolderExists(folder)) continue;
+    if (Status s = funDeleteFolder(*fso, folder); !s.ok()) return std::move(s).From(kName);
+  }
+  return Status::Ok();
+}
+
+Status DeleteUserInfo1(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out) {
+  constexpr char kName[] = "DeleteUserInfo1";
+  static const data::Columns kColumns({"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD", "MAIL", "IMAIL_FLG", "EXT_TEL",
+                                       "POST_NM", "DSP_NM", "MAIL_USE_FLG"});
+  data::Connection conn;
+  if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) return std::move(s).From(kName);
+  data::Sql sql;
+  sql << "SELECT " << kColumns << " from " << Table(ctx.USR_MST) << " where USER_ID = " << Quoted(userID);
+  std::vector<std::string> row(10);
+  bool found = false;
+  if (Status s = data::SelectFirstRow(conn, sql, kColumns.FetchNames(), row, found); !s.ok())
+    return std::move(s).From(kName);
+  if (found) out = {row[0], row[4], row[9], row[5]};
+  return data::Com_funDbClose(conn).From(kName);
+}
+
+void DeleteUserInfo(const std::string&) {}
+
+}  // namespace orvane::accounts
