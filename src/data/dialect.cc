@@ -47,6 +47,11 @@ std::string Dialect::Concat(const std::vector<std::string>& parts) const {
 // it. PostgreSQL refuses text = integer, so the number goes as a text value.
 bool Dialect::BindsBareNumbers() const { return kind_ == Kind::kPostgres; }
 
+std::string Dialect::PageClause(long offset, long limit) const {
+  if (kind_ == Kind::kSqlServer) return "";
+  return " LIMIT " + std::to_string(limit) + " OFFSET " + std::to_string(offset);
+}
+
 std::string Dialect::LockTableStatement(std::string_view table) const {
   switch (kind_) {
     case Kind::kSqlite:

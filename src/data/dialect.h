@@ -24,6 +24,10 @@ class Dialect {
   // A bare number in the system's text: true when it is sent as a bound text
   // value (databases that refuse to compare a number with a text column).
   bool BindsBareNumbers() const;
+  // " LIMIT n OFFSET m" behind a statement, so the database skips to a page
+  // and stops after it; empty when the dialect has no such clause that works
+  // without an order (SQL Server), and the caller positions a static cursor.
+  std::string PageClause(long offset, long limit) const;
   // The statement that holds `table` against other writers until the open
   // transaction ends, readers going on; empty where the transaction's
   // begin already holds the whole database (SQLite's BEGIN IMMEDIATE).

@@ -122,6 +122,18 @@ Sql& Sql::operator<<(IdentifierPiece piece) {
   return *this;
 }
 
+Sql& Sql::Page(long offset, long limit) {
+  page_offset_ = offset;
+  page_limit_ = limit;
+  return *this;
+}
+
+Sql& Sql::operator<<(const Sql& other) {
+  pieces_.insert(pieces_.end(), other.pieces_.begin(), other.pieces_.end());
+  if (problem_.empty()) problem_ = other.problem_;
+  return *this;
+}
+
 std::string Sql::Render() const {
   std::string out;
   for (const Piece& p : pieces_) {
@@ -162,6 +174,7 @@ std::string Sql::Statement(const Dialect& dialect) const {
         out += p.text;
     }
   }
+  if (page_limit_ >= 0) out += dialect.PageClause(page_offset_, page_limit_);
   return out;
 }
 

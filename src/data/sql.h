@@ -104,6 +104,13 @@ class Sql {
   Sql& operator<<(IdentifierPiece piece);
   Sql& operator<<(const Columns& columns);  // the columns joined by their separator
 
+  // Asks the database for `limit` rows from row `offset` (0-based) on,
+  // where the dialect can (Dialect::PageClause). Not part of Render(): the
+  // trail shows the statement as the system writes it.
+  Sql& Page(long offset, long limit);
+  // Appends `other`'s pieces (a statement behind an EXPLAIN, say).
+  Sql& operator<<(const Sql& other);
+
   // The statement as the system's concatenation reads, values inlined.
   std::string Render() const;
   // False when a piece was refused (unknown table, bad identifier); such a
@@ -128,6 +135,7 @@ class Sql {
 
   std::vector<Piece> pieces_;
   std::string problem_;
+  long page_offset_ = -1, page_limit_ = -1;  // -1: no page
 };
 
 }  // namespace orvane::data

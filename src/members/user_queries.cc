@@ -98,21 +98,41 @@ void GetAllCount(RequestContext& ctx, const std::string& kind, const std::string
 void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const std::string& sort_type,
                     const std::string& kana_row, short start_pos, short page_rows) {
   QueryFrame frame(ctx);
+  if (!frame.Open()) return;
+  data::Sql sql = AllUserListSql(ctx, sort_column, sort_type, kana_row);
   data::Recordset rs;
-  if (!frame.Open() || !frame.SelectP(AllUserListSql(ctx, sort_column, sort_type, kana_row), rs)) return;
-  if (frame.Failed(data::Com_funSetAbsolutePos(rs, start_pos))) {
+  // A page has at least one row whenever there is one, even for a size of
+  // 0 or below: the size is tested after a row is added.
+  const long rows = page_rows < 1 ? 1 : page_rows;
+  const bool paged = !frame.connection().dialect().PageClause(0, rows).empty();
+  if (paged) {
+    // The database skips to S_pos and stops after the page, so no more rows
+    // than the page are read or held. A position before the first row asks
+    // for none, and, like one past the last, finds none.
+    sql.Page(start_pos < 1 ? 0 : start_pos - 1, start_pos < 1 ? 0 : rows);
+    if (!frame.Select(sql, rs)) return;
+  } else if (!frame.SelectP(sql, rs)) {
+    return;
+  } else if (frame.Failed(data::Com_funSetAbsolutePos(rs, start_pos))) {
     frame.FailAndClose("ERROR:ABSOLUTEPOS");
     return;
   }
   std::string list;
   int read = 0;
-  // The page size is tested after a row is added: a page has at least one
-  // row whenever there is one, even for a size of 0 or below.
   auto add = [&](const std::vector<std::string>& values) {
     AppendListRow(list, values);
-    return ++read < page_rows;
+    return ++read < rows;
   };
-  if (!frame.FetchRows(rs, kUserList.FetchNames(), add)) return;
+  std::vector<std::string> values;
+  bool eof = false;
+  if (paged) {
+    // The page's first row is the positioned row: none means the position
+    // is not in the result.
+    if (!frame.Fetch(rs, kUserList.FetchNames(), values, eof)) return;
+    if (eof) return frame.FailAndClose("ERROR:ABSOLUTEPOS");
+    add(values);
+  }
+  if (read < rows && !frame.FetchRows(rs, kUserList.FetchNames(), add)) return;
   if (!frame.CloseRecordset(rs)) return;
   frame.Close();
   ctx.Write(list);

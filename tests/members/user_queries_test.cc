@@ -1,6 +1,10 @@
 // User count, user list paging, user properties and the post list (002,
 // 102, 106, 109) on a real SQLite and PostgreSQL database.
+#include "members/user_queries.h"
+
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include "base/text.h"
 #include "support/db_fixture.h"
@@ -84,6 +88,44 @@ TEST_P(UserQueries, ListSortsAndPages) {
       {"S_Col=id&S_OPT=5&S_pos=1&B_pos=5", "ERROR:ABSOLUTEPOS"},  // empty result
   };
   for (const Case& c : cases) EXPECT_EQ(Ids(Request(std::string("ReqNo=102&") + c.query)), c.ids) << c.query;
+}
+
+// The database's own skip and limit give the page the static cursor gives,
+// for every sort key, both directions, all users and a kana row.
+TEST_P(UserQueries, PagesByTheDatabaseEqualTheStaticCursors) {
+  AddUsers();
+  ConfigFile config(ConfigPath());
+  RequestContext ctx(config, session(), app(), clock());
+  data::Connection conn;
+  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+  // The page as a positioned static cursor over the whole result reads it.
+  auto cursor_page = [&](const data::Sql& sql, short position, short size) {
+    data::Recordset rs;
+    EXPECT_TRUE(data::Com_funSelectP(conn, sql, rs).ok());
+    if (!data::Com_funSetAbsolutePos(rs, position).ok()) return std::string("ERROR:ABSOLUTEPOS");
+    std::string list;
+    std::vector<std::string> values;
+    bool eof = false;
+    for (int read = 0; read < std::max<int>(size, 1); ++read) {
+      EXPECT_TRUE(
+          data::Com_funfetchData(rs, {"NAME_KJ", "USER_ID", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN"}, values, eof).ok());
+      if (eof) break;
+      list += (list.empty() ? "" : ",") + text::Join(values, ",");
+    }
+    return list;
+  };
+  for (const char* column : {"name", "id", "post", "mail", "term"}) {
+    for (const char* type : {"0", "1"}) {
+      for (const char* row : {"", "9"}) {
+        data::Sql sql = AllUserListSql(ctx, column, type, row);
+        for (auto [position, size] : {std::pair<short, short>{1, 3}, {2, 2}, {2, 0}, {7, 5}, {3, -1}, {8, 1}, {0, 3}}) {
+          std::string query = std::string("ReqNo=102&S_Col=") + column + "&S_Type=" + type + "&S_OPT=" + row +
+                              "&S_pos=" + std::to_string(position) + "&B_pos=" + std::to_string(size);
+          EXPECT_EQ(Request(query), cursor_page(sql, position, size)) << query;
+        }
+      }
+    }
+  }
 }
 
 TEST_P(UserQueries, UserPropertiesAndPosts) {
