@@ -46,7 +46,8 @@ std::vector<TableDef> MakeTables() {
              "MAIL_NM", "EXT_TEL", "POST_NM", "DSP_NM", "POST_CD"},
             kStamp),
        {"USER_ID"},
-       {{"NAME_KN"}, {"MAIL"}, {"UPD_YMD"}}},
+       // Every sort key of the user list, and its kana-row range.
+       {{"NAME_KN"}, {"NAME_KJ"}, {"POST_NM"}, {"DSP_NM"}, {"MAIL"}, {"UPD_YMD"}}},
       {"T_SECTION",
        With({"SEC_CD", "JOI_SEC", "SEC_NM", "DSP_NM", "SEC_SEQ", "SEC_TREE", "TREE_NM", "BUSHO_CD", "IMAIL_LIST"},
             kStamp),

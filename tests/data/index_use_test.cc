@@ -1,0 +1,77 @@
+// The indexes init-db creates are the ones the read statements use: each
+// statement's plan, asked of the database itself (EXPLAIN QUERY PLAN on
+// SQLite, EXPLAIN on PostgreSQL with sequential scans and sorts priced
+// out, as on a large table), names the index. A change that loses an
+// index, or a statement that no longer fits it, fails here.
+#include <gtest/gtest.h>
+
+#include "base/text.h"
+#include "members/member_queries.h"
+#include "members/user_queries.h"
+#include "support/db_fixture.h"
+
+namespace orvane::data {
+namespace {
+
+using orvane::testing::Backend;
+
+class IndexUse : public orvane::testing::DbTest {
+ protected:
+  // The plan of `sql` as one text, lower case.
+  std::string Plan(const Sql& sql) {
+    Connection conn;
+    EXPECT_TRUE(Com_funDbOpen(Dsn(), "", "", conn).ok());
+    Sql explain;
+    if (backend() == Backend::kSqlite) {
+      explain << "EXPLAIN QUERY PLAN " << sql;
+    } else {
+      // For this transaction only: the pooled connection keeps its settings.
+      EXPECT_TRUE(Com_funBeginTrans(conn).ok());
+      EXPECT_TRUE(Com_funExecsql(conn, Sql() << "SET LOCAL enable_seqscan = off").ok());
+      EXPECT_TRUE(Com_funExecsql(conn, Sql() << "SET LOCAL enable_sort = off").ok());
+      explain << "EXPLAIN " << sql;
+    }
+    Recordset rs;
+    Array2D cells;
+    EXPECT_TRUE(Com_funSelect(conn, explain, rs).ok());
+    EXPECT_TRUE(Com_funRecodsetToArray(rs, cells).ok());
+    EXPECT_TRUE(Com_funRollbackTrans(conn).ok());
+    std::string plan;
+    for (const auto& column : cells) plan += text::Join(column, " ") + " ";
+    for (char& c : plan) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return plan;
+  }
+};
+
+TEST_P(IndexUse, EveryReadStatementFindsItsIndex) {
+  ConfigFile config(ConfigPath());
+  RequestContext ctx(config, session(), app(), clock());
+  struct Case {
+    Sql sql;
+    const char* index;
+  } cases[] = {
+      {members::AllUserListSql(ctx, "name", "0", ""), "ix_t_user_name_kj"},
+      {members::AllUserListSql(ctx, "name", "1", ""), "ix_t_user_name_kj"},
+      {members::AllUserListSql(ctx, "post", "0", ""), "ix_t_user_post_nm"},
+      {members::AllUserListSql(ctx, "mail", "0", ""), "ix_t_user_dsp_nm"},
+      {members::AllUserListSql(ctx, "term", "1", ""), "ix_t_user_mail"},
+      {members::AllCountSql(ctx, "U", "3"), "ix_t_user_name_kn"},
+      {members::UsersGroupSql(ctx, "u1"), "ix_t_secmember_user_id"},
+  };
+  for (const Case& c : cases) EXPECT_NE(Plan(c.sql).find(c.index), std::string::npos) << c.sql.Render();
+  // The id order and a section's members go by the primary keys.
+  std::string by_id = Plan(members::AllUserListSql(ctx, "id", "0", ""));
+  std::string members = Plan(members::SpecificMemberSql(ctx, "0001", "name", "0", "", "20240401"));
+  if (backend() == Backend::kSqlite) {
+    EXPECT_NE(by_id.find("sqlite_autoindex_t_user"), std::string::npos) << by_id;
+    EXPECT_NE(members.find("sqlite_autoindex_t_secmember"), std::string::npos) << members;
+  } else {
+    EXPECT_NE(by_id.find("t_user_pkey"), std::string::npos) << by_id;
+    EXPECT_NE(members.find("t_secmember_pkey"), std::string::npos) << members;
+  }
+}
+
+ORVANE_DB_TEST_SUITE(IndexUse);
+
+}  // namespace
+}  // namespace orvane::data
