@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "members/member_queries.h"
 #include "members/user_queries.h"
+#include "org/group_queries.h"
 #include "support/db_fixture.h"
 
 namespace orvane::data {
@@ -57,6 +58,7 @@ TEST_P(IndexUse, EveryReadStatementFindsItsIndex) {
       {members::AllUserListSql(ctx, "term", "1", ""), "ix_t_user_mail"},
       {members::AllCountSql(ctx, "U", "3"), "ix_t_user_name_kn"},
       {members::UsersGroupSql(ctx, "u1"), "ix_t_secmember_user_id"},
+      {org::TopGroupSql(ctx), "ix_t_section_joi_sec_sec_seq"},
   };
   for (const Case& c : cases) EXPECT_NE(Plan(c.sql).find(c.index), std::string::npos) << c.sql.Render();
   // The id order and a section's members go by the primary keys.
