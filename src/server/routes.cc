@@ -39,8 +39,11 @@ std::string SessionCookie(const std::string& id, bool expire = false) {
   return c;
 }
 
+// No answer may be kept by a browser or a proxy: 106 carries a password,
+// and every other one is stale after the next change.
 void Answer(httplib::Response& res, int status, const std::string& body) {
   res.status = status;
+  res.set_header("Cache-Control", "no-store");
   res.set_content(body, kTextPlain);
 }
 

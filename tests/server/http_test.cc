@@ -93,6 +93,7 @@ TEST(Http, PostFormBodyAddsFieldsAfterTheQuery) {
   auto res = client.Post("/orvane", "ReqNo=001&User_PS=secret-word", "application/x-www-form-urlencoded");
   ASSERT_TRUE(res);
   EXPECT_EQ(res->body, "C0D0E0,2,1,0,0,,,0,,");
+  EXPECT_EQ(res->get_header_value("Cache-Control"), "no-store");
   // The query wins over the body for a field sent twice.
   res = client.Post("/orvane?ReqNo=999", "ReqNo=001", "application/x-www-form-urlencoded");
   EXPECT_EQ(res->body, "ERROR:NOREQUESTCODE");
