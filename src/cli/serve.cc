@@ -1,4 +1,6 @@
 #include <csignal>
+#include <cstring>
+#include <fstream>
 #include <iostream>
 #include <thread>
 
@@ -16,6 +18,20 @@ struct ServeOptions {
   int threads = 8;
   int session_timeout_minutes = 20;
 };
+
+// LOCAL_DB_DSN is set and names a data source that odbc.ini defines. A
+// defined source whose database does not answer yet is no reason to refuse.
+Status DataSourceDefined(const ConfigFile& config) {
+  std::string dsn;
+  if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) return s;
+  data::Connection conn;
+  Status open = data::Com_funDbOpen(dsn, "", "", conn);
+  if (open.cause().sqlstate == "IM002")
+    return Status::Failure("the data source \"" + dsn + "\" (LOCAL_DB_DSN) is not defined in " + config.Folder() +
+                           "/odbc.ini or the system's odbc.ini");
+  if (open.ok()) data::Com_funDbClose(conn).IgnoreError();  // it was only a probe
+  return Status::Ok();
+}
 
 bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
   size_t colon = listen.rfind(':');
@@ -38,7 +54,18 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   http.threads = o.threads;
+  // What cannot work is refused at once, with its reason, not answered
+  // with an error to every request later.
+  if (std::ifstream probe(o.config); !probe) {
+    std::cerr << "orvane serve: cannot read the configuration file " << o.config << ": " << std::strerror(errno)
+              << "\n";
+    return 2;
+  }
   data::UseOdbcIniBeside(ConfigFile(o.config).Folder());  // before any thread opens a connection
+  if (Status s = DataSourceDefined(ConfigFile(o.config)); !s.ok()) {
+    std::cerr << "orvane serve: " << s.trail() << "\n";
+    return 2;
+  }
   ServerState state(o.config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
                     SystemClock::Instance(), &std::cerr);
   std::string error;
@@ -46,15 +73,16 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: " << error << "\n";
     return 1;
   }
-  // The drawn tree is ready before the first request; a database that is
-  // not there yet only delays it until the first change of the tree.
-  if (Status s = org::LoadSecHierarchical(state.config, state.app); !s.ok())
-    std::cerr << "orvane serve: the section tree is not drawn yet: " << s.trail() << "\n";
   HttpServer server(state, http);
   if (server.Bind(error) < 0) {
     std::cerr << "orvane serve: " << error << "\n";
-    return 1;
+    return 2;
   }
+  // The drawn tree is ready before the first request is served (requests
+  // wait in the listen queue meanwhile); a database that is not there yet
+  // only delays it until the first change of the tree.
+  if (Status s = org::LoadSecHierarchical(state.config, state.app); !s.ok())
+    std::cerr << "orvane serve: the section tree is not drawn yet: " << s.trail() << "\n";
   // Stop cleanly on Ctrl-C or SIGTERM: a thread waits for the signal.
   sigset_t signals;
   sigemptyset(&signals);
@@ -85,6 +113,7 @@ void AddServe(CLI::App& app, int& exit_code) {
       "  GET|POST /orvane?ReqNo=...  one request; POST may carry the fields as a form body\n"
       "  POST /login, POST /logout   start and end a login session\n"
       "  GET /healthz                answers OK\n"
+      "  GET /application/App_A_strSec_hierarchical  the drawn section tree, a row a line\n"
       "One access-log line per request goes to stderr. Stop with Ctrl-C.\n"
       "Example: orvane serve --config var/ORVANE.ini --listen 127.0.0.1:8080");
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); menuinfo.csv and odbc.ini beside it")

@@ -1,5 +1,9 @@
 // The orvane binary as an administrator runs it.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -58,6 +62,43 @@ TEST(Cli, HelpExplainsEachSubcommand) {
     EXPECT_NE(r.out.find(c.must_contain), std::string::npos) << c.args << "\n" << r.out;
   }
   EXPECT_NE(Orvane("serve --listen nonsense").status, 0);
+}
+
+// What cannot work is refused at start with its reason and status 2: no
+// configuration file, a data source odbc.ini does not define, a port some
+// other program listens on (never shared).
+TEST(Cli, ServeRefusesToStartWhatCannotWork) {
+  testing::TempDir dir;
+  std::string undefined = dir.Write("undefined/ORVANE.ini", "LOCAL_DB_DSN=nowhere_defined\n");
+  std::string good = dir.Write("good/ORVANE.ini", "LOCAL_DB_DSN=cli_serve_probe\n");
+  dir.Write("good/odbc.ini", "[cli_serve_probe]\nDriver=SQLite3\nDatabase=" + dir.File("good/o.db") + "\n");
+  int taken = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof addr;
+  ASSERT_EQ(::bind(taken, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  ASSERT_EQ(::listen(taken, 1), 0);
+  ::getsockname(taken, reinterpret_cast<sockaddr*>(&addr), &len);
+  const std::string port = std::to_string(ntohs(addr.sin_port));
+  struct Case {
+    std::string args, out;
+  } cases[] = {
+      {"serve --config " + dir.File("none/ORVANE.ini"), "orvane serve: cannot read the configuration file " +
+                                                            dir.File("none/ORVANE.ini") +
+                                                            ": No such file or directory\n"},
+      {"serve --config " + undefined,
+       "orvane serve: the data source \"nowhere_defined\" (LOCAL_DB_DSN) is not defined in " + dir.File("undefined") +
+           "/odbc.ini or the system's odbc.ini\n"},
+      {"serve --config " + good + " --listen 127.0.0.1:" + port,
+       "orvane serve: cannot listen on 127.0.0.1:" + port + ": Address already in use\n"},
+  };
+  for (const Case& c : cases) {
+    CommandRun r = Orvane(c.args);
+    EXPECT_EQ(r.status, 2) << c.args;
+    EXPECT_EQ(r.out, c.out) << c.args;
+  }
+  ::close(taken);
 }
 
 }  // namespace
