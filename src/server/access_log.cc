@@ -64,7 +64,7 @@ void AccessLog::Write(const AccessRecord& r) {
   std::tm tm{};
   localtime_r(&t, &tm);
   char now[32];
-  std::strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%S", &tm);
+  std::strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%S%z", &tm);  // with its zone: logs get compared across hosts
   std::string line = FormatAccessLine(r, now) + "\n";
   std::lock_guard lock(mu_);
   *out_ << line << std::flush;
