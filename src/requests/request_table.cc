@@ -110,21 +110,21 @@ std::vector<RequestRoute> MakeTable() {
 
 }  // namespace
 
-bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, std::string& out, std::string& error) {
-  out = spec.kind == ArgSpec::Kind::kFixed ? std::string(spec.text) : fields.Get(spec.text);
+bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out, std::string& error) {
+  out = arg.kind == ArgSource::Kind::kFixed ? std::string(arg.text) : fields.Get(arg.text);
   return true;
 }
 
-bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, short& out, std::string& error) {
-  if (text::ParseInt16(fields.Get(spec.text), out)) return true;
-  error = "ERROR:TYPEMISMATCH " + std::string(spec.text) + " is not a 16-bit integer";
+bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out, std::string& error) {
+  if (text::ParseInt16(fields.Get(arg.text), out)) return true;
+  error = "ERROR:TYPEMISMATCH " + std::string(arg.text) + " is not a 16-bit integer";
   return false;
 }
 
 std::vector<std::string_view> RequestRoute::Fields() const {
   std::vector<std::string_view> out;
-  for (const ArgSpec& a : call.args) {
-    if (a.kind == ArgSpec::Kind::kFixed) continue;
+  for (const ArgSource& a : call.args) {
+    if (a.kind == ArgSource::Kind::kFixed) continue;
     bool seen = false;
     for (std::string_view f : out) seen = seen || f == a.text;
     if (!seen) out.push_back(a.text);
@@ -145,13 +145,13 @@ const RequestRoute* FindRoute(std::string_view code) {
 
 ArgumentTexts BuildArguments(const RequestRoute& route, const NamedValues& fields) {
   ArgumentTexts out;
-  for (const ArgSpec& spec : route.call.args) {
+  for (const ArgSource& arg : route.call.args) {
     std::string value;
-    if (spec.kind == ArgSpec::Kind::kInt16) {
+    if (arg.kind == ArgSource::Kind::kInt16) {
       short number = 0;
-      if (!ConvertArgument(spec, fields, number, out.error)) return out;
+      if (!ConvertArgument(arg, fields, number, out.error)) return out;
       value = std::to_string(number);
-    } else if (!ConvertArgument(spec, fields, value, out.error)) {
+    } else if (!ConvertArgument(arg, fields, value, out.error)) {
       return out;
     }
     out.args.push_back(std::move(value));

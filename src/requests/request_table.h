@@ -27,7 +27,7 @@
 namespace orvane {
 
 // One argument of an operation as a row names it.
-struct ArgSpec {
+struct ArgSource {
   enum class Kind {
     kText,   // the text of a request field
     kFixed,  // a fixed text
@@ -37,40 +37,40 @@ struct ArgSpec {
   std::string_view text;  // field name or fixed value
 };
 
-struct TextArg : ArgSpec {};
-struct FixedArg : ArgSpec {};
-struct Int16Arg : ArgSpec {};
-constexpr TextArg Text(std::string_view field) { return {{ArgSpec::Kind::kText, field}}; }
-constexpr FixedArg Fixed(std::string_view value) { return {{ArgSpec::Kind::kFixed, value}}; }
-constexpr Int16Arg Int16(std::string_view field) { return {{ArgSpec::Kind::kInt16, field}}; }
+struct TextArg : ArgSource {};
+struct FixedArg : ArgSource {};
+struct Int16Arg : ArgSource {};
+constexpr TextArg Text(std::string_view field) { return {{ArgSource::Kind::kText, field}}; }
+constexpr FixedArg Fixed(std::string_view value) { return {{ArgSource::Kind::kFixed, value}}; }
+constexpr Int16Arg Int16(std::string_view field) { return {{ArgSource::Kind::kInt16, field}}; }
 
 // Converts one argument. False with `error` ("ERROR:TYPEMISMATCH ...") when
 // a 16-bit field holds anything else than a whole number in range.
-bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, std::string& out, std::string& error);
-bool ConvertArgument(const ArgSpec& spec, const NamedValues& fields, short& out, std::string& error);
+bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out, std::string& error);
+bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out, std::string& error);
 
 // Runs the operation with its arguments converted; false with `error` when
 // one cannot be converted (the operation is then not called).
-using Invoker = bool (*)(RequestContext& ctx, std::span<const ArgSpec> args, std::string& error);
+using Invoker = bool (*)(RequestContext& ctx, std::span<const ArgSource> args, std::string& error);
 
 struct Binding {
-  std::vector<ArgSpec> args;
+  std::vector<ArgSource> args;
   Invoker invoke = nullptr;
 };
 
 namespace request_table_internal {
 
-template <typename Param, typename Spec>
+template <typename Param, typename Arg>
 constexpr bool kFits = std::is_same_v<std::decay_t<Param>, short>
-                           ? std::is_same_v<Spec, Int16Arg>
+                           ? std::is_same_v<Arg, Int16Arg>
                            : std::is_constructible_v<Param, const std::string&> &&
-                                 (std::is_same_v<Spec, TextArg> || std::is_same_v<Spec, FixedArg>);
+                                 (std::is_same_v<Arg, TextArg> || std::is_same_v<Arg, FixedArg>);
 
 template <typename Param>
 using Stored = std::conditional_t<std::is_same_v<std::decay_t<Param>, short>, short, std::string>;
 
 template <auto Operation, typename... Params, std::size_t... I>
-bool Invoke(RequestContext& ctx, [[maybe_unused]] std::span<const ArgSpec> args, [[maybe_unused]] std::string& error,
+bool Invoke(RequestContext& ctx, [[maybe_unused]] std::span<const ArgSource> args, [[maybe_unused]] std::string& error,
             std::index_sequence<I...>) {
   std::tuple<Stored<Params>...> values;
   if (!(ConvertArgument(args[I], ctx.fields, std::get<I>(values), error) && ...)) return false;
@@ -83,13 +83,13 @@ struct Binder;
 
 template <auto Operation, typename... Params>
 struct Binder<Operation, void (*)(RequestContext&, Params...)> {
-  template <typename... Specs>
-  static Binding Make(Specs... specs) {
-    static_assert(sizeof...(Specs) == sizeof...(Params), "the row must give every parameter of the operation");
-    static_assert((kFits<Params, Specs> && ...), "an argument does not fit its parameter (Int16 for short)");
-    return Binding{{static_cast<const ArgSpec&>(specs)...},
-                   [](RequestContext& ctx, std::span<const ArgSpec> args, std::string& error) {
-                     return Invoke<Operation, Params...>(ctx, args, error, std::index_sequence_for<Params...>{});
+  template <typename... Args>
+  static Binding Make(Args... args) {
+    static_assert(sizeof...(Args) == sizeof...(Params), "the row must give every parameter of the operation");
+    static_assert((kFits<Params, Args> && ...), "an argument does not fit its parameter (Int16 for short)");
+    return Binding{{static_cast<const ArgSource&>(args)...},
+                   [](RequestContext& ctx, std::span<const ArgSource> row_args, std::string& error) {
+                     return Invoke<Operation, Params...>(ctx, row_args, error, std::index_sequence_for<Params...>{});
                    }};
   }
 };
@@ -97,9 +97,9 @@ struct Binder<Operation, void (*)(RequestContext&, Params...)> {
 }  // namespace request_table_internal
 
 // Binds `Operation` (void(RequestContext&, ...)) to the row's arguments.
-template <auto Operation, typename... Specs>
-Binding Call(Specs... specs) {
-  return request_table_internal::Binder<Operation, decltype(Operation)>::Make(specs...);
+template <auto Operation, typename... Args>
+Binding Call(Args... args) {
+  return request_table_internal::Binder<Operation, decltype(Operation)>::Make(args...);
 }
 
 struct RequestRoute {
