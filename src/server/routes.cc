@@ -87,17 +87,25 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
       LoggedFailure(ctx));
 }
 
-// POST /login with the form fields "User_cd" and "User_PS". A match gets a
-// fresh session (a session id from before the login is dropped, so it can
-// not be fixed in advance) and its cookie; a miss waits a little and
-// changes no session. Neither field is ever logged or put in a cookie.
+// POST /login with the form fields "User_cd" and "User_PS" in the body. A
+// match gets a fresh session (a session id from before the login is
+// dropped, so it can not be fixed in advance) and its cookie; a miss
+// changes no session and counts against the id and the address (see
+// LoginThrottle). Neither field is ever logged or put in a cookie.
 void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Response& res) {
   Timer timer;
-  NamedValues fields = FieldsOf(req);
+  // The body only: credentials in a URL end up in proxies' logs.
+  NamedValues fields;
+  if (IsFormBody(req)) ParseUrlEncoded(req.body, fields);
+  const std::string user_id = fields.Get("User_cd");
   auto session = std::make_shared<Session>();
   std::string error;
-  members::LoginOutcome outcome =
-      members::LogIn(state.config, state.clock, fields.Get("User_cd"), fields.Get("User_PS"), *session, error);
+  members::LoginOutcome outcome = members::LoginOutcome::kRefused;
+  if (state.login_throttle.Allows(user_id, req.remote_addr)) {
+    outcome = members::LogIn(state.config, state.clock, user_id, fields.Get("User_PS"), *session, error);
+    if (outcome == members::LoginOutcome::kRefused) state.login_throttle.NoteFailure(user_id, req.remote_addr);
+    if (outcome == members::LoginOutcome::kOk) state.login_throttle.NoteSuccess(user_id);
+  }
   if (outcome == members::LoginOutcome::kOk) {
     NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
     std::string old_id = SessionIdOf(cookies);
@@ -108,8 +116,6 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
                              "PUB_DSP_NM", "PUB_SEC_TREE"})
       fresh->Set(name, session->Get(name));
     res.set_header("Set-Cookie", SessionCookie(id));
-  } else if (outcome == members::LoginOutcome::kRefused) {
-    std::this_thread::sleep_for(state.failed_login_delay);  // slows down password guessing
   }
   // Only the code: a failed lookup's error text renders the statement, and
   // with it the password.

@@ -11,6 +11,7 @@
 #include "dispatch/application_store.h"
 #include "dispatch/config.h"
 #include "server/access_log.h"
+#include "server/login_throttle.h"
 #include "server/session_store.h"
 
 namespace orvane {
@@ -26,8 +27,8 @@ struct ServerState {
   std::unique_ptr<SessionStore> sessions;
   const Clock& clock;
   AccessLog access_log;
-  // Pause before a failed login answers, to slow down password guessing.
-  std::chrono::milliseconds failed_login_delay{500};
+  // Failed logins per id and per address: guessing is refused, not slept on.
+  LoginThrottle login_throttle{clock};
 };
 
 }  // namespace orvane

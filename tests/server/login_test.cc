@@ -71,7 +71,9 @@ TEST_P(Login, RightAndWrongPasswordsAndTheSessionTheyLeave) {
   };
   for (const Value& v : values) EXPECT_EQ(session->Get(v.name), v.value) << v.name;
 
-  // A failed login with the cookie leaves that session as it was.
+  // A failed login with the cookie leaves that session as it was (five
+  // minutes on, so the failures above no longer count against the address).
+  clock().Set(LocalTime{2024, 4, 1, 10, 25, 31});
   EXPECT_EQ(post("/login", id, "User_cd=sato&User_PS=no"), std::pair(std::string("ERROR:LOGIN"), std::string()));
   EXPECT_EQ(server.state().sessions->Find(id)->Get("PUB_USR_ID"), "yamada");
 
@@ -92,6 +94,29 @@ TEST_P(Login, RightAndWrongPasswordsAndTheSessionTheyLeave) {
   EXPECT_NE(log.find("POST /login"), std::string::npos) << log;
   for (const char* secret : {"pa'ss", "pa%27ss", "yamada", "wrong", "sato"})
     EXPECT_EQ(log.find(secret), std::string::npos);
+}
+
+// Guessing is refused, not slowed: five failures for an id, or from an
+// address, within five minutes refuse the next attempts without checking
+// the password until the window passes; credentials come from the body only.
+TEST_P(Login, GuessingIsRefusedForTheWindowAndCredentialsComeFromTheBody) {
+  Insert("T_USER", {{"USER_ID", "sato"}, {"PASSWORD", "sato"}});
+  Insert("T_USER", {{"USER_ID", "kato"}, {"PASSWORD", "kato"}});
+  LiveServer server(ConfigPath(), clock());
+  auto client = server.Client();
+  auto login = [&](const std::string& form) {
+    auto res = client.Post("/login", form, "application/x-www-form-urlencoded");
+    return res ? res->body : std::string("(none)");
+  };
+  EXPECT_EQ(client.Post("/login?User_cd=sato&User_PS=sato", "", "application/x-www-form-urlencoded")->body,
+            "ERROR:LOGIN");
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(login("User_cd=sato&User_PS=guess" + std::to_string(i)), "ERROR:LOGIN");
+  EXPECT_EQ(login("User_cd=sato&User_PS=sato"), "ERROR:LOGIN");  // right, but refused for now
+  EXPECT_EQ(login("User_cd=kato&User_PS=kato"), "ERROR:LOGIN");  // the same address
+  clock().Set(LocalTime{2024, 4, 1, 10, 25, 29});                // 4 min 59 s after the first failure
+  EXPECT_EQ(login("User_cd=sato&User_PS=sato"), "ERROR:LOGIN");
+  clock().Set(LocalTime{2024, 4, 1, 10, 25, 31});  // the first failures left the window
+  EXPECT_EQ(login("User_cd=sato&User_PS=sato"), "OK");
 }
 
 ORVANE_DB_TEST_SUITE(Login);

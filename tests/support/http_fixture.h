@@ -18,7 +18,6 @@ class LiveServer {
   explicit LiveServer(const std::string& config_path, const Clock& clock = SystemClock::Instance(),
                       std::chrono::seconds session_timeout = std::chrono::minutes(20))
       : state_(config_path, std::make_unique<InMemorySessionStore>(session_timeout), clock, &log_) {
-    state_.failed_login_delay = std::chrono::milliseconds(10);
     std::string error;
     LoadApplicationValues(state_.config, state_.app, error);
     server_ = std::make_unique<HttpServer>(state_, HttpOptions{"127.0.0.1", 0, 4});
