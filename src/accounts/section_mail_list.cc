@@ -17,11 +17,9 @@ Status funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_v
   data::Sql sql;
   sql << "select IMAIL_LIST from " << data::Table(ctx.SEC_MST) << " where SEC_CD = " << data::Quoted(sectionCode);
   std::string list;
-  auto keep = [&list](const std::vector<std::string>& row) {
-    list = text::Trim(row[0]);
-    return false;  // the first row decides
-  };
-  if (Status s = data::SelectRows(conn, sql, {"IMAIL_LIST"}, keep); !s.ok()) return std::move(s).From("funDelMailList");
+  if (Status s = data::SelectFirstValue(conn, sql, "IMAIL_LIST", list); !s.ok())
+    return std::move(s).From("funDelMailList");
+  list = text::Trim(list);
   if (list.empty()) return Status::Ok();
   return funDelMailListUser(ctx, list, text::Trim(userID) + "@" + server).From("funDelMailList");
 }

@@ -120,6 +120,9 @@ Status SelectRows(Connection& conn, const Sql& sql, const std::vector<std::strin
 // were when there is none) and `found`.
 Status SelectFirstRow(Connection& conn, const Sql& sql, const std::vector<std::string>& names,
                       std::vector<std::string>& row, bool& found, ReadStep* failed_step = nullptr);
+// The first row's `column` ("" and `found` false when there is no row).
+Status SelectFirstValue(Connection& conn, const Sql& sql, const std::string& column, std::string& value,
+                        bool* found = nullptr, ReadStep* failed_step = nullptr);
 // The first row's column CNT as a number (0 when there is no row).
 Status SelectCount(Connection& conn, const Sql& sql, long& count);
 

@@ -276,11 +276,20 @@ Status SelectFirstRow(Connection& conn, const Sql& sql, const std::vector<std::s
   return SelectRows(conn, sql, names, keep, failed_step);
 }
 
-Status SelectCount(Connection& conn, const Sql& sql, long& count) {
+Status SelectFirstValue(Connection& conn, const Sql& sql, const std::string& column, std::string& value, bool* found,
+                        ReadStep* failed_step) {
   std::vector<std::string> row;
-  bool found = false;
-  Status s = SelectFirstRow(conn, sql, {"CNT"}, row, found);
-  count = found ? std::atol(row[0].c_str()) : 0;
+  bool any = false;
+  Status s = SelectFirstRow(conn, sql, {column}, row, any, failed_step);
+  value = any ? row[0] : std::string();
+  if (found) *found = any;
+  return s;
+}
+
+Status SelectCount(Connection& conn, const Sql& sql, long& count) {
+  std::string value;
+  Status s = SelectFirstValue(conn, sql, "CNT", value);
+  count = std::atol(value.c_str());
   return s;
 }
 

@@ -82,6 +82,22 @@ bool WriteFrame::Step(std::string_view code, const Status& status) {
   return false;
 }
 
+bool WriteFrame::ReadValue(const data::Sql& sql, const std::string& column, std::string_view select_failed,
+                           std::string_view fetch_failed, std::string& value) {
+  data::ReadStep step = data::ReadStep::kSelect;
+  bool found = false;
+  Status read = data::SelectFirstValue(conn_, sql, column, value, &found, &step);
+  if (!read.ok()) {
+    Fail(step == data::ReadStep::kSelect  ? select_failed
+         : step == data::ReadStep::kFetch ? fetch_failed
+                                          : std::string_view("ERROR:RSCLOSE"),
+         read);
+    return false;
+  }
+  if (!found) Fail(fetch_failed);
+  return found;
+}
+
 void WriteFrame::FailWithoutRollback(std::string_view code, const Status& status) {
   Failed(status);
   in_transaction_ = false;

@@ -104,6 +104,12 @@ class WriteFrame {
   // Fail(code, status) and false.
   bool Step(std::string_view code, const Status& status);
 
+  // The first row's `column` of `sql` into `value`. A failing select answers
+  // `select_failed`, a failing fetch or no row at all `fetch_failed`, a
+  // failing close "ERROR:RSCLOSE" (each through Fail); false then.
+  bool ReadValue(const data::Sql& sql, const std::string& column, std::string_view select_failed,
+                 std::string_view fetch_failed, std::string& value);
+
   // Notes `status`'s cause on the request; true when it failed.
   bool Failed(const Status& status);
 

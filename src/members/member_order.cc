@@ -52,16 +52,8 @@ void ChangeUserDisp(RequestContext& ctx, const std::string& target_user_id, cons
     data::Sql sql;
     sql << "Select USER_SEQ From " << Table(ctx.SEC_MEM) << " Where SEC_CD = " << Quoted(sec_cd)
         << " And USER_ID = " << Quoted(user_id);
-    bool found = false;
-    auto keep = [&](const std::vector<std::string>& v) {
-      seq = v[0];
-      found = true;
-      return false;
-    };
-    if (!frame.Step(ReadFailure(step, fetch_failed), data::SelectRows(conn, sql, {"USER_SEQ"}, keep, &step)))
-      return false;
-    if (!found) frame.Fail(fetch_failed);  // not a member of this section
-    return found;
+    // Not a member of this section answers as a failed fetch.
+    return frame.ReadValue(sql, "USER_SEQ", kSelectFailed, fetch_failed, seq);
   };
   std::string a, b;
   if (!position_of(target_user_id, "ERROR:DBFETCH USER1", a) || !position_of(moved_user_id, "ERROR:DBFETCH USER2", b))

@@ -148,11 +148,7 @@ Status funInsCirMember(const RequestContext& ctx, data::Connection& conn, const 
 Status funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
                       std::string& next_seq) {
   std::string max;
-  auto keep = [&max](const std::vector<std::string>& v) {
-    max = v[0];
-    return false;
-  };
-  if (Status s = data::SelectRows(conn, NextSortidxSql(ctx, sec_cd), {"MAX_IDX"}, keep); !s.ok()) return s;
+  if (Status s = data::SelectFirstValue(conn, NextSortidxSql(ctx, sec_cd), "MAX_IDX", max); !s.ok()) return s;
   return NextPosition(max, next_seq);
 }
 

@@ -29,18 +29,11 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
   if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
   data::ReadStep step = data::ReadStep::kSelect;
+  // An unknown group answers "ERROR:DBFETCH": there is nothing to move.
   auto order_of = [&](const std::string& sec_cd, std::string& seq) {
     data::Sql sql;
     sql << "Select SEC_SEQ From " << Table(ctx.SEC_MST) << " Where SEC_CD = " << Quoted(sec_cd);
-    bool found = false;
-    auto keep = [&](const std::vector<std::string>& v) {
-      seq = v[0];
-      found = true;
-      return false;
-    };
-    if (!frame.Step(ReadFailure(step), data::SelectRows(conn, sql, {"SEC_SEQ"}, keep, &step))) return false;
-    if (!found) frame.Fail("ERROR:DBFETCH");  // an unknown group: nothing to move
-    return found;
+    return frame.ReadValue(sql, "SEC_SEQ", "ERROR:DBSELECT", "ERROR:DBFETCH", seq);
   };
   std::string a, b;
   if (!order_of(move_sec_cd, a) || !order_of(target_sec_cd, b)) return;

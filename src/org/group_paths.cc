@@ -46,14 +46,12 @@ Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const
   data::Sql sql;
   sql << "select SEC_TREE,TREE_NM"
       << " from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(sec_cd);
-  sec_tree.clear();
-  tree_nm.clear();
-  auto keep = [&](const std::vector<std::string>& v) {
-    sec_tree = v[0];
-    tree_nm = v[1];
-    return false;  // the first row
-  };
-  return data::SelectRows(conn, sql, {"SEC_TREE", "TREE_NM"}, keep, failed_step).Prefixed("funGetUpperTree1");
+  std::vector<std::string> row = {"", ""};
+  bool found = false;
+  Status s = data::SelectFirstRow(conn, sql, {"SEC_TREE", "TREE_NM"}, row, found, failed_step);
+  sec_tree = row[0];
+  tree_nm = row[1];
+  return std::move(s).Prefixed("funGetUpperTree1");
 }
 
 Status Com043_funJoiTreeNm(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
@@ -61,12 +59,7 @@ Status Com043_funJoiTreeNm(const RequestContext& ctx, data::Connection& conn, co
   data::Sql sql;
   sql << "select TREE_NM"
       << " from " << Table(ctx.SEC_MST) << " where (SEC_CD = " << Quoted(sec_cd) << ")";
-  tree_nm.clear();
-  auto keep = [&](const std::vector<std::string>& v) {
-    tree_nm = v[0];
-    return false;
-  };
-  return data::SelectRows(conn, sql, {"TREE_NM"}, keep).Prefixed("Com043_funJoiTreeNm");
+  return data::SelectFirstValue(conn, sql, "TREE_NM", tree_nm).Prefixed("Com043_funJoiTreeNm");
 }
 
 Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
@@ -93,11 +86,7 @@ Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, c
   sql << "select max(SEC_SEQ) as MAX_IDX"
       << " from " << Table(ctx.SEC_MST) << " where JOI_SEC = " << Quoted(joi_sec);
   std::string max;
-  auto keep = [&max](const std::vector<std::string>& v) {
-    max = v[0];
-    return false;
-  };
-  if (Status s = data::SelectRows(conn, sql, {"MAX_IDX"}, keep, failed_step); !s.ok())
+  if (Status s = data::SelectFirstValue(conn, sql, "MAX_IDX", max, nullptr, failed_step); !s.ok())
     return std::move(s).Prefixed("Group_funNextSortidx");
   return NextNumber("Group_funNextSortidx", max, 3, seq);
 }

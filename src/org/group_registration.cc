@@ -156,11 +156,8 @@ Status funGetRespidx(const RequestContext& ctx, data::Connection& conn, std::str
       << " from " << Table(ctx.SEC_MST) << " where (SEC_CD <> 'ADMN')"
       << " and (SEC_CD <> 'VIPS')";
   std::string max;
-  auto keep = [&max](const std::vector<std::string>& v) {
-    max = v[0];
-    return false;
-  };
-  if (Status s = data::SelectRows(conn, sql, {"MAX_IDX"}, keep); !s.ok()) return std::move(s).Prefixed("funGetRespidx");
+  if (Status s = data::SelectFirstValue(conn, sql, "MAX_IDX", max); !s.ok())
+    return std::move(s).Prefixed("funGetRespidx");
   // The wrap of 9999 to "0000" is kept as the pages have always seen it.
   return NextNumber("funGetRespidx", max, 4, code);
 }
@@ -194,13 +191,11 @@ Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const
   sql << "select SEC_CD"
       << " from " << Table(ctx.SEC_MST) << " where (BUSHO_CD = " << Quoted(busho_cd) << ")";
   if (ctx.WorkTables()) sql << " and (UPD_KBN <> '1')";
-  bool taken = false;
-  auto check = [&](const std::vector<std::string>& v) {
-    taken = v[0] != own_sec_cd;
-    return false;  // the first row decides
-  };
-  if (Status s = data::SelectRows(conn, sql, {"SEC_CD"}, check); !s.ok()) return std::move(s).Prefixed(kName);
-  if (taken) return Status::Failure(std::string(kBushoTaken), Status::kDbFailed).Prefixed(kName);
+  std::string user;
+  bool found = false;  // the first row decides
+  if (Status s = data::SelectFirstValue(conn, sql, "SEC_CD", user, &found); !s.ok())
+    return std::move(s).Prefixed(kName);
+  if (found && user != own_sec_cd) return Status::Failure(std::string(kBushoTaken), Status::kDbFailed).Prefixed(kName);
   return Status::Ok();
 }
 
