@@ -48,7 +48,7 @@ std::string Dialect::Concat(const std::vector<std::string>& parts) const {
 bool Dialect::BindsBareNumbers() const { return kind_ == Kind::kPostgres; }
 
 std::string Dialect::PageClause(long offset, long limit) const {
-  if (kind_ == Kind::kSqlServer) return "";
+  if (!HasPageClause()) return "";
   return " LIMIT " + std::to_string(limit) + " OFFSET " + std::to_string(offset);
 }
 

@@ -28,6 +28,7 @@ class Dialect {
   // and stops after it; empty when the dialect has no such clause that works
   // without an order (SQL Server), and the caller positions a static cursor.
   std::string PageClause(long offset, long limit) const;
+  bool HasPageClause() const { return kind_ != Kind::kSqlServer; }
   // The statement that holds `table` against other writers until the open
   // transaction ends, readers going on; empty where the transaction's
   // begin already holds the whole database (SQLite's BEGIN IMMEDIATE).

@@ -104,7 +104,7 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
   // A page has at least one row whenever there is one, even for a size of
   // 0 or below: the size is tested after a row is added.
   const long rows = page_rows < 1 ? 1 : page_rows;
-  const bool paged = !frame.connection().dialect().PageClause(0, rows).empty();
+  const bool paged = frame.connection().dialect().HasPageClause();
   if (paged) {
     // The database skips to S_pos and stops after the page, so no more rows
     // than the page are read or held. A position before the first row asks

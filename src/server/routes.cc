@@ -67,6 +67,7 @@ void Log(ServerState& state, const httplib::Request& req, const Timer& timer, in
 // out, in case a database message quotes a value.
 Cause LoggedFailure(const RequestContext& ctx) {
   Cause failure = ctx.failure_cause();
+  if (failure.empty()) return failure;  // the usual case: no cookie to parse
   for (const std::string& secret : {ctx.Field("User_PS"), ctx.CookieValue("pubCookie", "cookie_Passwd")})
     if (!secret.empty()) failure.message = text::ReplaceAll(failure.message, secret, "***");
   return failure;
