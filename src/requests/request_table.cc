@@ -143,20 +143,4 @@ const RequestRoute* FindRoute(std::string_view code) {
   return nullptr;
 }
 
-ArgumentTexts BuildArguments(const RequestRoute& route, const NamedValues& fields) {
-  ArgumentTexts out;
-  for (const ArgSource& arg : route.call.args) {
-    std::string value;
-    if (arg.kind == ArgSource::Kind::kInt16) {
-      short number = 0;
-      if (!ConvertArgument(arg, fields, number, out.error)) return out;
-      value = std::to_string(number);
-    } else if (!ConvertArgument(arg, fields, value, out.error)) {
-      return out;
-    }
-    out.args.push_back(std::move(value));
-  }
-  return out;
-}
-
 }  // namespace orvane

@@ -118,13 +118,4 @@ const std::vector<RequestRoute>& RequestTable();
 // The first row whose code equals `code` without regard to case, or null.
 const RequestRoute* FindRoute(std::string_view code);
 
-// The arguments as texts, in the operation's order, converted as the call
-// converts them (a 16-bit field in its canonical form): for listings and
-// tests.
-struct ArgumentTexts {
-  std::vector<std::string> args;
-  std::string error;  // non-empty when a field could not be converted
-};
-ArgumentTexts BuildArguments(const RequestRoute& route, const NamedValues& fields);
-
 }  // namespace orvane

@@ -7,6 +7,25 @@
 namespace orvane {
 namespace {
 
+// A row's arguments as texts, each converted as the call converts it (a
+// 16-bit field in its canonical form); the first conversion error stops.
+struct ArgumentTexts {
+  std::vector<std::string> args;
+  std::string error;
+};
+ArgumentTexts BuildArguments(const RequestRoute& route, const NamedValues& fields) {
+  ArgumentTexts out;
+  for (const ArgSource& arg : route.call.args) {
+    std::string value;
+    short number = 0;
+    bool ok = arg.kind == ArgSource::Kind::kInt16 ? ConvertArgument(arg, fields, number, out.error)
+                                                  : ConvertArgument(arg, fields, value, out.error);
+    if (!ok) return out;
+    out.args.push_back(arg.kind == ArgSource::Kind::kInt16 ? std::to_string(number) : value);
+  }
+  return out;
+}
+
 // Every field the pages can send, each valued by its own name, spelled in
 // other letter cases than the table uses: names match without regard to case.
 NamedValues AllFields() {
