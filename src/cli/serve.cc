@@ -6,6 +6,7 @@
 
 #include "cli/commands.h"
 #include "data/db.h"
+#include "members/login.h"
 #include "org/group_paths.h"
 #include "server/http_server.h"
 
@@ -17,6 +18,7 @@ struct ServeOptions {
   std::string listen = "127.0.0.1:8080";
   int threads = 8;
   int session_timeout_minutes = 20;
+  AccessRule access;
 };
 
 // LOCAL_DB_DSN is set and names a data source that odbc.ini defines. A
@@ -66,8 +68,14 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: " << s.trail() << "\n";
     return 2;
   }
+  if (!members::IsMenuColumn(o.access.admin_column)) {
+    std::cerr << "orvane serve: --admin-column must name a menu-rights column (MENU01 ... MENU79), got \""
+              << o.access.admin_column << "\"\n";
+    return 2;
+  }
   ServerState state(o.config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
                     SystemClock::Instance(), &std::cerr);
+  state.access = o.access;
   std::string error;
   if (!LoadApplicationValues(state.config, state.app, error)) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -95,6 +103,9 @@ int Serve(const ServeOptions& o) {
     server.Stop();
   });
   waiter.detach();
+  if (o.access.anonymous_reads)
+    std::cerr << "orvane serve: WARNING: --allow-anonymous-reads: every query, the user rows with their passwords "
+                 "included, answers without a login\n";
   std::cerr << "orvane: serving http://" << o.listen << "/orvane with " << o.config << " (" << http.threads
             << " threads)\n";
   server.Run();
@@ -110,7 +121,8 @@ void AddServe(CLI::App& app, int& exit_code) {
   CLI::App* cmd = app.add_subcommand("serve", "Serve the administration pages' requests over HTTP");
   cmd->footer(
       "Routes:\n"
-      "  GET|POST /orvane?ReqNo=...  one request; POST may carry the fields as a form body\n"
+      "  GET|POST /orvane?ReqNo=...  one request; POST may carry the fields as a form body; needs\n"
+      "                              an administrator's login session (else 401 ERROR:SESSIONCHECK)\n"
       "  POST /login, POST /logout   start and end a login session\n"
       "  GET /healthz                answers OK\n"
       "  GET /application/App_A_strSec_hierarchical  the drawn section tree, a row a line\n"
@@ -125,6 +137,12 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")
       ->capture_default_str()
       ->check(CLI::Range(1, 24 * 60));
+  cmd->add_option("--admin-column", options->access.admin_column,
+                  "Menu-rights column whose own number marks an administrator (MENU50 holding \"50\"); only "
+                  "administrators may call /orvane over HTTP")
+      ->capture_default_str();
+  cmd->add_flag("--allow-anonymous-reads", options->access.anonymous_reads,
+                "Let queries (not changes) run without a login, for pages that never log in");
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

@@ -1,5 +1,8 @@
 #include "members/login.h"
 
+#include "base/text.h"
+#include "data/schema.h"
+
 namespace orvane::members {
 
 using data::Quoted;
@@ -40,8 +43,33 @@ Status Com_funGetUserData(data::Connection& conn, const std::string& member_tabl
   return data::SelectRows(conn, sql, kColumns.FetchNames(), add).Prefixed("Com_funGetUserData");
 }
 
+bool IsMenuColumn(const std::string& column) {
+  for (const std::string& code : text::Split(data::kMenuCodeList, ","))
+    if (column == "MENU" + code) return true;
+  return false;
+}
+
+namespace {
+
+// Whether the user's menu-rights row holds `column`'s own number in it.
+Status HoldsMenuRight(data::Connection& conn, const std::string& user_id, const std::string& column, bool& holds) {
+  holds = false;
+  if (!IsMenuColumn(column)) return Status::Ok();  // no such right: nobody holds it
+  data::Sql sql;
+  sql << "select " << data::Identifier(column) << " from " << Table("MENU_USER") << " where USER_ID = "
+      << Quoted(user_id);
+  std::string value;
+  bool found = false;
+  Status s = data::SelectFirstValue(conn, sql, column, value, &found);
+  holds = found && value == column.substr(4);
+  return s;
+}
+
+}  // namespace
+
 LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
-                   const std::string& password, Session& session, std::string& error) {
+                   const std::string& password, const std::string& admin_column, Session& session,
+                   std::string& error) {
   std::string dsn;
   if (!config.ComIniFileLoad("LOCAL_DB_DSN", dsn).ok()) return LoginOutcome::kNoConfig;
   // An empty id is no user, whatever the table holds.
@@ -66,6 +94,11 @@ LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::stri
     error = s.trail();
     return LoginOutcome::kDbSelect;
   }
+  bool admin = false;
+  if (Status s = HoldsMenuRight(conn, row.USER_ID, admin_column, admin); !s.ok()) {
+    error = s.trail();
+    return LoginOutcome::kDbSelect;
+  }
   // The user is known; a failed close only drops a connection the pool would reuse.
   data::Com_funDbClose(conn).IgnoreError();
 
@@ -78,6 +111,7 @@ LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::stri
   session.Set("PUB_SEC_NM", first.S_SEC_NM);
   session.Set("PUB_DSP_NM", first.S_SEC_DSP);
   session.Set("PUB_SEC_TREE", first.S_SEC_TREE);
+  session.Set(kAdminRight, admin ? "1" : "");
   return LoginOutcome::kOk;
 }
 

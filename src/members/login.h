@@ -34,6 +34,13 @@ struct UserSection {
 Status Com_funGetUserData(data::Connection& conn, const std::string& member_table, const std::string& section_table,
                           const std::string& user_id, const std::string& date, std::vector<UserSection>& sections);
 
+// The session value that says the user held the administrator right when
+// logging in: "1", or empty.
+inline constexpr std::string_view kAdminRight = "ORVANE_ADMIN";
+
+// Whether `column` names a column of the menu-rights table (MENU01 ... MENU79).
+bool IsMenuColumn(const std::string& column);
+
 enum class LoginOutcome {
   kOk,        // `session` holds the user
   kRefused,   // no such id and password
@@ -44,10 +51,13 @@ enum class LoginOutcome {
 
 // Checks the pair on the live tables and, on a match, sets PUB_USR_ID,
 // PUB_USR_PW, PUB_USR_NM, PUB_MAIL and, from the first current section,
-// PUB_SEC_CD, PUB_SEC_NM, PUB_DSP_NM, PUB_SEC_TREE in `session`. `error`
-// gets the database's error text for the failures.
+// PUB_SEC_CD, PUB_SEC_NM, PUB_DSP_NM, PUB_SEC_TREE in `session`, and
+// kAdminRight when the user's menu-rights row holds the menu number of
+// `admin_column` in it (MENU50 holding "50"). `error` gets the database's
+// error text for the failures.
 LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
-                   const std::string& password, Session& session, std::string& error);
+                   const std::string& password, const std::string& admin_column, Session& session,
+                   std::string& error);
 
 // The answer text for an outcome: "OK", "ERROR:LOGIN", ...
 const char* LoginAnswer(LoginOutcome outcome);

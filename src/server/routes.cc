@@ -8,11 +8,14 @@
 #include "base/text.h"
 #include "members/login.h"
 #include "requests/web_class.h"
+#include "server/access.h"
 
 namespace orvane {
 namespace {
 
 constexpr char kTextPlain[] = "text/plain; charset=utf-8";
+// The answer of a request that the edge does not let run.
+constexpr char kSessionRefused[] = "ERROR:SESSIONCHECK";
 
 std::string QueryOf(const httplib::Request& req) {
   size_t q = req.target.find('?');
@@ -82,6 +85,11 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   RequestContext ctx(state.config, *session, state.app, state.clock);
   ctx.fields = FieldsOf(req);
   ctx.cookies = std::move(cookies);
+  if (!MayCall(state.access, *session, FindRoute(ctx.Field("ReqNo")))) {
+    Answer(res, 401, kSessionRefused);
+    Log(state, req, timer, 401, kSessionRefused, ctx.Field("ReqNo"));
+    return;
+  }
   const RequestRoute* route = RunRequest(ctx);
   Answer(res, ctx.http_status, ctx.response());
   Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
@@ -103,7 +111,8 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   std::string error;
   members::LoginOutcome outcome = members::LoginOutcome::kRefused;
   if (state.login_throttle.Allows(user_id, req.remote_addr)) {
-    outcome = members::LogIn(state.config, state.clock, user_id, fields.Get("User_PS"), *session, error);
+    outcome = members::LogIn(state.config, state.clock, user_id, fields.Get("User_PS"), state.access.admin_column,
+                             *session, error);
     if (outcome == members::LoginOutcome::kRefused) state.login_throttle.NoteFailure(user_id, req.remote_addr);
     if (outcome == members::LoginOutcome::kOk) state.login_throttle.NoteSuccess(user_id);
   }
@@ -113,8 +122,9 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
     if (!old_id.empty()) state.sessions->Remove(old_id);
     std::string id;
     std::shared_ptr<Session> fresh = state.sessions->Create(id);
-    for (const char* name : {"PUB_USR_ID", "PUB_USR_PW", "PUB_USR_NM", "PUB_MAIL", "PUB_SEC_CD", "PUB_SEC_NM",
-                             "PUB_DSP_NM", "PUB_SEC_TREE"})
+    using namespace std::string_view_literals;
+    for (std::string_view name : {"PUB_USR_ID"sv, "PUB_USR_PW"sv, "PUB_USR_NM"sv, "PUB_MAIL"sv, "PUB_SEC_CD"sv,
+                                  "PUB_SEC_NM"sv, "PUB_DSP_NM"sv, "PUB_SEC_TREE"sv, members::kAdminRight})
       fresh->Set(name, session->Get(name));
     res.set_header("Set-Cookie", SessionCookie(id));
   }
@@ -152,6 +162,12 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
   // twelve columns joined by TAB, in tree order.
   server.Get("/application/App_A_strSec_hierarchical", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;
+    std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie"))));
+    if (!MayReadTree(state.access, session.get())) {
+      Answer(res, 401, kSessionRefused);
+      Log(state, req, timer, 401, kSessionRefused);
+      return;
+    }
     std::string body;
     if (std::shared_ptr<const Array2D> tree = state.app.SecHierarchical()) {
       for (size_t row = 0; row < RowCount(*tree); ++row) {

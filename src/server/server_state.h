@@ -10,6 +10,7 @@
 #include "base/clock.h"
 #include "dispatch/application_store.h"
 #include "dispatch/config.h"
+#include "server/access.h"
 #include "server/access_log.h"
 #include "server/login_throttle.h"
 #include "server/session_store.h"
@@ -27,6 +28,7 @@ struct ServerState {
   std::unique_ptr<SessionStore> sessions;
   const Clock& clock;
   AccessLog access_log;
+  AccessRule access;
   // Failed logins per id and per address: guessing is refused, not slept on.
   LoginThrottle login_throttle{clock};
 };

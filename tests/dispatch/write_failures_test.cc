@@ -123,7 +123,7 @@ TEST_P(WriteFailures, EachFailurePointAnswersInItsOrderAndChangesNothing) {
 }
 
 TEST_P(WriteFailures, TheAccessLogCarriesTheDatabasesWordsWithoutPasswords) {
-  orvane::testing::LiveServer server(ConfigPath(), clock());
+  orvane::testing::LiveServer server(ConfigPath(), orvane::testing::OpenReads(), clock());
   auto client = server.Client();
   {
     ScopedFailure failure(Point::kStatement, 1, "42P01", "no \"T\" for sekret\r\nat all", 7);

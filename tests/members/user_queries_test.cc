@@ -151,7 +151,7 @@ TEST_P(UserQueries, UserPropertiesAndPosts) {
 
 TEST_P(UserQueries, OverHttpThePasswordStaysOutOfTheLog) {
   AddUsers();
-  orvane::testing::LiveServer server(ConfigPath());
+  orvane::testing::LiveServer server(ConfigPath(), orvane::testing::OpenReads());
   auto res = server.Client().Get("/orvane?ReqNo=106&User_cd=u01");
   ASSERT_TRUE(res);
   EXPECT_EQ(res->body, "u01,相沢,アイザワ,pw-u01,c@x,,,課長,3,,3,");

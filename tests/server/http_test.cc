@@ -9,6 +9,7 @@ namespace orvane {
 namespace {
 
 using testing::LiveServer;
+using testing::OpenReads;
 using testing::TempDir;
 
 constexpr char kFullConfig[] =
@@ -41,7 +42,7 @@ TEST(Http, ServerInformationFromConfigAndCatalogue) {
   };
   for (const Case& c : cases) {
     dir.Write("ORVANE.ini", c.config);
-    LiveServer server(dir.File("ORVANE.ini"));
+    LiveServer server(dir.File("ORVANE.ini"), OpenReads());
     auto res = server.Client().Get("/orvane?ReqNo=001");
     ASSERT_TRUE(res);
     EXPECT_EQ(res->status, 200);
@@ -53,14 +54,14 @@ TEST(Http, ServerInformationFromConfigAndCatalogue) {
 TEST(Http, MenusMissingFromTheCatalogueGiveZeroAndTwoEmptyItems) {
   TempDir dir;
   dir.Write("ORVANE.ini", kFullConfig);
-  LiveServer server(dir.File("ORVANE.ini"));  // no menuinfo.csv
+  LiveServer server(dir.File("ORVANE.ini"), OpenReads());  // no menuinfo.csv
   EXPECT_EQ(server.Client().Get("/orvane?ReqNo=001")->body, "C0D0E0,2,1,0,0,,,0,,");
 }
 
 TEST(Http, RoutesAndStatuses) {
   TempDir dir;
   dir.Write("ORVANE.ini", kFullConfig);
-  LiveServer server(dir.File("ORVANE.ini"));
+  LiveServer server(dir.File("ORVANE.ini"), OpenReads());
   auto client = server.Client();
   struct Case {
     const char* target;
@@ -72,7 +73,7 @@ TEST(Http, RoutesAndStatuses) {
       {"/orvane?ReqNo=1", 200, "ERROR:NOREQUESTCODE"},
       {"/orvane?ReqNo=999&DBFlg=1", 200, "ERROR:NOREQUESTCODE"},
       {"/orvane?reqno=001", 200, "C0D0E0,2,1,0,0,,,0,,"},
-      {"/orvane?ReqNo=213&User_cd=u01", 200, "ERROR:SESSIONCHECK"},  // a write without a login
+      {"/orvane?ReqNo=213&User_cd=u01", 401, "ERROR:SESSIONCHECK"},  // a change needs an administrator
       {"/orvane?ReqNo=102&S_pos=abc&B_pos=5", 500, "ERROR:TYPEMISMATCH S_pos is not a 16-bit integer"},
       {"/orvane?ReqNo=102&S_pos=1", 500, "ERROR:TYPEMISMATCH B_pos is not a 16-bit integer"},
       {"/nowhere", 404, "Not Found"},
@@ -88,7 +89,7 @@ TEST(Http, RoutesAndStatuses) {
 TEST(Http, PostFormBodyAddsFieldsAfterTheQuery) {
   TempDir dir;
   dir.Write("ORVANE.ini", kFullConfig);
-  LiveServer server(dir.File("ORVANE.ini"));
+  LiveServer server(dir.File("ORVANE.ini"), OpenReads());
   auto client = server.Client();
   auto res = client.Post("/orvane", "ReqNo=001&User_PS=secret-word", "application/x-www-form-urlencoded");
   ASSERT_TRUE(res);
@@ -113,7 +114,7 @@ TEST(Http, PostFormBodyAddsFieldsAfterTheQuery) {
 TEST(Http, ConcurrentRequestsEachGetTheirOwnAnswer) {
   TempDir dir;
   dir.Write("ORVANE.ini", kFullConfig);
-  LiveServer server(dir.File("ORVANE.ini"));
+  LiveServer server(dir.File("ORVANE.ini"), OpenReads());
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 6; ++t) {

@@ -119,6 +119,57 @@ TEST_P(Login, GuessingIsRefusedForTheWindowAndCredentialsComeFromTheBody) {
   EXPECT_EQ(login("User_cd=sato&User_PS=sato"), "OK");
 }
 
+// Over HTTP only administrators (the menu-rights column holding its own
+// number) reach /orvane and the drawn tree; with anonymous reads, queries
+// are open and changes still need one.
+TEST_P(Login, OnlyAdministratorsPassTheEdge) {
+  Insert("T_SECTION", {{"SEC_CD", "0001"}, {"JOI_SEC", "9999"}, {"SEC_NM", "本社"}, {"SEC_SEQ", "1"},
+                       {"SEC_TREE", "0001"}, {"UPD_KBN", "3"}});
+  for (auto [id, right] : {std::pair("boss", "50"), std::pair("clerk", "ZZ"), std::pair("other", "51")}) {
+    Insert("T_USER", {{"USER_ID", id}, {"PASSWORD", id}});
+    Insert("MENU_USER", {{"USER_ID", id}, {"MENU50", right}, {"MENU51", "51"}});
+  }
+  Insert("T_USER", {{"USER_ID", "norow"}, {"PASSWORD", "norow"}});  // no menu-rights row at all
+  const std::string tree = "0001\t本社\t\t9999\t1\t0001\t3\t\t\t\t0\t└\r\n";
+  struct Case {
+    bool open_reads;
+    const char* user;  // "" for no login
+    const char* read_body;    // GET ReqNo=105&Group_cd=0001
+    const char* change_body;  // POST ReqNo=203 for a section that does not exist
+    const char* tree_body;    // the drawn tree
+  } cases[] = {
+      {false, "", "401", "401", "401"},
+      {false, "clerk", "401", "401", "401"},
+      {false, "norow", "401", "401", "401"},
+      {false, "boss", "0001,本社,,,1,,,", "OK", "tree"},
+      {true, "", "0001,本社,,,1,,,", "401", "tree"},
+      {true, "clerk", "0001,本社,,,1,,,", "401", "tree"},
+      {true, "boss", "0001,本社,,,1,,,", "OK", "tree"},
+  };
+  for (const Case& c : cases) {
+    LiveServer server(ConfigPath(), clock(), std::chrono::minutes(20), {.anonymous_reads = c.open_reads});
+    auto client = server.Client();
+    httplib::Headers headers;
+    if (*c.user) {
+      auto res = client.Post("/login", std::string("User_cd=") + c.user + "&User_PS=" + c.user,
+                             "application/x-www-form-urlencoded");
+      ASSERT_TRUE(res && res->body == "OK") << c.user;
+      headers.emplace("Cookie", res->get_header_value("Set-Cookie").substr(0, 43));
+    }
+    auto expect = [&](const httplib::Result& res, std::string want, const char* what) {
+      ASSERT_TRUE(res) << what;
+      if (want == "tree") want = tree;
+      bool refused = want == "401";
+      EXPECT_EQ(res->status, refused ? 401 : 200) << c.user << " " << what;
+      EXPECT_EQ(res->body, refused ? "ERROR:SESSIONCHECK" : want) << c.user << " " << what;
+    };
+    expect(client.Get("/orvane?ReqNo=105&Group_cd=0001", headers), c.read_body, "read");
+    expect(client.Post("/orvane", headers, "ReqNo=203&Group_cd=0009", "application/x-www-form-urlencoded"),
+           c.change_body, "change");
+    expect(client.Get("/application/App_A_strSec_hierarchical", headers), c.tree_body, "tree");
+  }
+}
+
 ORVANE_DB_TEST_SUITE(Login);
 
 }  // namespace
