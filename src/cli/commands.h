@@ -3,11 +3,18 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <string>
 
 namespace orvane::cli {
 
 void AddServe(CLI::App& app, int& exit_code);
 void AddRequest(CLI::App& app, int& exit_code);
 void AddInitDb(CLI::App& app, int& exit_code);
+
+// Refuses, with one line on stderr naming the reason, a configuration file
+// that cannot be read and a LOCAL_DB_DSN that no odbc.ini defines (a
+// missing or empty one too when `dsn_required`). Returns the exit status:
+// 0 to go on, 2 to stop. Points ODBC at the odbc.ini beside the file.
+int CheckInstallation(const char* command, const std::string& config_path, bool dsn_required);
 
 }  // namespace orvane::cli

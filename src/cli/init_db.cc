@@ -32,13 +32,8 @@ int PrintDdl(const std::string& name) {
 
 int InitDb(const InitDbOptions& o) {
   if (!o.print_ddl.empty()) return PrintDdl(o.print_ddl);
-  ConfigFile config(o.config);
-  data::UseOdbcIniBeside(config.Folder());
-  std::string dsn;
-  if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) {
-    std::cerr << "orvane init-db: no data source: LOCAL_DB_DSN in " << o.config << ": " << s.trail() << "\n";
-    return 1;
-  }
+  if (int refused = CheckInstallation("init-db", o.config, /*dsn_required=*/true)) return refused;
+  std::string dsn = ConfigFile(o.config).Get("LOCAL_DB_DSN");
   data::Connection conn;
   Status status = data::Com_funDbOpen(dsn, "", "", conn);
   if (status.ok()) status = data::CreateSchema(conn);

@@ -16,8 +16,8 @@ struct RequestOptions {
 };
 
 int RunOne(const RequestOptions& o) {
+  if (int refused = CheckInstallation("request", o.config, /*dsn_required=*/false)) return refused;
   ConfigFile config(o.config);
-  data::UseOdbcIniBeside(config.Folder());
   ApplicationStore app;
   std::string error;
   if (!LoadApplicationValues(config, app, error)) {

@@ -1,6 +1,5 @@
 #include <csignal>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <thread>
 
@@ -20,20 +19,6 @@ struct ServeOptions {
   int session_timeout_minutes = 20;
   AccessRule access;
 };
-
-// LOCAL_DB_DSN is set and names a data source that odbc.ini defines. A
-// defined source whose database does not answer yet is no reason to refuse.
-Status DataSourceDefined(const ConfigFile& config) {
-  std::string dsn;
-  if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) return s;
-  data::Connection conn;
-  Status open = data::Com_funDbOpen(dsn, "", "", conn);
-  if (open.cause().sqlstate == "IM002")
-    return Status::Failure("the data source \"" + dsn + "\" (LOCAL_DB_DSN) is not defined in " + config.Folder() +
-                           "/odbc.ini or the system's odbc.ini");
-  if (open.ok()) data::Com_funDbClose(conn).IgnoreError();  // it was only a probe
-  return Status::Ok();
-}
 
 bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
   size_t colon = listen.rfind(':');
@@ -56,18 +41,7 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   http.threads = o.threads;
-  // What cannot work is refused at once, with its reason, not answered
-  // with an error to every request later.
-  if (std::ifstream probe(o.config); !probe) {
-    std::cerr << "orvane serve: cannot read the configuration file " << o.config << ": " << std::strerror(errno)
-              << "\n";
-    return 2;
-  }
-  data::UseOdbcIniBeside(ConfigFile(o.config).Folder());  // before any thread opens a connection
-  if (Status s = DataSourceDefined(ConfigFile(o.config)); !s.ok()) {
-    std::cerr << "orvane serve: " << s.trail() << "\n";
-    return 2;
-  }
+  if (int refused = CheckInstallation("serve", o.config, /*dsn_required=*/true)) return refused;
   if (!members::IsMenuColumn(o.access.admin_column)) {
     std::cerr << "orvane serve: --admin-column must name a menu-rights column (MENU01 ... MENU79), got \""
               << o.access.admin_column << "\"\n";

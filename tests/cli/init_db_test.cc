@@ -50,18 +50,6 @@ TEST_P(InitDb, TwiceChangesNothingAndTheDemoIsAddedOnce) {
   EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECMEMBER")), (Cells{{"8"}}));
 }
 
-TEST_P(InitDb, ReportsAMissingOrUnknownDataSource) {
-  WriteConfig("LOCAL_DB_DSN=\n");
-  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()),
-            std::pair(1, "orvane init-db: no data source: LOCAL_DB_DSN in " + ConfigPath() + ": 環境ファイル(" +
-                             ConfigPath() + ")の\"LOCAL_DB_DSN\"は無効な設定です\n"));
-  WriteConfig("LOCAL_DB_DSN=no_such_source\n");
-  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()),
-            std::pair(1, std::string("orvane init-db: [Com_funDbOpen]エラー番号 0 [IM002] [unixODBC][Driver "
-                                     "Manager]Data source name not found and no default driver specified<BR><BR>SQL : "
-                                     "no_such_source\n")));
-}
-
 ORVANE_DB_TEST_SUITE(InitDb);
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "support/temp_dir.h"
 
@@ -65,11 +66,12 @@ TEST(Cli, HelpExplainsEachSubcommand) {
 }
 
 // What cannot work is refused at start with its reason and status 2: no
-// configuration file, a data source odbc.ini does not define, a port some
-// other program listens on (never shared).
-TEST(Cli, ServeRefusesToStartWhatCannotWork) {
+// configuration file, a data source odbc.ini does not define (by every
+// command), a port some other program listens on (never shared).
+TEST(Cli, CommandsRefuseToStartWhatCannotWork) {
   testing::TempDir dir;
   std::string undefined = dir.Write("undefined/ORVANE.ini", "LOCAL_DB_DSN=nowhere_defined\n");
+  std::string empty = dir.Write("empty/ORVANE.ini", "LOCAL_DB_DSN=\n");
   std::string good = dir.Write("good/ORVANE.ini", "LOCAL_DB_DSN=cli_serve_probe\n");
   dir.Write("good/odbc.ini", "[cli_serve_probe]\nDriver=SQLite3\nDatabase=" + dir.File("good/o.db") + "\n");
   int taken = ::socket(AF_INET, SOCK_STREAM, 0);
@@ -84,16 +86,23 @@ TEST(Cli, ServeRefusesToStartWhatCannotWork) {
   struct Case {
     std::string args, out;
   } cases[] = {
-      {"serve --config " + dir.File("none/ORVANE.ini"), "orvane serve: cannot read the configuration file " +
-                                                            dir.File("none/ORVANE.ini") +
-                                                            ": No such file or directory\n"},
-      {"serve --config " + undefined,
-       "orvane serve: the data source \"nowhere_defined\" (LOCAL_DB_DSN) is not defined in " + dir.File("undefined") +
-           "/odbc.ini or the system's odbc.ini\n"},
       {"serve --config " + good + " --listen 127.0.0.1:" + port,
        "orvane serve: cannot listen on 127.0.0.1:" + port + ": Address already in use\n"},
   };
-  for (const Case& c : cases) {
+  std::vector<Case> all(std::begin(cases), std::end(cases));
+  for (std::string command : {"serve", "request", "init-db"}) {
+    std::string tail = command == "request" ? " ReqNo=101" : "";
+    all.push_back({command + " --config " + dir.File("none/ORVANE.ini") + tail,
+                   "orvane " + command + ": cannot read the configuration file " + dir.File("none/ORVANE.ini") +
+                       ": No such file or directory\n"});
+    all.push_back({command + " --config " + undefined + tail,
+                   "orvane " + command + ": the data source \"nowhere_defined\" (LOCAL_DB_DSN) is not defined in " +
+                       dir.File("undefined") + "/odbc.ini or the system's odbc.ini\n"});
+    if (command != "request")  // a request answers ERROR:READINFOFILE_SV_FOLDER for itself
+      all.push_back({command + " --config " + empty, "orvane " + command + ": 環境ファイル(" + empty +
+                                                         ")の\"LOCAL_DB_DSN\"は無効な設定です\n"});
+  }
+  for (const Case& c : all) {
     CommandRun r = Orvane(c.args);
     EXPECT_EQ(r.status, 2) << c.args;
     EXPECT_EQ(r.out, c.out) << c.args;
