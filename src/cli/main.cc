@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
   orvane::cli::AddServe(app, exit_code);
   orvane::cli::AddRequest(app, exit_code);
   orvane::cli::AddInitDb(app, exit_code);
+  orvane::cli::AddAudit(app, exit_code);
   CLI11_PARSE(app, argc, argv);
   return exit_code;
 }

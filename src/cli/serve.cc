@@ -18,6 +18,7 @@ struct ServeOptions {
   int threads = 8;
   int session_timeout_minutes = 20;
   AccessRule access;
+  std::string audit_log;  // empty: audit.log beside the configuration file
 };
 
 bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
@@ -50,6 +51,11 @@ int Serve(const ServeOptions& o) {
   ServerState state(o.config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
                     SystemClock::Instance(), &std::cerr);
   state.access = o.access;
+  const std::string audit_path = o.audit_log.empty() ? state.config.Folder() + "/audit.log" : o.audit_log;
+  if (Status s = state.audit_log.Open(audit_path); !s.ok()) {
+    std::cerr << "orvane serve: " << s.trail() << "\n";
+    return 2;
+  }
   std::string error;
   if (!LoadApplicationValues(state.config, state.app, error)) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -115,6 +121,9 @@ void AddServe(CLI::App& app, int& exit_code) {
                   "Menu-rights column whose own number marks an administrator (MENU50 holding \"50\"); only "
                   "administrators may call /orvane over HTTP")
       ->capture_default_str();
+  cmd->add_option("--audit-log", options->audit_log,
+                  "Append a JSON line for every change, login and logout to this file (default: audit.log "
+                  "beside the configuration file); read it with `orvane audit`");
   cmd->add_flag("--allow-anonymous-reads", options->access.anonymous_reads,
                 "Let queries (not changes) run without a login, for pages that never log in");
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });

@@ -58,14 +58,18 @@ std::string FormatAccessLine(const AccessRecord& r, std::string_view now) {
   return line;
 }
 
-void AccessLog::Write(const AccessRecord& r) {
-  if (!out_) return;
+std::string WallTimeWithZone() {
   std::time_t t = std::time(nullptr);
   std::tm tm{};
   localtime_r(&t, &tm);
   char now[32];
-  std::strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%S%z", &tm);  // with its zone: logs get compared across hosts
-  std::string line = FormatAccessLine(r, now) + "\n";
+  std::strftime(now, sizeof now, "%Y-%m-%dT%H:%M:%S%z", &tm);
+  return now;
+}
+
+void AccessLog::Write(const AccessRecord& r) {
+  if (!out_) return;
+  std::string line = FormatAccessLine(r, WallTimeWithZone()) + "\n";
   std::lock_guard lock(mu_);
   *out_ << line << std::flush;
 }

@@ -29,6 +29,10 @@ struct AccessRecord {
   Cause failure;  // the database's account of the request's last failure
 };
 
+// The local wall-clock time with its zone, "2026-11-23T14:35:05+0900": logs
+// get compared across hosts.
+std::string WallTimeWithZone();
+
 // The log line for `r`, without its newline. `now` is the local time text.
 std::string FormatAccessLine(const AccessRecord& r, std::string_view now);
 

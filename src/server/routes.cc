@@ -85,14 +85,19 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   RequestContext ctx(state.config, *session, state.app, state.clock);
   ctx.fields = FieldsOf(req);
   ctx.cookies = std::move(cookies);
-  if (!MayCall(state.access, *session, FindRoute(ctx.Field("ReqNo")))) {
-    Answer(res, 401, kSessionRefused);
-    Log(state, req, timer, 401, kSessionRefused, ctx.Field("ReqNo"));
-    return;
+  const RequestRoute* route = FindRoute(ctx.Field("ReqNo"));
+  int status = 401;
+  if (MayCall(state.access, *session, route)) {
+    RunRequest(ctx);
+    status = ctx.http_status;
+  } else {
+    ctx.Write(kSessionRefused);
   }
-  const RequestRoute* route = RunRequest(ctx);
-  Answer(res, ctx.http_status, ctx.response());
-  Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
+  if (route && route->changes_data)  // before the answer leaves: an answered change always has its line
+    state.audit_log.Write({"request", session->Get("PUB_USR_ID"), req.remote_addr, std::string(route->code),
+                           &ctx.fields, ctx.response()});
+  Answer(res, status, ctx.response());
+  Log(state, req, timer, status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
       LoggedFailure(ctx));
 }
 
@@ -131,6 +136,8 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   // Only the code: a failed lookup's error text renders the statement, and
   // with it the password.
   std::string answer = members::LoginAnswer(outcome);
+  state.audit_log.Write({outcome == members::LoginOutcome::kOk ? "login" : "login-failed", user_id, req.remote_addr,
+                         "", nullptr, answer});
   Answer(res, 200, answer);
   Log(state, req, timer, 200, answer);
 }
@@ -140,6 +147,8 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
 void HandleLogout(ServerState& state, const httplib::Request& req, httplib::Response& res) {
   Timer timer;
   std::string id = SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie")));
+  std::shared_ptr<Session> session = state.sessions->Find(id);
+  state.audit_log.Write({"logout", session ? session->Get("PUB_USR_ID") : "", req.remote_addr, "", nullptr, "OK"});
   if (!id.empty()) state.sessions->Remove(id);
   res.set_header("Set-Cookie", SessionCookie("", /*expire=*/true));
   Answer(res, 200, "OK");

@@ -12,6 +12,7 @@
 #include "dispatch/config.h"
 #include "server/access.h"
 #include "server/access_log.h"
+#include "server/audit_log.h"
 #include "server/login_throttle.h"
 #include "server/session_store.h"
 
@@ -29,6 +30,7 @@ struct ServerState {
   const Clock& clock;
   AccessLog access_log;
   AccessRule access;
+  AuditLog audit_log;  // opened by serve; writes nowhere until then
   // Failed logins per id and per address: guessing is refused, not slept on.
   LoginThrottle login_throttle{clock};
 };

@@ -1,11 +1,10 @@
 // `orvane init-db` run as a real process against the fixture's data source.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 
 #include "data/schema.h"
 #include "data/sql.h"
+#include "support/binary.h"
 #include "support/db_fixture.h"
 
 namespace orvane {
@@ -16,16 +15,7 @@ using data::Table;
 using testing::Backend;
 using testing::Cells;
 using testing::DbTest;
-
-// Runs the orvane binary; its exit status and its output (stdout and stderr).
-std::pair<int, std::string> RunBinary(const std::string& args) {
-  FILE* pipe = popen((std::string(ORVANE_BINARY) + " " + args + " 2>&1").c_str(), "r");
-  std::string output;
-  char buf[4096];
-  for (size_t n; (n = fread(buf, 1, sizeof buf, pipe)) > 0;) output.append(buf, n);
-  int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
-}
+using testing::RunBinary;
 
 using InitDb = DbTest;
 

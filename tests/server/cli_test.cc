@@ -5,11 +5,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "support/binary.h"
 #include "support/temp_dir.h"
 
 namespace orvane {
@@ -21,12 +20,8 @@ struct CommandRun {
 };
 
 CommandRun Orvane(const std::string& args) {
-  CommandRun r;
-  FILE* p = ::popen((std::string(ORVANE_BINARY) + " " + args + " 2>&1").c_str(), "r");
-  std::array<char, 4096> buf;
-  for (size_t n; (n = fread(buf.data(), 1, buf.size(), p)) > 0;) r.out.append(buf.data(), n);
-  r.status = WEXITSTATUS(::pclose(p));
-  return r;
+  auto [status, out] = testing::RunBinary(args);
+  return {out, status};
 }
 
 TEST(Cli, RequestPrintsTheAnswerExactly) {
