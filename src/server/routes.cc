@@ -47,6 +47,7 @@ std::string SessionCookie(const std::string& id, bool expire = false) {
 void Answer(httplib::Response& res, int status, const std::string& body) {
   res.status = status;
   res.set_header("Cache-Control", "no-store");
+  res.set_header("X-Content-Type-Options", "nosniff");  // an answer is text, never a page or a script
   res.set_content(body, kTextPlain);
 }
 

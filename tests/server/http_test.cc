@@ -95,6 +95,7 @@ TEST(Http, PostFormBodyAddsFieldsAfterTheQuery) {
   ASSERT_TRUE(res);
   EXPECT_EQ(res->body, "C0D0E0,2,1,0,0,,,0,,");
   EXPECT_EQ(res->get_header_value("Cache-Control"), "no-store");
+  EXPECT_EQ(res->get_header_value("X-Content-Type-Options"), "nosniff");
   // The query wins over the body for a field sent twice.
   res = client.Post("/orvane?ReqNo=999", "ReqNo=001", "application/x-www-form-urlencoded");
   EXPECT_EQ(res->body, "ERROR:NOREQUESTCODE");
