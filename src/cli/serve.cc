@@ -1,4 +1,5 @@
 #include <csignal>
+#include <filesystem>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -17,6 +18,7 @@ struct ServeOptions {
   std::string listen = "127.0.0.1:8080";
   int threads = 8;
   int session_timeout_minutes = 20;
+  std::string web_root;  // empty: the pages compiled in
 };
 
 // LOCAL_DB_DSN is set and names a data source that odbc.ini defines. A
@@ -54,6 +56,10 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   http.threads = o.threads;
+  if (!o.web_root.empty() && !std::filesystem::is_directory(o.web_root)) {
+    std::cerr << "orvane serve: --web-root " << o.web_root << " is not a folder\n";
+    return 2;
+  }
   // What cannot work is refused at once, with its reason, not answered
   // with an error to every request later.
   if (std::ifstream probe(o.config); !probe) {
@@ -68,6 +74,7 @@ int Serve(const ServeOptions& o) {
   }
   ServerState state(o.config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
                     SystemClock::Instance(), &std::cerr);
+  state.web_root = o.web_root;
   std::string error;
   if (!LoadApplicationValues(state.config, state.app, error)) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -95,7 +102,7 @@ int Serve(const ServeOptions& o) {
     server.Stop();
   });
   waiter.detach();
-  std::cerr << "orvane: serving http://" << o.listen << "/orvane with " << o.config << " (" << http.threads
+  std::cerr << "orvane: serving http://" << o.listen << "/ with " << o.config << " (" << http.threads
             << " threads)\n";
   server.Run();
   data::ClosePooledConnections();
@@ -110,6 +117,7 @@ void AddServe(CLI::App& app, int& exit_code) {
   CLI::App* cmd = app.add_subcommand("serve", "Serve the administration pages' requests over HTTP");
   cmd->footer(
       "Routes:\n"
+      "  GET /                       the administration pages (log in with a user holding the administrator right)\n"
       "  GET|POST /orvane?ReqNo=...  one request; POST may carry the fields as a form body\n"
       "  POST /login, POST /logout   start and end a login session\n"
       "  GET /healthz                answers OK\n"
@@ -125,6 +133,8 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")
       ->capture_default_str()
       ->check(CLI::Range(1, 24 * 60));
+  cmd->add_option("--web-root", options->web_root,
+                  "Serve the pages from this folder instead of the copy compiled in (working on web/)");
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

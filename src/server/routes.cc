@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "members/login.h"
 #include "requests/web_class.h"
+#include "server/static_files.h"
 
 namespace orvane {
 namespace {
@@ -171,6 +172,9 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
     Answer(res, 200, "OK");
     Log(state, req, timer, 200, "OK");
   });
+
+  // Last: any GET that no route above took is a file of the pages.
+  RegisterStaticFiles(server, state);
 
   server.set_error_handler([&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;
