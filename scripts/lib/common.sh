@@ -25,7 +25,8 @@ ORVANE_TEST_PACKAGES=(
 # nodesource, with its own npm) keeps it; only where node is missing are
 # Debian's nodejs and npm installed.
 prepare_browser_tests() {
-  install_missing chromium
+  # The font: the screenshots the tests take show Japanese text.
+  install_missing chromium fonts-noto-cjk
   if ! command -v node >/dev/null 2>&1; then
     install_missing nodejs npm
   fi
