@@ -13,10 +13,25 @@ ORVANE_BUILD_PACKAGES=(
 )
 
 # What scripts/test adds: a local PostgreSQL 15 server for the database
-# cases (they run on SQLite and on PostgreSQL).
+# cases (they run on SQLite and on PostgreSQL) and the browser that the
+# browser tests drive (tests/web/).
 ORVANE_TEST_PACKAGES=(
   postgresql
+  chromium
 )
+
+# The browser tests run on Node with playwright-core from npm, pinned in
+# tests/web/package-lock.json. A machine that has node (for example from
+# nodesource, with its own npm) keeps it; only where node is missing are
+# Debian's nodejs and npm installed.
+prepare_browser_tests() {
+  # The font: the screenshots the tests take show Japanese text.
+  install_missing chromium fonts-noto-cjk
+  if ! command -v node >/dev/null 2>&1; then
+    install_missing nodejs npm
+  fi
+  (cd "$ORVANE_ROOT/tests/web" && npm ci --no-audit --no-fund --silent)
+}
 
 # Installs the packages given that are not installed yet. Needs root (or
 # sudo) only when something is missing.

@@ -1,5 +1,5 @@
 #include <csignal>
-#include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <thread>
 
@@ -19,6 +19,7 @@ struct ServeOptions {
   int session_timeout_minutes = 20;
   AccessRule access;
   std::string audit_log;  // empty: audit.log beside the configuration file
+  std::string web_root;   // empty: the pages compiled in
 };
 
 bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
@@ -42,6 +43,10 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   http.threads = o.threads;
+  if (!o.web_root.empty() && !std::filesystem::is_directory(o.web_root)) {
+    std::cerr << "orvane serve: --web-root " << o.web_root << " is not a folder\n";
+    return 2;
+  }
   if (int refused = CheckInstallation("serve", o.config, /*dsn_required=*/true)) return refused;
   if (!members::IsMenuColumn(o.access.admin_column)) {
     std::cerr << "orvane serve: --admin-column must name a menu-rights column (MENU01 ... MENU79), got \""
@@ -56,6 +61,7 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: " << s.trail() << "\n";
     return 2;
   }
+  state.web_root = o.web_root;
   std::string error;
   if (!LoadApplicationValues(state.config, state.app, error)) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -86,7 +92,7 @@ int Serve(const ServeOptions& o) {
   if (o.access.anonymous_reads)
     std::cerr << "orvane serve: WARNING: --allow-anonymous-reads: every query, the user rows with their passwords "
                  "included, answers without a login\n";
-  std::cerr << "orvane: serving http://" << o.listen << "/orvane with " << o.config << " (" << http.threads
+  std::cerr << "orvane: serving http://" << o.listen << "/ with " << o.config << " (" << http.threads
             << " threads)\n";
   server.Run();
   data::ClosePooledConnections();
@@ -101,6 +107,7 @@ void AddServe(CLI::App& app, int& exit_code) {
   CLI::App* cmd = app.add_subcommand("serve", "Serve the administration pages' requests over HTTP");
   cmd->footer(
       "Routes:\n"
+      "  GET /                       the administration pages (log in with a user holding the administrator right)\n"
       "  GET|POST /orvane?ReqNo=...  one request; POST may carry the fields as a form body; needs\n"
       "                              an administrator's login session (else 401 ERROR:SESSIONCHECK)\n"
       "  POST /login, POST /logout   start and end a login session\n"
@@ -126,6 +133,8 @@ void AddServe(CLI::App& app, int& exit_code) {
                   "beside the configuration file); read it with `orvane audit`");
   cmd->add_flag("--allow-anonymous-reads", options->access.anonymous_reads,
                 "Let queries (not changes) run without a login, for pages that never log in");
+  cmd->add_option("--web-root", options->web_root,
+                  "Serve the pages from this folder instead of the copy compiled in (working on web/)");
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

@@ -9,6 +9,7 @@
 #include "members/login.h"
 #include "requests/web_class.h"
 #include "server/access.h"
+#include "server/static_files.h"
 
 namespace orvane {
 namespace {
@@ -197,6 +198,9 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
     Answer(res, 200, "OK");
     Log(state, req, timer, 200, "OK");
   });
+
+  // Last: any GET that no route above took is a file of the pages.
+  RegisterStaticFiles(server, state);
 
   server.set_error_handler([&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;

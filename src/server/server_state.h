@@ -33,6 +33,9 @@ struct ServerState {
   AuditLog audit_log;  // opened by serve; writes nowhere until then
   // Failed logins per id and per address: guessing is refused, not slept on.
   LoginThrottle login_throttle{clock};
+  // The folder `serve --web-root` serves the pages from; empty: the pages
+  // compiled into the program.
+  std::string web_root;
 };
 
 }  // namespace orvane

@@ -1,0 +1,19 @@
+// The administration pages compiled into the program: every file under
+// web/, turned into a table by cmake/embed_web.cmake at build time (the
+// generated source lives in the build tree).
+#pragma once
+
+#include <span>
+#include <string_view>
+
+namespace orvane {
+
+struct WebAsset {
+  std::string_view path;          // relative to web/, "/" separated: "js/api.js"
+  std::string_view content_type;  // from the file's extension
+  std::string_view bytes;
+};
+
+std::span<const WebAsset> WebAssets();
+
+}  // namespace orvane

@@ -1,0 +1,89 @@
+// What the browser tests and the browser bench share: a demo installation
+// in a temporary folder, a real `orvane serve` on a free port, SQL through
+// the sqlite3 tool, and Debian's chromium driven by playwright-core.
+import { execFileSync, spawn } from 'node:child_process';
+import fs from 'node:fs';
+import net from 'node:net';
+import os from 'node:os';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+import { chromium } from 'playwright-core';
+
+export const ROOT = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '../..');
+export const CHROMIUM = '/usr/bin/chromium';
+const ARGS = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+  '--disable-background-networking', '--disable-component-update', '--disable-sync'];
+
+export function tempDir(prefix) { return fs.mkdtempSync(path.join(os.tmpdir(), prefix)); }
+
+// The demo installation that scripts/demo writes, with the demo data.
+export function demoInstallation(binary) {
+  const dir = tempDir('orvane-web-');
+  // unixODBC caches a data source by name for a while: a name per run.
+  const dsn = `orvane_web_${process.pid}_${Date.now()}`;
+  execFileSync('bash', ['-c', 'source "$1"; write_demo_installation "$2" "$3"', 'demo',
+    path.join(ROOT, 'scripts/lib/demo_install.sh'), dir, dsn]);
+  execFileSync(binary, ['init-db', '--config', path.join(dir, 'ORVANE.ini'), '--demo'], { stdio: 'pipe' });
+  return { dir, config: path.join(dir, 'ORVANE.ini'), db: path.join(dir, 'orvane.db') };
+}
+
+export function freePort() {
+  return new Promise((resolve, reject) => {
+    const s = net.createServer();
+    s.on('error', reject);
+    s.listen(0, '127.0.0.1', () => {
+      const { port } = s.address();
+      s.close(() => resolve(port));
+    });
+  });
+}
+
+// `orvane serve` until stop(); its log is kept for a failure report.
+export async function startServer(binary, config, extra = []) {
+  const port = await freePort();
+  const child = spawn(binary, ['serve', '--config', config, '--listen', `127.0.0.1:${port}`, ...extra],
+    { stdio: ['ignore', 'ignore', 'pipe'] });
+  let log = '';
+  child.stderr.on('data', (d) => { log += d; if (log.length > 200000) log = log.slice(-100000); });
+  const url = `http://127.0.0.1:${port}`;
+  for (let i = 0; ; i++) {
+    try {
+      const r = await fetch(`${url}/healthz`);
+      if (r.ok) break;
+    } catch (e) {
+      if (i > 300 || child.exitCode !== null) throw new Error(`orvane serve did not start:\n${log}`);
+      await new Promise((r) => setTimeout(r, 100));
+    }
+  }
+  return {
+    url,
+    log: () => log,
+    stop: () => new Promise((resolve) => {
+      if (child.exitCode !== null) return resolve();
+      child.once('exit', resolve);
+      child.kill('SIGTERM');
+    }),
+  };
+}
+
+// Rows of a query, columns joined by "|".
+export function sql(db, query) {
+  return execFileSync('sqlite3', ['-separator', '|', db, query]).toString().trim();
+}
+
+// A fresh profile each time; the browser is never downloaded.
+export async function launchBrowser() {
+  if (!fs.existsSync(CHROMIUM)) return null;
+  const profile = tempDir('orvane-chromium-');
+  const context = await chromium.launchPersistentContext(profile, {
+    executablePath: CHROMIUM, headless: true, args: ARGS, viewport: { width: 1280, height: 800 },
+    locale: 'ja-JP',
+  });
+  return {
+    context,
+    close: async () => {
+      await context.close();
+      fs.rmSync(profile, { recursive: true, force: true });
+    },
+  };
+}

@@ -1,0 +1,121 @@
+// The server's own protocol: GET/POST /orvane with a request code, POST
+// /login and /logout, and the drawn tree. Changing requests (2xx codes) go
+// as POST with a form body; reads as GET. A 401 means the session is gone:
+// the page asks for a login and then sends the same request again, so
+// nothing typed is lost.
+
+export class ServerError extends Error {
+  constructor(answer) {
+    super(answer);
+    this.answer = answer;
+  }
+}
+
+let sessionLost = async () => { throw new ServerError('ERROR:SESSIONCHECK'); };
+let busyListener = () => {};
+let inFlight = 0;
+
+// `handler` returns a promise that settles once the user logged in again.
+export function onSessionLost(handler) { sessionLost = handler; }
+// Called with true while any request is under way.
+export function onBusy(listener) { busyListener = listener; }
+
+function busy(delta) {
+  inFlight += delta;
+  busyListener(inFlight > 0);
+}
+
+async function send(url, init) {
+  busy(1);
+  try {
+    let res;
+    try {
+      res = await fetch(url, { credentials: 'same-origin', cache: 'no-store', ...init });
+    } catch (e) {
+      throw new ServerError('ERROR:NETWORK');
+    }
+    const text = await res.text();
+    return { status: res.status, text };
+  } finally {
+    busy(-1);
+  }
+}
+
+function form(fields) {
+  const body = new URLSearchParams();
+  for (const [k, v] of Object.entries(fields)) body.append(k, v ?? '');
+  return body;
+}
+
+// One request code; resolves with the answer text, rejects with a
+// ServerError for an "ERROR:" answer.
+export async function request(code, fields = {}) {
+  const changes = code.startsWith('2');
+  for (let attempt = 0; ; attempt++) {
+    const all = { ReqNo: code, ...fields };
+    const r = changes
+      ? await send('/orvane', { method: 'POST', body: form(all) })
+      : await send('/orvane?' + form(all).toString(), { method: 'GET' });
+    // No session (401 at the edge, or the request's own check): log in and
+    // send it again.
+    if ((r.status === 401 || r.text.startsWith('ERROR:SESSIONCHECK')) && attempt === 0) {
+      await sessionLost();
+      continue;
+    }
+    if (r.text.startsWith('ERROR:')) throw new ServerError(r.text);
+    if (r.status !== 200) throw new ServerError(`ERROR:HTTP${r.status}`);
+    return r.text;
+  }
+}
+
+export async function login(user, password) {
+  const r = await send('/login', { method: 'POST', body: form({ User_cd: user, User_PS: password }) });
+  return r.text === 'OK';
+}
+
+export async function logout() {
+  await send('/logout', { method: 'POST', body: form({}) });
+}
+
+// The drawn section tree: rows (CR LF) of twelve TAB-separated columns.
+export async function drawnTree() {
+  for (let attempt = 0; ; attempt++) {
+    const r = await send('/application/App_A_strSec_hierarchical', { method: 'GET' });
+    if (r.status === 401 && attempt === 0) {
+      await sessionLost();
+      continue;
+    }
+    if (r.text.startsWith('ERROR:')) throw new ServerError(r.text);
+    if (r.status !== 200) throw new ServerError(`ERROR:HTTP${r.status}`);
+    return r.text;
+  }
+}
+
+// A flat comma list cut into rows of `width` values.
+export function rows(answer, width) {
+  if (answer === '') return [];
+  const v = answer.split(',');
+  const out = [];
+  for (let i = 0; i + width <= v.length; i += width) out.push(v.slice(i, i + width));
+  return out;
+}
+
+// The moment as the server stamps rows: yyyymmdd and hhmmss.
+export function moment(date = new Date()) {
+  const p = (n, w) => String(n).padStart(w, '0');
+  return {
+    ymd: p(date.getFullYear(), 4) + p(date.getMonth() + 1, 2) + p(date.getDate(), 2),
+    hms: p(date.getHours(), 2) + p(date.getMinutes(), 2) + p(date.getSeconds(), 2),
+  };
+}
+
+export function ymdToInput(ymd) {
+  return /^\d{8}$/.test(ymd) && ymd !== '99999999' ? `${ymd.slice(0, 4)}-${ymd.slice(4, 6)}-${ymd.slice(6)}` : '';
+}
+
+export function inputToYmd(value) { return value.replaceAll('-', ''); }
+
+export function showYmd(ymd) {
+  if (ymd === '99999999') return '—';
+  return /^\d{8}$/.test(ymd) ? `${ymd.slice(0, 4)}/${ymd.slice(4, 6)}/${ymd.slice(6)}` : ymd;
+}

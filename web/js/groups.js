@@ -1,0 +1,299 @@
+// The groups screen: the tree, the selected group's settings (105) and
+// subgroups (103), add (201), change (202), delete (203), move under
+// another group (212) and reorder among siblings (210), by dragging or by
+// the move dialog.
+import * as api from './api.js';
+import { TreeModel, TreeView } from './tree.js';
+import { t } from './texts.js';
+import { $, el, showMessage, showProblem, confirmDialog, guarded, clearError } from './ui.js';
+
+export class GroupsScreen {
+  constructor({ openScreen }) {
+    this.openScreen = openScreen;
+    this.view = new TreeView($('tree'), {
+      onSelect: (i) => this.selectGroup(i),
+      onDrop: (moved, target, zone) => this.dropped(moved, target, zone),
+    });
+    this.loaded = false;
+    this.code = '';       // the selected group
+    this.property = null; // its 105 values
+    this.children = [];   // its 103 rows
+    this.childOrder = '';
+    this.token = 0;
+    $('group-form').addEventListener('submit', (e) => { e.preventDefault(); this.save(); });
+    $('add-form').addEventListener('submit', (e) => { e.preventDefault(); this.add(); });
+    $('g-delete').addEventListener('click', () => this.remove());
+    $('g-move').addEventListener('click', () => this.openMoveDialog());
+    $('g-members').addEventListener('click', () => this.openScreen('members', { code: this.code, name: this.nameOf(this.code) }));
+    $('children-by-seq').addEventListener('click', () => this.sortChildren(''));
+    $('children-by-name').addEventListener('click', () => this.sortChildren('name'));
+    $('move-form').addEventListener('submit', (e) => { e.preventDefault(); this.submitMove(); });
+    $('move-cancel').addEventListener('click', () => $('move-dialog').close());
+    $('move-filter').addEventListener('input', () => this.fillMoveParents());
+    $('move-parent').addEventListener('change', () => this.fillMovePositions());
+  }
+
+  get model() { return this.view.model; }
+
+  nameOf(code) {
+    const i = this.model.index.get(code);
+    return i === undefined ? code : this.model.name[i];
+  }
+
+  async open() {
+    if (!this.loaded) await guarded(() => this.loadTree());
+  }
+
+  retranslate() {
+    if (this.loaded) $('tree-count').textContent = t('groups.count', this.model.size.toLocaleString());
+  }
+
+  async loadTree() {
+    $('tree-count').textContent = t('groups.loadingTree');
+    const started = performance.now();
+    let model = TreeModel.fromDrawn(await api.drawnTree());
+    if (!model.size) model = TreeModel.fromList(api.rows(await api.request('101'), 3));
+    this.view.setModel(model);
+    this.loaded = true;
+    this.retranslate();
+    if (this.view.selected < 0 && model.roots.length) this.view.reveal(model.roots[0]);
+    document.body.dataset.treeMs = String(Math.round(performance.now() - started));
+  }
+
+  // Reloads the tree after a change and shows group `code`.
+  async refresh(code) {
+    await this.loadTree();
+    const i = this.model.index.get(code);
+    if (i !== undefined) this.view.reveal(i);
+  }
+
+  async selectGroup(i) {
+    const code = this.model.code[i];
+    const token = ++this.token;
+    this.code = code;
+    clearError();
+    await guarded(async () => {
+      const [property, children] = await Promise.all([
+        api.request('105', { Group_cd: code }),
+        api.request('103', { Group_cd: code, S_Col: this.childOrder, S_Type: '' }),
+      ]);
+      if (token !== this.token) return;
+      const p = property.split(',');
+      this.property = {
+        code: p[0], name: p[1], disp: p[2], busho: p[3], seq: p[4], list: p[5] ?? '', ymd: p[6] ?? '', hms: p[7] ?? '',
+      };
+      this.children = api.rows(children, 3);
+      this.fillProperty();
+      this.fillChildren();
+      const lists = await api.request('107', { M_List: this.property.list }).catch(() => '');
+      if (token !== this.token) return;
+      this.fillLists(lists ? lists.split(',') : []);
+    });
+  }
+
+  fillProperty() {
+    const p = this.property;
+    $('group-none').hidden = true;
+    $('group-fields').hidden = false;
+    $('children-card').hidden = false;
+    $('add-form').hidden = false;
+    $('g-code').value = p.code;
+    $('g-seq').value = p.seq;
+    $('g-name').value = p.name;
+    $('g-disp').value = p.disp;
+    $('g-busho').value = p.busho;
+    $('g-updated').value = `${api.showYmd(p.ymd)} ${p.hms.replace(/^(\d\d)(\d\d)(\d\d)$/, '$1:$2:$3')}`;
+    $('add-heading').textContent = `${t('groups.addHeading')}: ${p.name}`;
+  }
+
+  fillLists(free) {
+    const current = this.property.list;
+    for (const id of ['g-list', 'a-list']) {
+      const select = $(id);
+      const keep = id === 'a-list' ? select.value : current;
+      const names = new Set(free.filter(Boolean));
+      if (id === 'g-list' && current) names.add(current);
+      select.replaceChildren(el('option', { value: '' }, t('groups.noList')),
+        ...[...names].map((n) => el('option', { value: n }, n)));
+      select.value = names.has(keep) ? keep : '';
+    }
+  }
+
+  fillChildren() {
+    const ul = $('children');
+    $('children-by-seq').setAttribute('aria-pressed', String(this.childOrder === ''));
+    $('children-by-name').setAttribute('aria-pressed', String(this.childOrder === 'name'));
+    if (!this.children.length) {
+      ul.replaceChildren(el('li', { class: 'help' }, t('groups.noChildren')));
+      return;
+    }
+    ul.replaceChildren(...this.children.map(([code, , name]) => el('li', {},
+      el('button', { type: 'button', class: 'link', onclick: () => this.revealCode(code) }, name),
+      ' ', el('span', { class: 'code' }, code))));
+  }
+
+  async sortChildren(order) {
+    this.childOrder = order;
+    await guarded(async () => {
+      this.children = api.rows(await api.request('103', { Group_cd: this.code, S_Col: order, S_Type: '' }), 3);
+      this.fillChildren();
+    });
+  }
+
+  revealCode(code) {
+    const i = this.model.index.get(code);
+    if (i !== undefined) {
+      this.view.reveal(i);
+      this.view.items.get(i)?.focus();
+    }
+  }
+
+  async save() {
+    const name = $('g-name').value.trim();
+    if (!name) return showProblem(t('groups.nameRequired'));
+    const done = await guarded(() => api.request('202', {
+      Group_cd: this.code, Group_nm: name, Disp_NM: $('g-disp').value.trim(), M_LIST: $('g-list').value,
+    }));
+    if (done === undefined) return;
+    showMessage(t('groups.renamed'));
+    await guarded(() => this.refresh(this.code));
+  }
+
+  async add() {
+    const name = $('a-name').value.trim();
+    if (!name) return showProblem(t('groups.nameRequired'));
+    const parent = this.code;
+    const before = new Set(this.model.children[this.model.index.get(parent)] ?? []);
+    const beforeCodes = new Set([...before].map((i) => this.model.code[i]));
+    const done = await guarded(() => api.request('201', {
+      Group_cd: parent, Group_nm: name, Disp_NM: $('a-disp').value.trim(), M_LIST: $('a-list').value,
+      BUSHO_CD: $('a-busho').value.trim(),
+    }));
+    if (done === undefined) return;  // what was typed stays
+    for (const id of ['a-name', 'a-disp', 'a-busho']) $(id).value = '';
+    showMessage(t('groups.added', name));
+    await guarded(async () => {
+      await this.loadTree();
+      const p = this.model.index.get(parent);
+      const added = (this.model.children[p] ?? []).filter((i) => !beforeCodes.has(this.model.code[i]));
+      const i = added.length ? added[added.length - 1] : p;
+      this.view.reveal(i);
+    });
+  }
+
+  async remove() {
+    const i = this.model.index.get(this.code);
+    const name = this.property?.name ?? this.code;
+    // The server answers "OK" without deleting a group that has children:
+    // say so here instead.
+    if ((i !== undefined && this.model.children[i].length) || this.children.length) {
+      return showProblem(t('groups.hasChildren', name));
+    }
+    if (!await confirmDialog(t('groups.confirmDelete', name))) return;
+    const p = this.property;
+    const done = await guarded(() => api.request('203', {
+      Group_cd: this.code, Group_nm: p.name, Disp_NM: p.disp, M_LIST: p.list, BUSHO_CD: p.busho,
+    }));
+    if (done === undefined) return;
+    showMessage(t('groups.deleted', name));
+    const parent = i === undefined ? -1 : this.model.parent[i];
+    await guarded(() => this.refresh(parent >= 0 ? this.model.code[parent] : ''));
+  }
+
+  // A drop from the tree: onto a group (hang it there) or before/after one
+  // (the same parent as that group, at that place).
+  dropped(moved, target, zone) {
+    const m = this.model;
+    if (zone === 'inside') return this.moveTo(moved, target, -1);
+    const siblings = m.siblings(target);
+    const k = siblings.indexOf(target);
+    const before = zone === 'before' ? target : (k + 1 < siblings.length ? siblings[k + 1] : -1);
+    return this.moveTo(moved, m.parent[target], before);
+  }
+
+  // Moves group `moved` under `parent`, before sibling `before` (-1: at
+  // the end): 212 for a new parent, 210 for the place among siblings.
+  async moveTo(moved, parent, before) {
+    const m = this.model;
+    const name = m.name[moved];
+    if (m.parent[moved] < 0 || parent < 0) return showProblem(t('groups.rootMove'));
+    if (m.within(parent, moved)) return showProblem(t('groups.intoItself'));
+    const parentCode = m.code[parent];
+    const done = await guarded(async () => {
+      if (m.parent[moved] === parent) {
+        const siblings = m.children[parent];
+        const x = siblings.indexOf(moved);
+        const gap = before < 0 ? siblings.length : siblings.indexOf(before);
+        if (gap === x || gap === x + 1) return 'same';
+        // The server puts the moved group in the target's place: the one
+        // after the gap when moving up, the one before it when moving down.
+        const anchor = gap < x ? siblings[gap] : siblings[gap - 1];
+        return api.request('210', { Group_cd1: m.code[moved], Group_cd2: m.code[anchor], Group_cd3: parentCode });
+      }
+      await api.request('212', { Group_cd1: m.code[moved], Group_cd2: parentCode });
+      // Now the last under its new parent: up to the chosen place.
+      if (before >= 0) await api.request('210', { Group_cd1: m.code[moved], Group_cd2: m.code[before], Group_cd3: parentCode });
+      return 'OK';
+    });
+    const code = m.code[moved];
+    if (done === 'same' || done === undefined) {
+      if (done === undefined) await guarded(() => this.refresh(code));
+      return;
+    }
+    showMessage(t('groups.moved', name));
+    await guarded(() => this.refresh(code));
+  }
+
+  openMoveDialog() {
+    const i = this.model.index.get(this.code);
+    if (i === undefined) return;
+    if (this.model.parent[i] < 0) return showProblem(t('groups.rootMove'));
+    this.moving = i;
+    $('move-heading').textContent = t('groups.moveHeading', this.model.name[i]);
+    $('move-filter').value = '';
+    this.fillMoveParents();
+    $('move-dialog').showModal();
+    $('move-filter').focus();
+  }
+
+  fillMoveParents() {
+    const m = this.model;
+    const q = $('move-filter').value.trim().toLowerCase();
+    const options = [];
+    let matches = 0;
+    for (let i = 0; i < m.size; i++) {
+      if (m.within(i, this.moving)) continue;
+      if (q && !m.name[i].toLowerCase().includes(q) && !m.code[i].toLowerCase().includes(q)) continue;
+      matches++;
+      if (options.length < 300) options.push(el('option', { value: String(i) }, `${m.name[i]} (${m.code[i]})`));
+    }
+    const select = $('move-parent');
+    select.replaceChildren(...options);
+    const current = String(m.parent[this.moving]);
+    if (options.some((o) => o.value === current)) select.value = current;
+    else if (options.length) select.selectedIndex = 0;
+    $('move-shown').textContent = matches > options.length ? t('groups.moveShown', matches, options.length) : '';
+    this.fillMovePositions();
+  }
+
+  fillMovePositions() {
+    const m = this.model;
+    const parent = Number($('move-parent').value);
+    const select = $('move-position');
+    const options = [el('option', { value: '-1' }, t('groups.moveLast'))];
+    if (!Number.isNaN(parent) && $('move-parent').value !== '') {
+      for (const c of m.children[parent].slice(0, 500)) {
+        if (c !== this.moving) options.push(el('option', { value: String(c) }, t('groups.moveBefore', m.name[c])));
+      }
+    }
+    select.replaceChildren(...options);
+  }
+
+  async submitMove() {
+    if ($('move-parent').value === '') return;
+    const parent = Number($('move-parent').value);
+    const before = Number($('move-position').value);
+    $('move-dialog').close();
+    await this.moveTo(this.moving, parent, before);
+  }
+}
