@@ -17,6 +17,7 @@ struct ServeOptions {
   std::string listen = "127.0.0.1:8080";
   int threads = 8;
   int session_timeout_minutes = 20;
+  std::string charset = "UTF-8";
 };
 
 // LOCAL_DB_DSN is set and names a data source that odbc.ini defines. A
@@ -73,6 +74,8 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: " << error << "\n";
     return 1;
   }
+  HttpCharset charset = HttpCharset::kUtf8;
+  if (ParseHttpCharset(o.charset, charset)) state.charset = charset;  // the option allows no other
   HttpServer server(state, http);
   if (server.Bind(error) < 0) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -113,6 +116,7 @@ void AddServe(CLI::App& app, int& exit_code) {
       "  GET|POST /orvane?ReqNo=...  one request; POST may carry the fields as a form body\n"
       "  POST /login, POST /logout   start and end a login session\n"
       "  GET /healthz                answers OK\n"
+      "  GET /metrics                counts and latencies, Prometheus text format\n"
       "  GET /application/App_A_strSec_hierarchical  the drawn section tree, a row a line\n"
       "One access-log line per request goes to stderr. Stop with Ctrl-C.\n"
       "Example: orvane serve --config var/ORVANE.ini --listen 127.0.0.1:8080");
@@ -125,6 +129,9 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")
       ->capture_default_str()
       ->check(CLI::Range(1, 24 * 60));
+  cmd->add_option("--charset", options->charset, "Character set of the pages: UTF-8 or Shift_JIS (code page 932)")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"UTF-8", "Shift_JIS"}, CLI::ignore_case));
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

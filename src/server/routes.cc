@@ -8,6 +8,8 @@
 #include "base/text.h"
 #include "members/login.h"
 #include "requests/web_class.h"
+#include "server/charset.h"
+#include "server/metrics.h"
 
 namespace orvane {
 namespace {
@@ -41,10 +43,10 @@ std::string SessionCookie(const std::string& id, bool expire = false) {
 
 // No answer may be kept by a browser or a proxy: 106 carries a password,
 // and every other one is stale after the next change.
-void Answer(httplib::Response& res, int status, const std::string& body) {
+void Answer(httplib::Response& res, int status, const std::string& body, HttpCharset charset = HttpCharset::kUtf8) {
   res.status = status;
   res.set_header("Cache-Control", "no-store");
-  res.set_content(body, kTextPlain);
+  SetTextAnswer(res, body, charset);
 }
 
 class Timer {
@@ -82,8 +84,10 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   RequestContext ctx(state.config, *session, state.app, state.clock);
   ctx.fields = FieldsOf(req);
   ctx.cookies = std::move(cookies);
-  const RequestRoute* route = RunRequest(ctx);
-  Answer(res, ctx.http_status, ctx.response());
+  ctx.proxy_exchanges = &state.metrics;
+  const RequestRoute* route = DecodeRequestCharset(state.charset, ctx) ? RunRequest(ctx) : nullptr;
+  Answer(res, ctx.http_status, ctx.response(), state.charset);
+  state.metrics.NoteRequest(route, ctx.response(), timer.Micros());
   Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
       LoggedFailure(ctx));
 }
@@ -162,9 +166,11 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
         body += text::kCrLf;
       }
     }
-    Answer(res, 200, body);
+    Answer(res, 200, body, state.charset);
     Log(state, req, timer, 200, body);
   });
+
+  RegisterMetricsRoute(server, state);
 
   server.Get("/healthz", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;

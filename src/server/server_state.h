@@ -3,6 +3,7 @@
 // log. Owned by HttpServer; every member is thread-safe.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -11,7 +12,9 @@
 #include "dispatch/application_store.h"
 #include "dispatch/config.h"
 #include "server/access_log.h"
+#include "server/charset.h"
 #include "server/login_throttle.h"
+#include "server/metrics.h"
 #include "server/session_store.h"
 
 namespace orvane {
@@ -29,6 +32,9 @@ struct ServerState {
   AccessLog access_log;
   // Failed logins per id and per address: guessing is refused, not slept on.
   LoginThrottle login_throttle{clock};
+  // What the HTTP edge speaks (serve --charset); fixed before serving.
+  std::atomic<HttpCharset> charset{HttpCharset::kUtf8};
+  Metrics metrics;
 };
 
 }  // namespace orvane
