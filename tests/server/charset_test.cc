@@ -16,9 +16,9 @@ using data::Quoted;
 using data::Table;
 using testing::LiveServer;
 
-// 開発部 and 表 in code page 932 (表's second byte is "\").
-constexpr char kKaihatsubuSjis[] = "\x8a\x4a\x94\xad\x95\x94";
-constexpr char kKaihatsubuForm[] = "%8A%4A%94%AD%95%94";
+// 漢字表 in code page 932 (表's second byte is 0x5C, a backslash in ASCII).
+constexpr char kKanjiSjis[] = "\x8a\xbf\x8e\x9a\x95\x5c";
+constexpr char kKanjiForm[] = "%8A%BF%8E%9A%95%5C";
 
 class ShiftJisEdge : public testing::DbTest {
  protected:
@@ -46,13 +46,13 @@ TEST_P(ShiftJisEdge, FieldsComeInAndAnswersGoOutInCodePage932) {
   auto client = server.Client();
   httplib::Headers headers{{"Cookie", LogIn(client)}};
 
-  auto res = client.Post("/orvane", headers, std::string("ReqNo=201&Group_cd=0000&Group_nm=") + kKaihatsubuForm,
+  auto res = client.Post("/orvane", headers, std::string("ReqNo=201&Group_cd=0000&Group_nm=") + kKanjiForm,
                          "application/x-www-form-urlencoded");
   ASSERT_TRUE(res);
   EXPECT_EQ(res->body, "OK");
   EXPECT_EQ(res->get_header_value("Content-Type"), "text/plain; charset=Shift_JIS");
   testing::Cells stored = Rows(data::Sql() << "select SEC_CD, SEC_NM from " << Table("T_SECTION")
-                                           << " where SEC_NM = " << Quoted("開発部"));
+                                           << " where SEC_NM = " << Quoted("漢字表"));
   ASSERT_EQ(stored.size(), 1u);
   const std::string code = stored[0][0];
 
@@ -61,7 +61,7 @@ TEST_P(ShiftJisEdge, FieldsComeInAndAnswersGoOutInCodePage932) {
   Insert("T_SECTION", {{"SEC_CD", "0990"}, {"JOI_SEC", "0000"}, {"SEC_NM", "表€"}, {"SEC_TREE", "0000/0990"}});
   struct Case {
     std::string code, utf8, sjis;
-  } cases[] = {{code, "開発部", kKaihatsubuSjis}, {"0990", "表€", "\x95\x5c?"}};
+  } cases[] = {{code, "漢字表", kKanjiSjis}, {"0990", "表€", "\x95\x5c?"}};
   for (const Case& c : cases) {
     std::string utf8_answer = Request("ReqNo=105&Group_cd=" + c.code);
     ASSERT_NE(utf8_answer.find(c.utf8), std::string::npos) << utf8_answer;
@@ -72,8 +72,8 @@ TEST_P(ShiftJisEdge, FieldsComeInAndAnswersGoOutInCodePage932) {
   // The drawn tree goes out in code page 932 too.
   res = client.Get("/application/App_A_strSec_hierarchical");
   ASSERT_TRUE(res);
-  EXPECT_NE(res->body.find(kKaihatsubuSjis), std::string::npos);
-  EXPECT_EQ(res->body.find("開発部"), std::string::npos);
+  EXPECT_NE(res->body.find(kKanjiSjis), std::string::npos);
+  EXPECT_EQ(res->body.find("漢字表"), std::string::npos);
 }
 
 TEST_P(ShiftJisEdge, BytesThatAreNotCodePage932AreRefusedAndNothingRuns) {
@@ -103,7 +103,7 @@ TEST_P(ShiftJisEdge, BytesThatAreNotCodePage932AreRefusedAndNothingRuns) {
   }
   EXPECT_EQ(Sections(), before);
   // Valid code page 932 in a cookie is no reason to refuse.
-  httplib::Headers headers{{"Cookie", session + "; pubCookie=cookie_Userid=" + kKaihatsubuForm}};
+  httplib::Headers headers{{"Cookie", session + "; pubCookie=cookie_Userid=" + kKanjiForm}};
   auto res = client.Post("/orvane", headers, "ReqNo=201&Group_cd=0000&Group_nm=x", "application/x-www-form-urlencoded");
   ASSERT_TRUE(res);
   EXPECT_EQ(res->body, "OK");
