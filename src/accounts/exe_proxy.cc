@@ -24,7 +24,9 @@ bool ReplyAccepted(std::string_view reply, std::string_view expectedWord) {
   return text::EqualsIgnoreCase(expectedWord, "deleted") && text::ContainsIgnoreCase(reply, "no alias");
 }
 
-Status funExeProxyCommand(const RequestContext& ctx, std::string_view commandLine, std::string_view expectedWord) {
+namespace {
+
+Status Exchange(const RequestContext& ctx, std::string_view commandLine, std::string_view expectedWord) {
   std::unique_ptr<Socket> socket;
   if (Status s = funCreateObject_BASP21_socket(ctx, socket); !s.ok()) return s;
 
@@ -40,6 +42,14 @@ Status funExeProxyCommand(const RequestContext& ctx, std::string_view commandLin
   if ((rc = socket->readLine(reply)) != 0) return Status::Failure(SocketErrorText("Socket Read Error(", rc));
   socket->Close();
   return Status::Ok();
+}
+
+}  // namespace
+
+Status funExeProxyCommand(const RequestContext& ctx, std::string_view commandLine, std::string_view expectedWord) {
+  Status s = Exchange(ctx, commandLine, expectedWord);
+  if (ctx.proxy_exchanges) ctx.proxy_exchanges->NoteProxyExchange(s.ok());
+  return s;
 }
 
 }  // namespace orvane::accounts

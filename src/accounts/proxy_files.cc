@@ -17,6 +17,7 @@ bool EndsWith(std::string_view s, std::string_view tail) {
 Status OpenExeProxy(const RequestContext& ctx, std::unique_ptr<Socket>& socket) {
   if (Status s = funCreateObject_BASP21_socket(ctx, socket); !s.ok()) return s;
   int rc = socket->Connect(ctx.config().Get("ML_SERVERIP"), ctx.config().Get("ML_EXEPROXY_PORT"));
+  if (ctx.proxy_exchanges) ctx.proxy_exchanges->NoteProxyExchange(rc == 0);
   if (rc != 0) {
     socket.reset();
     return Status::Failure(SocketErrorText("Connect Error(", rc));

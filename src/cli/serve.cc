@@ -20,6 +20,7 @@ struct ServeOptions {
   AccessRule access;
   std::string audit_log;  // empty: audit.log beside the configuration file
   std::string web_root;   // empty: the pages compiled in
+  std::string charset = "UTF-8";
 };
 
 bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
@@ -67,6 +68,8 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: " << error << "\n";
     return 1;
   }
+  HttpCharset charset = HttpCharset::kUtf8;
+  if (ParseHttpCharset(o.charset, charset)) state.charset = charset;  // the option allows no other
   HttpServer server(state, http);
   if (server.Bind(error) < 0) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -112,6 +115,7 @@ void AddServe(CLI::App& app, int& exit_code) {
       "                              an administrator's login session (else 401 ERROR:SESSIONCHECK)\n"
       "  POST /login, POST /logout   start and end a login session\n"
       "  GET /healthz                answers OK\n"
+      "  GET /metrics                counts and latencies, Prometheus text format\n"
       "  GET /application/App_A_strSec_hierarchical  the drawn section tree, a row a line\n"
       "One access-log line per request goes to stderr. Stop with Ctrl-C.\n"
       "Example: orvane serve --config var/ORVANE.ini --listen 127.0.0.1:8080");
@@ -135,6 +139,9 @@ void AddServe(CLI::App& app, int& exit_code) {
                 "Let queries (not changes) run without a login, for pages that never log in");
   cmd->add_option("--web-root", options->web_root,
                   "Serve the pages from this folder instead of the copy compiled in (working on web/)");
+  cmd->add_option("--charset", options->charset, "Character set of the pages: UTF-8 or Shift_JIS (code page 932)")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"UTF-8", "Shift_JIS"}, CLI::ignore_case));
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

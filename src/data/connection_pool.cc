@@ -23,16 +23,23 @@ std::unique_ptr<PhysicalConnection> ConnectionPool::Acquire(const std::string& d
       c = std::move(it->second.back());
       it->second.pop_back();
     }
-    if (!c->IsDead()) return c;
+    if (!c->IsDead()) {
+      in_use_.fetch_add(1, std::memory_order_relaxed);
+      return c;
+    }
     // A dead one is closed outside the lock; try the next.
   }
   std::unique_ptr<PhysicalConnection> c = PhysicalConnection::Open(dsn, user, password, diag);
-  if (c) c->key = std::move(key);
+  if (c) {
+    c->key = std::move(key);
+    in_use_.fetch_add(1, std::memory_order_relaxed);
+  }
   return c;
 }
 
 void ConnectionPool::Release(std::unique_ptr<PhysicalConnection> conn) {
   if (!conn) return;
+  in_use_.fetch_sub(1, std::memory_order_relaxed);
   if (conn->in_transaction()) {
     Diagnostic ignored;
     if (!conn->Rollback(ignored)) return;  // closed on leaving scope

@@ -6,6 +6,7 @@
 // Thread-safe.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -34,9 +35,12 @@ class ConnectionPool {
   // Closes every idle connection (tests between databases, commands at exit).
   void CloseIdle();
   size_t IdleCount() const;
+  // Connections handed out and not yet returned (for metrics).
+  size_t InUseCount() const { return in_use_.load(std::memory_order_relaxed); }
   void set_max_idle(size_t n);
 
  private:
+  std::atomic<size_t> in_use_{0};
   mutable std::mutex mu_;
   size_t max_idle_ = kDefaultMaxIdle;                                             // guarded by mu_
   std::map<std::string, std::vector<std::unique_ptr<PhysicalConnection>>> idle_;  // guarded by mu_

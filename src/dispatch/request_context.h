@@ -14,6 +14,7 @@
 #include "base/status.h"
 #include "dispatch/application_store.h"
 #include "dispatch/config.h"
+#include "dispatch/proxy_exchange_counter.h"
 #include "dispatch/request_fields.h"
 #include "dispatch/session.h"
 
@@ -47,6 +48,8 @@ class RequestContext {
   void Write(std::string_view s) { response_.append(s); }
   const std::string& response() const { return response_; }
   int http_status = 200;
+  // Where exchanges with the exe proxy are counted (metrics); none: not counted.
+  ProxyExchangeCounter* proxy_exchanges = nullptr;
 
   // The database's own account (native error, SQLSTATE, message) of the
   // last failure the request met, for the access log. Never part of the

@@ -9,6 +9,8 @@
 #include "members/login.h"
 #include "requests/web_class.h"
 #include "server/access.h"
+#include "server/charset.h"
+#include "server/metrics.h"
 #include "server/static_files.h"
 
 namespace orvane {
@@ -45,11 +47,11 @@ std::string SessionCookie(const std::string& id, bool expire = false) {
 
 // No answer may be kept by a browser or a proxy: 106 carries a password,
 // and every other one is stale after the next change.
-void Answer(httplib::Response& res, int status, const std::string& body) {
+void Answer(httplib::Response& res, int status, const std::string& body, HttpCharset charset = HttpCharset::kUtf8) {
   res.status = status;
   res.set_header("Cache-Control", "no-store");
   res.set_header("X-Content-Type-Options", "nosniff");  // an answer is text, never a page or a script
-  res.set_content(body, kTextPlain);
+  SetTextAnswer(res, body, charset);
 }
 
 class Timer {
@@ -87,19 +89,23 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   RequestContext ctx(state.config, *session, state.app, state.clock);
   ctx.fields = FieldsOf(req);
   ctx.cookies = std::move(cookies);
-  const RequestRoute* route = FindRoute(ctx.Field("ReqNo"));
-  int status = 401;
-  if (MayCall(state.access, *session, route)) {
-    RunRequest(ctx);
-    status = ctx.http_status;
-  } else {
+  ctx.proxy_exchanges = &state.metrics;
+  // Decoded first, so that the rule and the audit see the fields as the
+  // request reads them.
+  const bool decoded = DecodeRequestCharset(state.charset, ctx);
+  const RequestRoute* route = decoded ? FindRoute(ctx.Field("ReqNo")) : nullptr;
+  if (decoded && !MayCall(state.access, *session, route)) {
+    ctx.http_status = 401;
     ctx.Write(kSessionRefused);
+  } else if (decoded) {
+    RunRequest(ctx);
   }
   if (route && route->changes_data)  // before the answer leaves: an answered change always has its line
     state.audit_log.Write({"request", session->Get("PUB_USR_ID"), req.remote_addr, std::string(route->code),
                            &ctx.fields, ctx.response()});
-  Answer(res, status, ctx.response());
-  Log(state, req, timer, status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
+  Answer(res, ctx.http_status, ctx.response(), state.charset);
+  state.metrics.NoteRequest(route, ctx.response(), timer.Micros());
+  Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
       LoggedFailure(ctx));
 }
 
@@ -189,9 +195,11 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
         body += text::kCrLf;
       }
     }
-    Answer(res, 200, body);
+    Answer(res, 200, body, state.charset);
     Log(state, req, timer, 200, body);
   });
+
+  RegisterMetricsRoute(server, state);
 
   server.Get("/healthz", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;

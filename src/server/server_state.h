@@ -3,6 +3,7 @@
 // log. Owned by HttpServer; every member is thread-safe.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -13,7 +14,9 @@
 #include "server/access.h"
 #include "server/access_log.h"
 #include "server/audit_log.h"
+#include "server/charset.h"
 #include "server/login_throttle.h"
+#include "server/metrics.h"
 #include "server/session_store.h"
 
 namespace orvane {
@@ -36,6 +39,9 @@ struct ServerState {
   // The folder `serve --web-root` serves the pages from; empty: the pages
   // compiled into the program.
   std::string web_root;
+  // What the HTTP edge speaks (serve --charset); fixed before serving.
+  std::atomic<HttpCharset> charset{HttpCharset::kUtf8};
+  Metrics metrics;
 };
 
 }  // namespace orvane

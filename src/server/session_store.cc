@@ -61,6 +61,13 @@ void InMemorySessionStore::Remove(const std::string& id) {
   sessions_.erase(id);
 }
 
+std::optional<size_t> InMemorySessionStore::Count() {
+  auto now = now_();
+  std::lock_guard lock(mu_);
+  DropExpiredLocked(now);  // a scrape's scan: idle sessions are not counted
+  return sessions_.size();
+}
+
 void InMemorySessionStore::DropExpiredLocked(std::chrono::steady_clock::time_point now) {
   for (auto it = sessions_.begin(); it != sessions_.end();)
     it = (now - it->second.last_used > idle_timeout_) ? sessions_.erase(it) : std::next(it);

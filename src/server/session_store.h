@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "dispatch/session.h"
@@ -25,6 +26,9 @@ class SessionStore {
   // A new empty session; `id` receives its fresh random id.
   virtual std::shared_ptr<Session> Create(std::string& id) = 0;
   virtual void Remove(const std::string& id) = 0;
+  // How many sessions are held (for metrics); none when the store cannot
+  // say cheaply.
+  virtual std::optional<size_t> Count() { return std::nullopt; }
 };
 
 // A random 128-bit id as 32 lower-case hex digits, from getrandom(2).
@@ -41,6 +45,7 @@ class InMemorySessionStore final : public SessionStore {
   std::shared_ptr<Session> Find(const std::string& id) override;
   std::shared_ptr<Session> Create(std::string& id) override;
   void Remove(const std::string& id) override;
+  std::optional<size_t> Count() override;
 
  private:
   struct Entry {

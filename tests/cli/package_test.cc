@@ -1,0 +1,162 @@
+// The Debian package as an administrator gets it: the systemd unit against
+// the program's own options and defaults, the shipped configuration run as
+// it is by the real program, and, when a package has been built
+// (cmake --build --preset release --target package), its files, conffiles
+// and declared dependencies as dpkg sees them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "base/text.h"
+#include "support/temp_dir.h"
+
+namespace orvane {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kPackaging = std::string(ORVANE_SOURCE_DIR) + "/packaging";
+
+std::string Shell(const std::string& command) {
+  std::string out;
+  FILE* p = ::popen((command + " 2>&1").c_str(), "r");
+  std::array<char, 4096> buf;
+  for (size_t n; (n = fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
+  EXPECT_EQ(WEXITSTATUS(::pclose(p)), 0) << command << "\n" << out;
+  return out;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ostringstream s;
+  s << std::ifstream(path, std::ios::binary).rdbuf();
+  return s.str();
+}
+
+// "Key=Value" lines of a unit file or an ini file (comments and sections
+// skipped); a key given twice keeps its first value.
+std::map<std::string, std::string> Keys(const std::string& text) {
+  std::map<std::string, std::string> keys;
+  for (std::string line : text::Split(text, "\n")) {
+    if (line.empty() || line[0] == '#' || line[0] == ';' || line[0] == '[') continue;
+    size_t eq = line.find('=');
+    if (eq != std::string::npos) keys.emplace(line.substr(0, eq), line.substr(eq + 1));
+  }
+  return keys;
+}
+
+// The "--option" defaults `orvane serve --help` prints ("--listen TEXT=...").
+std::map<std::string, std::string> ServeDefaults() {
+  std::map<std::string, std::string> defaults;
+  std::string help = Shell(std::string(ORVANE_BINARY) + " serve --help");
+  std::regex option(R"(^\s+(--[a-z-]+) [^=\s]+(?: in \[[^\]]*\])?=(\S+))");
+  for (const std::string& line : text::Split(help, "\n")) {
+    std::smatch m;
+    if (std::regex_search(line, m, option)) defaults[m[1]] = m[2];
+  }
+  return defaults;
+}
+
+TEST(Package, TheUnitStartsTheProgramWithItsDefaultsAndTheShippedConfiguration) {
+  auto unit = Keys(ReadFile(kPackaging + "/orvane.service"));
+  std::map<std::string, std::string> want = {
+      {"ExecStart", "/usr/bin/orvane serve --config /etc/orvane/ORVANE.ini --listen 127.0.0.1:8080"},
+      {"User", "orvane"},
+      {"Group", "orvane"},
+      {"WorkingDirectory", "/var/lib/orvane"},
+      {"StateDirectory", "orvane"},
+      {"ReadWritePaths", "/var/lib/orvane"},
+      {"ProtectSystem", "strict"},
+      {"PrivateTmp", "true"},
+      {"NoNewPrivileges", "true"},
+      {"Restart", "on-failure"},
+      {"KillSignal", "SIGTERM"},
+      {"WantedBy", "multi-user.target"},
+  };
+  for (const auto& [key, value] : want) EXPECT_EQ(unit[key], value) << key;
+
+  // Every option the unit passes is one the program has; the address is
+  // the program's default and the file has the default's name.
+  auto defaults = ServeDefaults();
+  ASSERT_EQ(defaults["--listen"], "127.0.0.1:8080");
+  ASSERT_EQ(fs::path(defaults["--config"]).filename(), "ORVANE.ini");
+  std::vector<std::string> args = text::Split(unit["ExecStart"], " ");
+  for (size_t i = 2; i + 1 < args.size(); i += 2) EXPECT_TRUE(defaults.count(args[i])) << args[i];
+
+  // The data source the configuration names keeps its database in the one
+  // folder the unit may write.
+  auto ini = Keys(ReadFile(kPackaging + "/etc/ORVANE.ini"));
+  std::string odbc = ReadFile(kPackaging + "/etc/odbc.ini");
+  std::string section = "[" + ini["LOCAL_DB_DSN"] + "]\n";
+  ASSERT_NE(odbc.find(section), std::string::npos) << ini["LOCAL_DB_DSN"];
+  auto source = Keys(odbc.substr(odbc.find(section) + section.size()));
+  EXPECT_EQ(source["Driver"], "SQLite3");
+  EXPECT_EQ(fs::path(source["Database"]).parent_path(), unit["ReadWritePaths"]);
+}
+
+TEST(Package, TheShippedConfigurationWorksAsItIs) {
+  testing::TempDir dir;
+  for (const char* name : {"ORVANE.ini", "menuinfo.csv"})
+    dir.Write(name, ReadFile(kPackaging + "/etc/" + name));
+  dir.Write("odbc.ini", text::ReplaceAll(ReadFile(kPackaging + "/etc/odbc.ini"), "/var/lib/orvane/", dir.path() + "/"));
+  const std::string config = " --config " + dir.File("ORVANE.ini");
+  Shell(std::string(ORVANE_BINARY) + " init-db" + config);
+  EXPECT_TRUE(fs::exists(dir.File("orvane.db")));
+  EXPECT_EQ(Shell(std::string(ORVANE_BINARY) + " request" + config + " 'ReqNo=101'"), ",,");  // no sections yet
+  EXPECT_EQ(Shell(std::string(ORVANE_BINARY) + " request" + config + " 'ReqNo=001'"),
+            "FFFFFF,0,0,0,1,11,ワークフロー,1,6,ToDo");
+}
+
+// The newest package in a build tree of this source, or "".
+std::string BuiltPackage() {
+  if (const char* given = std::getenv("ORVANE_TEST_DEB")) return given;
+  fs::path newest;
+  std::error_code ec;
+  for (const auto& tree : fs::directory_iterator(std::string(ORVANE_SOURCE_DIR) + "/build", ec))
+    for (const auto& entry : fs::directory_iterator(tree.path(), ec))
+      if (entry.path().extension() == ".deb" && entry.path().filename().string().starts_with("orvane_") &&
+          (newest.empty() || fs::last_write_time(entry) > fs::last_write_time(newest)))
+        newest = entry.path();
+  return newest.string();
+}
+
+TEST(Package, TheBuiltPackageCarriesItsFilesConffilesAndDependencies) {
+  std::string deb = BuiltPackage();
+  if (deb.empty())
+    GTEST_SKIP() << "no package built; make one with: cmake --build --preset release --target package";
+
+  std::vector<std::string> files;
+  for (const std::string& line : text::Split(Shell("dpkg-deb -c " + deb), "\n"))
+    if (line.starts_with("-")) files.push_back(line.substr(line.rfind(' ') + 1));
+  std::sort(files.begin(), files.end());
+  EXPECT_EQ(text::Join(files, "\n"),
+            "./etc/orvane/ORVANE.ini\n"
+            "./etc/orvane/menuinfo.csv\n"
+            "./etc/orvane/odbc.ini\n"
+            "./lib/systemd/system/orvane.service\n"
+            "./usr/bin/orvane\n"
+            "./usr/share/doc/orvane/operations.md\n"
+            "./usr/share/doc/orvane/protocol.md");
+  EXPECT_EQ(Shell("dpkg-deb -I " + deb + " conffiles"),
+            "/etc/orvane/ORVANE.ini\n/etc/orvane/odbc.ini\n/etc/orvane/menuinfo.csv\n");
+  // The unit in the package is the one checked above.
+  EXPECT_EQ(Shell("dpkg-deb --fsys-tarfile " + deb + " | tar -xOf - ./lib/systemd/system/orvane.service"),
+            ReadFile(kPackaging + "/orvane.service"));
+
+  std::string depends = Shell("dpkg-deb -f " + deb + " Depends");
+  for (const char* dependency : {"adduser", "libsqliteodbc | odbc-postgresql", "libodbc2", "libcpp-httplib0.11",
+                                 "libprometheus-cpp-core1.0", "libc6", "libstdc++6"})
+    EXPECT_NE(depends.find(dependency), std::string::npos) << dependency << " in " << depends;
+  EXPECT_EQ(depends.find("libprometheus-cpp-pull"), std::string::npos) << depends;  // the core library only
+  EXPECT_NE(Shell("dpkg-deb -I " + deb + " postinst").find("adduser --system"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace orvane

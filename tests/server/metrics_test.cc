@@ -1,0 +1,127 @@
+// GET /metrics over real HTTP after real requests on a real database, with
+// a real exe-proxy peer: the counts of what was asked, by code and answer.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "data/demo_data.h"
+#include "server/metrics.h"
+#include "support/db_fixture.h"
+#include "support/exe_proxy_peer.h"
+#include "support/http_fixture.h"
+
+namespace orvane {
+namespace {
+
+using testing::LiveServer;
+
+class MetricsEndpoint : public testing::DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    if (IsSkipped()) return;
+    peer_ = std::make_unique<testing::ExeProxyPeer>(dir().File("mail"), dir().File("mail") + "\\");
+    WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer_->Port() + "\n");
+    data::Connection conn;
+    ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+    ASSERT_TRUE(data::InsertDemoData(conn, clock()).ok());
+    ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+  }
+  std::unique_ptr<testing::ExeProxyPeer> peer_;
+};
+
+// The lines of `text` that begin with one of `prefixes`, sorted (a family
+// lists its label sets in no fixed order).
+std::string Lines(const std::string& text, std::initializer_list<std::string_view> prefixes) {
+  std::vector<std::string> lines;
+  for (const std::string& line : text::Split(text, "\n"))
+    for (std::string_view p : prefixes)
+      if (line.starts_with(p)) lines.push_back(line + "\n");
+  std::sort(lines.begin(), lines.end());
+  return text::Join(lines, "");
+}
+
+TEST_P(MetricsEndpoint, CountsRequestsByCodeAndAnswerAndTheMailProxyExchanges) {
+  LiveServer server(ConfigPath(), clock());
+  auto client = server.Client();
+  auto login = client.Post("/login", "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
+  ASSERT_TRUE(login && login->body == "OK");
+  std::string cookie = login->get_header_value("Set-Cookie");
+  httplib::Headers headers{{"Cookie", cookie.substr(0, cookie.find(';'))}};
+  auto get = [&](const std::string& query) {
+    auto res = client.Get("/orvane?" + query, headers);
+    return res ? res->body : std::string("(none)");
+  };
+  // The first exchange with the mail server is refused, the rest accepted.
+  peer_->QueueSpexeReplies({"NG: refused"});
+  struct Case {
+    std::string query;
+    const char* answer;  // its beginning
+  } cases[] = {
+      {"ReqNo=101", "0000,"},
+      {"ReqNo=101&DBFlg=1", "0000,"},
+      {"reqno=105&Group_cd=0001", "0001,"},
+      {"ReqNo=102&S_pos=x&B_pos=1", "ERROR:TYPEMISMATCH S_pos"},
+      {"ReqNo=999&User_PS=secret", "ERROR:NOREQUESTCODE"},
+      {"ReqNo=201&Group_cd=0000&Group_nm=m1", "OK"},
+      {"ReqNo=204&User_cd=m1&User_PS=pw&Mail_UFL=1", "ERROR:"},
+      {"ReqNo=204&User_cd=m2&User_PS=pw&Mail_UFL=1", "OK"},
+  };
+  for (const Case& c : cases) {
+    std::string answer = get(c.query);
+    EXPECT_TRUE(answer.starts_with(c.answer)) << c.query << ": " << answer;
+  }
+  // As many exchanges as the exe proxy itself saw.
+  size_t exchanges = peer_->Transcripts().size();
+  ASSERT_GE(exchanges, 2u);
+
+  auto res = client.Get("/metrics");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->status, 200);
+  EXPECT_EQ(res->get_header_value("Content-Type"), "text/plain; version=0.0.4; charset=utf-8");
+  EXPECT_EQ(Lines(res->body, {"orvane_requests_total{", "orvane_mail_proxy", "orvane_sessions ",
+                              "orvane_db_connections{state=\"in_use\"}", "orvane_request_duration_seconds_count{code=\"101\"}",
+                              "orvane_request_duration_seconds_count{code=\"102\"}",
+                              "orvane_request_duration_seconds_count{code=\"106\"}"}),
+            "orvane_db_connections{state=\"in_use\"} 0\n"
+            "orvane_mail_proxy_exchanges_total " +
+                std::to_string(exchanges) +
+                "\n"
+                "orvane_mail_proxy_failures_total 1\n"
+                "orvane_request_duration_seconds_count{code=\"101\"} 2\n"
+                "orvane_request_duration_seconds_count{code=\"102\"} 1\n"
+                "orvane_request_duration_seconds_count{code=\"106\"} 0\n"
+                "orvane_requests_total{class=\"data\",code=\"101\"} 2\n"
+                "orvane_requests_total{class=\"data\",code=\"105\"} 1\n"
+                "orvane_requests_total{class=\"error\",code=\"102\",error=\"TYPEMISMATCH\"} 1\n"
+                "orvane_requests_total{class=\"error\",code=\"204\",error=\"OTHER\"} 1\n"
+                "orvane_requests_total{class=\"error\",code=\"other\",error=\"NOREQUESTCODE\"} 1\n"
+                "orvane_requests_total{class=\"ok\",code=\"201\"} 1\n"
+                "orvane_requests_total{class=\"ok\",code=\"204\"} 1\n"
+                "orvane_sessions 1\n");
+  // No field value reaches a label.
+  for (const char* value : {"secret", "m1", "m2", "admin", "pw"})
+    EXPECT_EQ(res->body.find(std::string("\"") + value), std::string::npos) << value;
+}
+
+TEST(MetricsErrorCode, TheCodeWithoutItsTrailAndNothingElse) {
+  struct Case {
+    const char* answer;
+    const char* code;
+  } cases[] = {
+      {"ERROR:DBSELECT", "DBSELECT"},
+      {"ERROR:DBSELECT\r\n[Com_funSelect]...", "DBSELECT"},
+      {"ERROR:TYPEMISMATCH S_pos is not a 16-bit integer", "TYPEMISMATCH"},
+      {"ERROR:READINFOFILE_ML_USEFLG", "READINFOFILE_ML_USEFLG"},
+      {"ERROR:funInsUser\r\nduplicate u01", "OTHER"},  // a routine's message: never a label
+      {"ERROR:U01,x", "OTHER"},
+      {"ERROR:", "OTHER"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(ErrorCodeOf(c.answer), c.code) << c.answer;
+}
+
+ORVANE_DB_TEST_SUITE(MetricsEndpoint);
+
+}  // namespace
+}  // namespace orvane
