@@ -7,6 +7,7 @@
 #include "cli/commands.h"
 #include "data/db.h"
 #include "org/group_paths.h"
+#include "server/database_session_store.h"
 #include "server/http_server.h"
 
 namespace orvane::cli {
@@ -17,6 +18,7 @@ struct ServeOptions {
   std::string listen = "127.0.0.1:8080";
   int threads = 8;
   int session_timeout_minutes = 20;
+  std::string sessions = "memory";
 };
 
 // LOCAL_DB_DSN is set and names a data source that odbc.ini defines. A
@@ -66,8 +68,14 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: " << s.trail() << "\n";
     return 2;
   }
-  ServerState state(o.config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
-                    SystemClock::Instance(), &std::cerr);
+  const std::chrono::minutes timeout(o.session_timeout_minutes);
+  std::unique_ptr<SessionStore> sessions;
+  if (o.sessions == "database") {
+    sessions = std::make_unique<DatabaseSessionStore>(o.config, timeout);
+  } else {
+    sessions = std::make_unique<InMemorySessionStore>(timeout);
+  }
+  ServerState state(o.config, std::move(sessions), SystemClock::Instance(), &std::cerr);
   std::string error;
   if (!LoadApplicationValues(state.config, state.app, error)) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -96,7 +104,7 @@ int Serve(const ServeOptions& o) {
   });
   waiter.detach();
   std::cerr << "orvane: serving http://" << o.listen << "/orvane with " << o.config << " (" << http.threads
-            << " threads)\n";
+            << " threads, sessions in " << o.sessions << ")\n";
   server.Run();
   data::ClosePooledConnections();
   std::cerr << "orvane: stopped\n";
@@ -125,6 +133,11 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")
       ->capture_default_str()
       ->check(CLI::Range(1, 24 * 60));
+  cmd->add_option("--sessions", options->sessions,
+                  "Where login sessions live: memory (this process) or database (the table ORVANE_SESSION of "
+                  "LOCAL_DB_DSN, shared by every instance on that database; run init-db first)")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"memory", "database"}));
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

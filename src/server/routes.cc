@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "members/login.h"
+#include "org/group_paths.h"
 #include "requests/web_class.h"
 
 namespace orvane {
@@ -76,13 +77,17 @@ Cause LoggedFailure(const RequestContext& ctx) {
 void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Response& res) {
   Timer timer;
   NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
-  std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(cookies));
+  const std::string session_id = SessionIdOf(cookies);
+  std::shared_ptr<Session> session = state.sessions->Find(session_id);
   if (!session) session = std::make_shared<Session>();  // anonymous: reads only, kept nowhere
 
   RequestContext ctx(state.config, *session, state.app, state.clock);
   ctx.fields = FieldsOf(req);
   ctx.cookies = std::move(cookies);
   const RequestRoute* route = RunRequest(ctx);
+  // The answer stands either way; a value that could not be kept (the
+  // members' loaded moment) is only missing from the next request.
+  state.sessions->Keep(session_id, session).IgnoreError();
   Answer(res, ctx.http_status, ctx.response());
   Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
       LoggedFailure(ctx));
@@ -116,6 +121,15 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
     for (const char* name : {"PUB_USR_ID", "PUB_USR_PW", "PUB_USR_NM", "PUB_MAIL", "PUB_SEC_CD", "PUB_SEC_NM",
                              "PUB_DSP_NM", "PUB_SEC_TREE"})
       fresh->Set(name, session->Get(name));
+    if (Status kept = state.sessions->Keep(id, fresh); !kept.ok()) {
+      // No cookie for a session no instance could find.
+      std::string answer = "ERROR:SESSIONSTORE";
+      Answer(res, 200, answer);
+      Cause failure = kept.cause();
+      if (std::string password = fields.Get("User_PS"); !password.empty())
+        failure.message = text::ReplaceAll(failure.message, password, "***");
+      return Log(state, req, timer, 200, answer, {}, false, std::move(failure));
+    }
     res.set_header("Set-Cookie", SessionCookie(id));
   }
   // Only the code: a failed lookup's error text renders the statement, and
@@ -148,12 +162,18 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
   server.Post("/logout",
               [&state](const httplib::Request& req, httplib::Response& res) { HandleLogout(state, req, res); });
 
-  // The cached drawn tree, for pages: one row a line ended by CR LF, its
-  // twelve columns joined by TAB, in tree order.
+  // The drawn tree, for pages: one row a line ended by CR LF, its twelve
+  // columns joined by TAB, in tree order. Drawn again first when another
+  // instance changed the tree since (one keyed select to know).
   server.Get("/application/App_A_strSec_hierarchical", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;
+    std::shared_ptr<const Array2D> tree;
+    if (Status s = org::CurrentSecHierarchical(state.config, state.app, tree); !s.ok()) {
+      Answer(res, 500, "ERROR:DBSELECT");
+      return Log(state, req, timer, 500, "ERROR:DBSELECT", {}, false, s.cause());
+    }
     std::string body;
-    if (std::shared_ptr<const Array2D> tree = state.app.SecHierarchical()) {
+    if (tree) {
       for (size_t row = 0; row < RowCount(*tree); ++row) {
         for (size_t column = 0; column < ColumnCount(*tree); ++column) {
           if (column > 0) body += '\t';
