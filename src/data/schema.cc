@@ -121,7 +121,9 @@ std::string CreateTable(const TableDef& t, const Dialect& dialect) {
     if (!columns.empty()) columns += ", ";
     // SQL Server limits index keys to 900 bytes, so keyed columns are short there.
     bool long_text = std::find(t.long_text.begin(), t.long_text.end(), c) != t.long_text.end();
-    columns += c + (sql_server ? (IsKeyOrIndexed(t, c) ? " nvarchar(100)" : long_text ? " nvarchar(max)" : " nvarchar(255)")
+    columns += c + (sql_server ? (IsKeyOrIndexed(t, c) ? " nvarchar(100)"
+                                  : long_text          ? " nvarchar(max)"
+                                                       : " nvarchar(255)")
                                : " TEXT");
     if (!t.key.empty() && std::find(t.key.begin(), t.key.end(), c) != t.key.end()) columns += " NOT NULL";
   }

@@ -18,17 +18,16 @@ constexpr char kTable[] = "ORVANE_SESSION";
 // What a request's session was loaded as, so that Keep knows what changed.
 class StoredSession final : public Session {
  public:
-  bool in_table = false;   // false: made by Create, not inserted yet
-  std::string loaded;      // SESSION_VALUES as read
+  bool in_table = false;    // false: made by Create, not inserted yet
+  std::string loaded;       // SESSION_VALUES as read
   long long last_used = 0;  // LAST_USED as read
 };
 
 // Ids are ours only when they look like NewSessionId's: anything else
 // (no cookie, a forged one) is refused without a statement.
 bool LooksLikeId(const std::string& id) {
-  return id.size() == 32 && std::all_of(id.begin(), id.end(), [](char c) {
-           return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
-         });
+  return id.size() == 32 &&
+         std::all_of(id.begin(), id.end(), [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); });
 }
 
 // Twelve digits: text order is time order, on every backend.
@@ -62,8 +61,7 @@ void PercentEncode(std::string_view s, std::string& out) {
 
 }  // namespace
 
-DatabaseSessionStore::DatabaseSessionStore(std::string config_path, std::chrono::seconds idle_timeout,
-                                           TimeSource now)
+DatabaseSessionStore::DatabaseSessionStore(std::string config_path, std::chrono::seconds idle_timeout, TimeSource now)
     : config_(std::move(config_path)),
       idle_timeout_(idle_timeout),
       touch_interval_(std::max<std::chrono::seconds>(std::chrono::seconds(1), idle_timeout / 20)),

@@ -1,8 +1,9 @@
 // DatabaseSessionStore on a real SQLite and PostgreSQL table: what a row
 // holds, when it is written, and when a session ends.
+#include "server/database_session_store.h"
+
 #include <gtest/gtest.h>
 
-#include "server/database_session_store.h"
 #include "support/db_fixture.h"
 
 namespace orvane {
@@ -43,8 +44,12 @@ TEST_P(DatabaseSessions, ValuesRoundTripAndOnlyTheIdsHashIsStored) {
     const char* name;
     std::string value;
   } values[] = {
-      {"PUB_USR_ID", "admin"},         {"PUB_USR_NM", "山田 太郎"},         {"PUB_USR_PW", "a&b=c%d+e f"},
-      {"PUB_SEC_TREE", "0000/0002"},   {"ORVANE_MEMBERS_YMD", "20240401"}, {"PUB_MAIL", "line\r\nbreak;'\""},
+      {"PUB_USR_ID", "admin"},
+      {"PUB_USR_NM", "山田 太郎"},
+      {"PUB_USR_PW", "a&b=c%d+e f"},
+      {"PUB_SEC_TREE", "0000/0002"},
+      {"ORVANE_MEMBERS_YMD", "20240401"},
+      {"PUB_MAIL", "line\r\nbreak;'\""},
       {"PUB_SEC_CD", ""},
   };
   for (const Value& v : values) made->Set(v.name, v.value);
@@ -54,8 +59,8 @@ TEST_P(DatabaseSessions, ValuesRoundTripAndOnlyTheIdsHashIsStored) {
   ASSERT_TRUE(found);
   for (const Value& v : values) EXPECT_EQ(found->Get(v.name), v.value) << v.name;
 
-  Cells rows = Rows(Sql() << "select SESSION_HASH, SESSION_VALUES, LAST_USED, EXPIRES from "
-                          << Table("ORVANE_SESSION"));
+  Cells rows =
+      Rows(Sql() << "select SESSION_HASH, SESSION_VALUES, LAST_USED, EXPIRES from " << Table("ORVANE_SESSION"));
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(rows[0][0], DatabaseSessionStore::HashId(id));
   for (const std::string& cell : rows[0]) EXPECT_EQ(cell.find(id), std::string::npos) << cell;
@@ -73,11 +78,13 @@ TEST_P(DatabaseSessions, WritesOnlyWhatChangedAndEndsAfterTheIdleTimeout) {
   auto store = Instance();
   EXPECT_EQ(store->TouchInterval(), std::chrono::seconds(60));
   std::string id;
-  ASSERT_TRUE(store->Keep(id, [&] {
-                     auto s = store->Create(id);
-                     s->Set("PUB_USR_ID", "admin");
-                     return s;
-                   }())
+  ASSERT_TRUE(store
+                  ->Keep(id,
+                         [&] {
+                           auto s = store->Create(id);
+                           s->Set("PUB_USR_ID", "admin");
+                           return s;
+                         }())
                   .ok());
   struct Step {
     int advance_seconds;
@@ -85,13 +92,12 @@ TEST_P(DatabaseSessions, WritesOnlyWhatChangedAndEndsAfterTheIdleTimeout) {
     bool found;
     Cells times;  // LAST_USED, EXPIRES after the request
   } steps[] = {
-      {0, nullptr, true, {{"0", "1260"}}},
-      {59, nullptr, true, {{"0", "1260"}}},          // a read: no write
-      {0, "20240401", true, {{"59", "1319"}}},       // a changed value is written, with the use
-      {0, "20240401", true, {{"59", "1319"}}},       // the same value again: no write
-      {60, nullptr, true, {{"119", "1379"}}},        // a minute since the last written use
-      {1259, nullptr, true, {{"1378", "2638"}}},     // 20 min 59 s idle: still there
-      {2638 - 1378, nullptr, false, {}},             // 21 minutes: gone, and its row with it
+      {0, nullptr, true, {{"0", "1260"}}},       {59, nullptr, true, {{"0", "1260"}}},  // a read: no write
+      {0, "20240401", true, {{"59", "1319"}}},    // a changed value is written, with the use
+      {0, "20240401", true, {{"59", "1319"}}},    // the same value again: no write
+      {60, nullptr, true, {{"119", "1379"}}},     // a minute since the last written use
+      {1259, nullptr, true, {{"1378", "2638"}}},  // 20 min 59 s idle: still there
+      {2638 - 1378, nullptr, false, {}},          // 21 minutes: gone, and its row with it
   };
   for (const Step& step : steps) {
     Advance(std::chrono::seconds(step.advance_seconds));

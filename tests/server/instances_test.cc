@@ -43,8 +43,9 @@ int FreePort() {
 class ServeProcess {
  public:
   ServeProcess(const std::string& config, const std::string& log_path) : port_(FreePort()), log_path_(log_path) {
-    std::vector<std::string> args = {ORVANE_BINARY, "serve",      "--config", config, "--listen",
-                                     "127.0.0.1:" + std::to_string(port_), "--sessions", "database"};
+    std::vector<std::string> args = {ORVANE_BINARY, "serve",    "--config",
+                                     config,        "--listen", "127.0.0.1:" + std::to_string(port_),
+                                     "--sessions",  "database"};
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
@@ -135,7 +136,7 @@ TEST_P(Instances, ShareSessionsAndTheDrawnTree) {
   for (const Step& s : steps) EXPECT_EQ(s.server.Post(s.path, sid, s.form), s.answer) << s.form;
   // The second draws the tree the first changed.
   EXPECT_EQ(second.Tree(), (std::vector<std::string>{"0000 0000", "0001 0000/0001", "0004 0000/0001/0004",
-                                                      "0003 0000/0003", "0002 0000/0002", "0005 0000/0002/0005"}))
+                                                     "0003 0000/0003", "0002 0000/0002", "0005 0000/0002/0005"}))
       << second.Log();
   EXPECT_EQ(first.Tree(), second.Tree());
 
