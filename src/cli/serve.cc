@@ -7,6 +7,7 @@
 #include "data/db.h"
 #include "members/login.h"
 #include "org/group_paths.h"
+#include "server/database_session_store.h"
 #include "server/http_server.h"
 
 namespace orvane::cli {
@@ -21,6 +22,7 @@ struct ServeOptions {
   std::string audit_log;  // empty: audit.log beside the configuration file
   std::string web_root;   // empty: the pages compiled in
   std::string charset = "UTF-8";
+  std::string sessions = "memory";
 };
 
 bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
@@ -54,8 +56,14 @@ int Serve(const ServeOptions& o) {
               << o.access.admin_column << "\"\n";
     return 2;
   }
-  ServerState state(o.config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(o.session_timeout_minutes)),
-                    SystemClock::Instance(), &std::cerr);
+  const std::chrono::minutes timeout(o.session_timeout_minutes);
+  std::unique_ptr<SessionStore> sessions;
+  if (o.sessions == "database") {
+    sessions = std::make_unique<DatabaseSessionStore>(o.config, timeout);
+  } else {
+    sessions = std::make_unique<InMemorySessionStore>(timeout);
+  }
+  ServerState state(o.config, std::move(sessions), SystemClock::Instance(), &std::cerr);
   state.access = o.access;
   const std::string audit_path = o.audit_log.empty() ? state.config.Folder() + "/audit.log" : o.audit_log;
   if (Status s = state.audit_log.Open(audit_path); !s.ok()) {
@@ -96,7 +104,7 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane serve: WARNING: --allow-anonymous-reads: every query, the user rows with their passwords "
                  "included, answers without a login\n";
   std::cerr << "orvane: serving http://" << o.listen << "/ with " << o.config << " (" << http.threads
-            << " threads)\n";
+            << " threads, sessions in " << o.sessions << ")\n";
   server.Run();
   data::ClosePooledConnections();
   std::cerr << "orvane: stopped\n";
@@ -142,6 +150,11 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--charset", options->charset, "Character set of the pages: UTF-8 or Shift_JIS (code page 932)")
       ->capture_default_str()
       ->check(CLI::IsMember({"UTF-8", "Shift_JIS"}, CLI::ignore_case));
+  cmd->add_option("--sessions", options->sessions,
+                  "Where login sessions live: memory (this process) or database (the table ORVANE_SESSION of "
+                  "LOCAL_DB_DSN, shared by every instance on that database; run init-db first)")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"memory", "database"}));
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

@@ -89,6 +89,15 @@ std::vector<TableDef> MakeTables() {
   out.push_back(Cleared("ACCESS_PAGE_BAT", {"ACC_BP_USER_ID"}));
   out.push_back(Cleared("EVENT_GPINFO", {"SEC_CD"}));
   out.push_back(Cleared("schedule_info", {"syokuin_cd"}));
+  // The server's own: login sessions shared by the instances on one
+  // database (keyed by the id's hash; expiry indexed for the cleanup), and
+  // the version of the section tree they each draw.
+  out.push_back({"ORVANE_SESSION",
+                 {"SESSION_HASH", "SESSION_VALUES", "LAST_USED", "EXPIRES"},
+                 {"SESSION_HASH"},
+                 {{"EXPIRES"}},
+                 {"SESSION_VALUES"}});
+  out.push_back({std::string(kTreeVersionTable), {"VERSION_ID", "VERSION"}, {"VERSION_ID"}, {}});
   return out;
 }
 
@@ -111,7 +120,11 @@ std::string CreateTable(const TableDef& t, const Dialect& dialect) {
   for (const std::string& c : t.columns) {
     if (!columns.empty()) columns += ", ";
     // SQL Server limits index keys to 900 bytes, so keyed columns are short there.
-    columns += c + (sql_server ? (IsKeyOrIndexed(t, c) ? " nvarchar(100)" : " nvarchar(255)") : " TEXT");
+    bool long_text = std::find(t.long_text.begin(), t.long_text.end(), c) != t.long_text.end();
+    columns += c + (sql_server ? (IsKeyOrIndexed(t, c) ? " nvarchar(100)"
+                                  : long_text          ? " nvarchar(max)"
+                                                       : " nvarchar(255)")
+                               : " TEXT");
     if (!t.key.empty() && std::find(t.key.begin(), t.key.end(), c) != t.key.end()) columns += " NOT NULL";
   }
   if (!t.key.empty()) columns += ", PRIMARY KEY (" + text::Join(t.key, ", ") + ")";
@@ -139,6 +152,14 @@ std::vector<std::string> SchemaStatements(const Dialect& dialect) {
   for (const TableDef& t : SchemaTables()) {
     out.push_back(CreateTable(t, dialect));
     for (const auto& index : t.indexes) out.push_back(CreateIndex(t, index, dialect));
+  }
+  const std::string table(kTreeVersionTable);
+  if (dialect.kind() == Dialect::Kind::kSqlServer) {
+    out.push_back("IF NOT EXISTS (SELECT * FROM " + table + ") INSERT INTO " + table +
+                  " (VERSION_ID, VERSION) VALUES ('1', '0')");
+  } else {
+    out.push_back("INSERT INTO " + table + " (VERSION_ID, VERSION) SELECT '1', '0' WHERE NOT EXISTS (SELECT 1 FROM " +
+                  table + ")");
   }
   return out;
 }

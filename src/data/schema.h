@@ -23,13 +23,20 @@ struct TableDef {
   std::vector<std::string> columns;
   std::vector<std::string> key;                   // primary key columns; may be empty
   std::vector<std::vector<std::string>> indexes;  // columns of each secondary index
+  // Columns that may hold more than 255 characters (SQL Server: nvarchar(max)).
+  std::vector<std::string> long_text = {};
 };
+
+// The one row of ORVANE_TREE_VERSION: every change of the live section
+// tree raises its VERSION (a whole number as text) in its transaction.
+inline constexpr std::string_view kTreeVersionTable = "ORVANE_TREE_VERSION";
 
 // Every table init-db creates, the _WORK twins included.
 const std::vector<TableDef>& SchemaTables();
 
 // The statements that create the tables and indexes on `dialect`, in order,
-// each safe to run again.
+// each safe to run again; the last one adds the tree version's row when it
+// is missing.
 std::vector<std::string> SchemaStatements(const Dialect& dialect);
 
 // Runs SchemaStatements on an open connection in one transaction. A failure

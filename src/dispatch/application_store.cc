@@ -65,10 +65,17 @@ std::shared_ptr<const Array2D> ApplicationStore::SecHierarchical() const {
   return sec_hierarchical_;
 }
 
-void ApplicationStore::SetSecHierarchical(Array2D tree) {
+long long ApplicationStore::SecHierarchicalVersion() const {
+  std::lock_guard lock(mu_);
+  return sec_hierarchical_version_;
+}
+
+void ApplicationStore::SetSecHierarchical(Array2D tree, long long version) {
   auto value = std::make_shared<const Array2D>(std::move(tree));
   std::lock_guard lock(mu_);
+  if (sec_hierarchical_ && version < sec_hierarchical_version_) return;
   sec_hierarchical_ = std::move(value);
+  sec_hierarchical_version_ = version;
 }
 
 bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error) {

@@ -47,13 +47,19 @@ class ApplicationStore {
   void SetMenuinfo(MenuCatalogue catalogue);              // sets both
 
   std::shared_ptr<const Array2D> SecHierarchical() const;  // may be null
-  void SetSecHierarchical(Array2D tree);
+  // The tree version (ORVANE_TREE_VERSION) the held tree was drawn from; -1
+  // when none is held.
+  long long SecHierarchicalVersion() const;
+  // Keeps `tree`, drawn from `version`, unless the held one is from a newer
+  // version already (two requests may draw at once).
+  void SetSecHierarchical(Array2D tree, long long version);
 
  private:
   mutable std::mutex mu_;
   std::shared_ptr<const MenuCatalogue> menuinfo_;    // guarded by mu_
   std::string disp_menu_;                            // guarded by mu_
   std::shared_ptr<const Array2D> sec_hierarchical_;  // guarded by mu_
+  long long sec_hierarchical_version_ = -1;          // guarded by mu_
 };
 
 }  // namespace orvane

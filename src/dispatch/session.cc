@@ -20,4 +20,9 @@ void Session::Clear() {
   values_.clear();
 }
 
+std::map<std::string, std::string> Session::Values() const {
+  std::lock_guard lock(mu_);
+  return values_;
+}
+
 }  // namespace orvane

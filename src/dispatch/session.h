@@ -12,9 +12,13 @@ namespace orvane {
 
 class Session {
  public:
+  // Virtual: a store may hand out its own kind, carrying what it loaded.
+  virtual ~Session() = default;
   std::string Get(std::string_view name) const;  // empty when unset
   void Set(std::string_view name, std::string value);
   void Clear();
+  // Every value set, by upper-cased name (a store writes them out).
+  std::map<std::string, std::string> Values() const;
 
  private:
   mutable std::mutex mu_;

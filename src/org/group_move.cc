@@ -60,7 +60,7 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
   for (const data::Sql& sql : updates)
     if (!frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(conn, sql))) return;
 
-  if (!frame.Commit()) return;
+  if (!CommitTreeChange(ctx, frame)) return;
   FinishTreeChange(ctx, frame);
 }
 

@@ -81,7 +81,7 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
     if (!frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(conn, sql))) return;
   }
 
-  if (!frame.Commit()) return;
+  if (!CommitTreeChange(ctx, frame)) return;
   FinishTreeChange(ctx, frame);
 }
 

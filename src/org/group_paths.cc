@@ -3,6 +3,7 @@
 #include <charconv>
 
 #include "base/text.h"
+#include "data/schema.h"
 #include "org/sec_tree.h"
 
 namespace orvane::org {
@@ -103,11 +104,53 @@ std::string_view ReadFailure(data::ReadStep step) {
   return "ERROR:DBSELECT";
 }
 
-Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn) {
-  Array2D hier;
-  if (Status s = Com_funGet_sec_info(conn, ctx.SEC_MST, hier); !s.ok()) return s;
-  ctx.app().SetSecHierarchical(std::move(hier));
+Status ReadTreeVersion(data::Connection& conn, long long& version) {
+  constexpr char kRoutine[] = "ReadTreeVersion";
+  data::Sql sql;
+  sql << "select VERSION from " << Table(data::kTreeVersionTable) << " where VERSION_ID = '1'";
+  std::string text;
+  if (Status s = data::SelectFirstValue(conn, sql, "VERSION", text); !s.ok()) return std::move(s).Prefixed(kRoutine);
+  version = 0;
+  if (text.empty()) return Status::Ok();
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), version);
+  if (ec != std::errc() || end != text.data() + text.size() || version < 0)
+    return Status::Failure("VERSION is not a whole number: " + text, Status::kDbFailed).Prefixed(kRoutine);
   return Status::Ok();
+}
+
+namespace {
+
+// Draws `table` after reading the version: a change committed in between
+// makes the tree newer than its version, never older.
+Status DrawWithVersion(data::Connection& conn, const std::string& table, ApplicationStore& app) {
+  long long version = 0;
+  if (Status s = ReadTreeVersion(conn, version); !s.ok()) return s;
+  Array2D hier;
+  if (Status s = Com_funGet_sec_info(conn, table, hier); !s.ok()) return s;
+  app.SetSecHierarchical(std::move(hier), version);
+  return Status::Ok();
+}
+
+// Raises the version by one; every tree change holds the section table's
+// lock (or SQLite's write lock) already, so no two raise it at once.
+Status RaiseTreeVersion(data::Connection& conn) {
+  long long version = 0;
+  if (Status s = ReadTreeVersion(conn, version); !s.ok()) return s;
+  data::Sql sql;
+  sql << "update " << Table(data::kTreeVersionTable) << " set VERSION = " << Quoted(std::to_string(version + 1))
+      << " where VERSION_ID = '1'";
+  return data::Com_funExecsql(conn, sql).Prefixed("RaiseTreeVersion");
+}
+
+}  // namespace
+
+Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn) {
+  return DrawWithVersion(conn, ctx.SEC_MST, ctx.app());
+}
+
+bool CommitTreeChange(RequestContext& ctx, WriteFrame& frame) {
+  if (!ctx.WorkTables() && !frame.Step("ERROR:SQLEXEC", RaiseTreeVersion(frame.conn()))) return false;
+  return frame.Commit();
 }
 
 void FinishTreeChange(RequestContext& ctx, WriteFrame& frame) {
@@ -122,9 +165,24 @@ Status LoadSecHierarchical(const ConfigFile& config, ApplicationStore& app) {
   if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) return s;
   data::Connection conn;
   if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) return s;
-  Array2D hier;
-  if (Status s = Com_funGet_sec_info(conn, "T_SECTION", hier); !s.ok()) return s;
-  app.SetSecHierarchical(std::move(hier));
+  if (Status s = DrawWithVersion(conn, "T_SECTION", app); !s.ok()) return s;
+  return data::Com_funDbClose(conn);
+}
+
+Status CurrentSecHierarchical(const ConfigFile& config, ApplicationStore& app, std::shared_ptr<const Array2D>& tree) {
+  tree = nullptr;
+  std::string dsn;
+  if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) return s;
+  data::Connection conn;
+  if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) return s;
+  long long version = 0;
+  if (Status s = ReadTreeVersion(conn, version); !s.ok()) return s;
+  if (version > app.SecHierarchicalVersion() || !app.SecHierarchical()) {
+    Array2D hier;
+    if (Status s = Com_funGet_sec_info(conn, "T_SECTION", hier); !s.ok()) return s;
+    app.SetSecHierarchical(std::move(hier), version);
+  }
+  tree = app.SecHierarchical();
   return data::Com_funDbClose(conn);
 }
 

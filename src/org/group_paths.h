@@ -67,9 +67,20 @@ Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, c
 // "ERROR:RSCLOSE".
 std::string_view ReadFailure(data::ReadStep step);
 
+// The version of the live tree (the one row of ORVANE_TREE_VERSION, read by
+// its key); 0 when the row is missing.
+Status ReadTreeVersion(data::Connection& conn, long long& version);
+
 // Draws the tree again from the request's section table and keeps it in the
-// application store as "App_A_strSec_hierarchical".
+// application store as "App_A_strSec_hierarchical", with the tree version
+// read just before it (so the held tree is never older than its version).
 Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn);
+
+// The commit of every tree change: on the live tables the tree version is
+// raised first, inside the change's transaction ("ERROR:SQLEXEC"), so
+// every instance sharing the database learns of the change with it. False
+// when the request has been answered.
+bool CommitTreeChange(RequestContext& ctx, WriteFrame& frame);
 
 // The end of every tree change after its commit: on the live tables the
 // drawn tree is rebuilt ("ERROR:SETAPPLICATIONVALUE"), then the connection
@@ -79,5 +90,11 @@ void FinishTreeChange(RequestContext& ctx, WriteFrame& frame);
 // At start: the drawn tree of the live section table of LOCAL_DB_DSN into
 // `app`, on a connection of its own.
 Status LoadSecHierarchical(const ConfigFile& config, ApplicationStore& app);
+
+// Before an answer shows the drawn tree: one keyed select of the tree
+// version; when the database's is newer than the held tree's (another
+// instance changed the tree), the tree is drawn again. `tree` is the one to
+// answer (null when none could be drawn).
+Status CurrentSecHierarchical(const ConfigFile& config, ApplicationStore& app, std::shared_ptr<const Array2D>& tree);
 
 }  // namespace orvane::org

@@ -280,7 +280,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
     }
   }
 
-  if (!frame.Commit()) return;
+  if (!CommitTreeChange(ctx, frame)) return;
   if ((add || change) && !imail_list.empty() && stored_list != imail_list)
     AddMembersToList(ctx, conn, r.SEC_CD, imail_list, r.UPD_YMD);
   FinishTreeChange(ctx, frame);

@@ -7,6 +7,7 @@
 
 #include "base/text.h"
 #include "members/login.h"
+#include "org/group_paths.h"
 #include "requests/web_class.h"
 #include "server/access.h"
 #include "server/charset.h"
@@ -83,7 +84,8 @@ Cause LoggedFailure(const RequestContext& ctx) {
 void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Response& res) {
   Timer timer;
   NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
-  std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(cookies));
+  const std::string session_id = SessionIdOf(cookies);
+  std::shared_ptr<Session> session = state.sessions->Find(session_id);
   if (!session) session = std::make_shared<Session>();  // anonymous: reads only, kept nowhere
 
   RequestContext ctx(state.config, *session, state.app, state.clock);
@@ -99,6 +101,9 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
     ctx.Write(kSessionRefused);
   } else if (decoded) {
     RunRequest(ctx);
+    // The answer stands either way; a value that could not be kept (the
+    // members' loaded moment) is only missing from the next request.
+    state.sessions->Keep(session_id, session).IgnoreError();
   }
   if (route && route->changes_data)  // before the answer leaves: an answered change always has its line
     state.audit_log.Write({"request", session->Get("PUB_USR_ID"), req.remote_addr, std::string(route->code),
@@ -139,6 +144,15 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
     for (std::string_view name : {"PUB_USR_ID"sv, "PUB_USR_PW"sv, "PUB_USR_NM"sv, "PUB_MAIL"sv, "PUB_SEC_CD"sv,
                                   "PUB_SEC_NM"sv, "PUB_DSP_NM"sv, "PUB_SEC_TREE"sv, members::kAdminRight})
       fresh->Set(name, session->Get(name));
+    if (Status kept = state.sessions->Keep(id, fresh); !kept.ok()) {
+      // No cookie for a session no instance could find.
+      std::string answer = "ERROR:SESSIONSTORE";
+      Answer(res, 200, answer);
+      Cause failure = kept.cause();
+      if (std::string password = fields.Get("User_PS"); !password.empty())
+        failure.message = text::ReplaceAll(failure.message, password, "***");
+      return Log(state, req, timer, 200, answer, {}, false, std::move(failure));
+    }
     res.set_header("Set-Cookie", SessionCookie(id));
   }
   // Only the code: a failed lookup's error text renders the statement, and
@@ -175,18 +189,23 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
   server.Post("/logout",
               [&state](const httplib::Request& req, httplib::Response& res) { HandleLogout(state, req, res); });
 
-  // The cached drawn tree, for pages: one row a line ended by CR LF, its
-  // twelve columns joined by TAB, in tree order.
+  // The drawn tree, for pages: one row a line ended by CR LF, its twelve
+  // columns joined by TAB, in tree order. Drawn again first when another
+  // instance changed the tree since (one keyed select to know).
   server.Get("/application/App_A_strSec_hierarchical", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;
     std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie"))));
     if (!MayReadTree(state.access, session.get())) {
       Answer(res, 401, kSessionRefused);
-      Log(state, req, timer, 401, kSessionRefused);
-      return;
+      return Log(state, req, timer, 401, kSessionRefused);
+    }
+    std::shared_ptr<const Array2D> tree;
+    if (Status s = org::CurrentSecHierarchical(state.config, state.app, tree); !s.ok()) {
+      Answer(res, 500, "ERROR:DBSELECT");
+      return Log(state, req, timer, 500, "ERROR:DBSELECT", {}, false, s.cause());
     }
     std::string body;
-    if (std::shared_ptr<const Array2D> tree = state.app.SecHierarchical()) {
+    if (tree) {
       for (size_t row = 0; row < RowCount(*tree); ++row) {
         for (size_t column = 0; column < ColumnCount(*tree); ++column) {
           if (column > 0) body += '\t';

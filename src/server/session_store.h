@@ -1,8 +1,8 @@
 // Where login sessions live between requests.
 //
-// SessionStore is the small interface a database-backed store for several
-// instances can implement later; InMemorySessionStore keeps sessions in this
-// process. Both are thread-safe.
+// SessionStore is the interface; InMemorySessionStore keeps sessions in this
+// process, DatabaseSessionStore (database_session_store.h) in a table that
+// several instances share. All are thread-safe.
 #pragma once
 
 #include <chrono>
@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 
+#include "base/status.h"
 #include "dispatch/session.h"
 
 namespace orvane {
@@ -23,8 +24,15 @@ class SessionStore {
   // The live session under `id`, touched (its idle time restarts); null when
   // unknown or idle for longer than the timeout.
   virtual std::shared_ptr<Session> Find(const std::string& id) = 0;
-  // A new empty session; `id` receives its fresh random id.
+  // A new empty session; `id` receives its fresh random id. It lasts once
+  // Keep has been called for it.
   virtual std::shared_ptr<Session> Create(std::string& id) = 0;
+  // After a request (or a login) is done with a session of Find or Create:
+  // keeps what it changed. The memory store holds the object itself, so
+  // there is nothing to do.
+  [[nodiscard]] virtual Status Keep(const std::string& id, const std::shared_ptr<Session>& session) {
+    return Status::Ok();
+  }
   virtual void Remove(const std::string& id) = 0;
   // How many sessions are held (for metrics); none when the store cannot
   // say cheaply.

@@ -38,6 +38,7 @@ TEST_P(InitDb, TwiceChangesNothingAndTheDemoIsAddedOnce) {
       (Cells{{"0000", "9999", "0000"}}));
   EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECTION_WORK")), (Cells{{"6"}}));
   EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_SECMEMBER")), (Cells{{"8"}}));
+  EXPECT_EQ(Rows(Sql() << "select VERSION_ID, VERSION from " << Table("ORVANE_TREE_VERSION")), (Cells{{"1", "0"}}));
 }
 
 ORVANE_DB_TEST_SUITE(InitDb);

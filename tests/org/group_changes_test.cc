@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "base/text.h"
+#include "org/group_paths.h"
 #include "org/group_registration.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
@@ -276,6 +277,42 @@ TEST_P(GroupChanges, TheDrawnTreeFollowsLiveChangesOnly) {
   ASSERT_NE(tree, nullptr);
   EXPECT_EQ((*tree)[0], (std::vector<std::string>{"0000", "0001", "0011", "0002", "0111"}));
   EXPECT_EQ((*tree)[11][4], "　\x1C　\x1C└");
+}
+
+// Every live change raises the tree version in its own transaction; an
+// answer's tree is drawn again only when the database's version is newer
+// than the held one's (another instance changed the tree).
+TEST_P(GroupChanges, TheTreeVersionTellsOtherInstancesToDrawAgain) {
+  auto version = [&] { return Rows(data::Sql() << "select VERSION from " << Table("ORVANE_TREE_VERSION"))[0][0]; };
+  auto codes = [&] {
+    std::shared_ptr<const Array2D> tree;
+    EXPECT_TRUE(CurrentSecHierarchical(ConfigFile(ConfigPath()), app(), tree).ok());
+    return tree ? text::Join((*tree)[0], " ") : "(none)";
+  };
+  struct Case {
+    const char* request;
+    const char* answer;
+    const char* version;
+  } cases[] = {
+      {"ReqNo=201&DBFlg=1&Group_cd=0000&Group_nm=w", "OK", "0"},  // work tables: not the drawn tree
+      {"ReqNo=212&Group_cd1=0111&Group_cd2=0002", "OK", "1"},
+      {"ReqNo=212&Group_cd1=0002&Group_cd2=0111", "ERROR:ILLEGALTREE", "1"},  // rolled back
+      {"ReqNo=202&Group_cd=0002&Group_nm=b", "OK", "2"},
+      {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=0000", "OK", "3"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Request(c.request), c.answer) << c.request;
+    EXPECT_EQ(version(), c.version) << c.request;
+  }
+  EXPECT_EQ(app().SecHierarchicalVersion(), 3);
+  EXPECT_EQ(codes(), "0000 0002 0111 0001 0011");
+  // Another instance's change: the section row and the version together.
+  Exec(data::Sql() << "update " << Table("T_SECTION")
+                   << " set JOI_SEC = '0000', SEC_SEQ = '003', SEC_TREE = '0000/0111' where SEC_CD = '0111'");
+  EXPECT_EQ(codes(), "0000 0002 0111 0001 0011");  // same version: the held tree
+  Exec(data::Sql() << "update " << Table("ORVANE_TREE_VERSION") << " set VERSION = '4'");
+  EXPECT_EQ(codes(), "0000 0002 0001 0011 0111");
+  EXPECT_EQ(app().SecHierarchicalVersion(), 4);
 }
 
 TEST_P(GroupChanges, ANewListNameGetsTheGroupsCurrentMembers) {

@@ -1,0 +1,152 @@
+// DatabaseSessionStore on a real SQLite and PostgreSQL table: what a row
+// holds, when it is written, and when a session ends.
+#include "server/database_session_store.h"
+
+#include <gtest/gtest.h>
+
+#include "support/db_fixture.h"
+
+namespace orvane {
+namespace {
+
+using data::Sql;
+using data::Table;
+using testing::Cells;
+using testing::DbTest;
+using Time = std::chrono::system_clock::time_point;
+
+class DatabaseSessions : public DbTest {
+ protected:
+  // A store of one instance, on the fixture's database and this fake clock.
+  std::unique_ptr<DatabaseSessionStore> Instance() {
+    return std::make_unique<DatabaseSessionStore>(ConfigPath(), std::chrono::minutes(20), [this] { return now_; });
+  }
+  void Advance(std::chrono::seconds s) { now_ += s; }
+  // LAST_USED and EXPIRES as seconds after the start of the case.
+  Cells Times() {
+    Cells rows = Rows(Sql() << "select LAST_USED, EXPIRES from " << Table("ORVANE_SESSION") << " order by EXPIRES");
+    for (auto& row : rows)
+      for (auto& cell : row) cell = std::to_string(std::stoll(cell) - kStart);
+    return rows;
+  }
+  static constexpr long long kStart = 1711934430;  // 2024-04-01 01:20:30 UTC
+
+ private:
+  Time now_ = Time(std::chrono::seconds(kStart));
+};
+
+TEST_P(DatabaseSessions, ValuesRoundTripAndOnlyTheIdsHashIsStored) {
+  EXPECT_EQ(DatabaseSessionStore::HashId("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  auto first = Instance(), second = Instance();
+  std::string id;
+  std::shared_ptr<Session> made = first->Create(id);
+  struct Value {
+    const char* name;
+    std::string value;
+  } values[] = {
+      {"PUB_USR_ID", "admin"},
+      {"PUB_USR_NM", "山田 太郎"},
+      {"PUB_USR_PW", "a&b=c%d+e f"},
+      {"PUB_SEC_TREE", "0000/0002"},
+      {"ORVANE_MEMBERS_YMD", "20240401"},
+      {"PUB_MAIL", "line\r\nbreak;'\""},
+      {"PUB_SEC_CD", ""},
+  };
+  for (const Value& v : values) made->Set(v.name, v.value);
+  ASSERT_TRUE(first->Keep(id, made).ok());
+
+  std::shared_ptr<Session> found = second->Find(id);  // another instance
+  ASSERT_TRUE(found);
+  for (const Value& v : values) EXPECT_EQ(found->Get(v.name), v.value) << v.name;
+
+  Cells rows =
+      Rows(Sql() << "select SESSION_HASH, SESSION_VALUES, LAST_USED, EXPIRES from " << Table("ORVANE_SESSION"));
+  ASSERT_EQ(rows.size(), 1u);
+  EXPECT_EQ(rows[0][0], DatabaseSessionStore::HashId(id));
+  for (const std::string& cell : rows[0]) EXPECT_EQ(cell.find(id), std::string::npos) << cell;
+
+  // Ids that are not ours find nothing (and are never looked up).
+  for (std::string other : {std::string(), std::string("x"), id.substr(1), DatabaseSessionStore::HashId(id),
+                            std::string(32, 'A'), std::string(id).replace(0, 1, "'")})
+    EXPECT_FALSE(second->Find(other)) << other;
+}
+
+// 20 minutes idle timeout: the last use is written when a value changed or
+// when the stored one is a minute old, and the session ends 21 minutes
+// after the last written use (never before 20 minutes of idleness).
+TEST_P(DatabaseSessions, WritesOnlyWhatChangedAndEndsAfterTheIdleTimeout) {
+  auto store = Instance();
+  EXPECT_EQ(store->TouchInterval(), std::chrono::seconds(60));
+  std::string id;
+  ASSERT_TRUE(store
+                  ->Keep(id,
+                         [&] {
+                           auto s = store->Create(id);
+                           s->Set("PUB_USR_ID", "admin");
+                           return s;
+                         }())
+                  .ok());
+  struct Step {
+    int advance_seconds;
+    const char* set_members_ymd;  // null: the request changes nothing
+    bool found;
+    Cells times;  // LAST_USED, EXPIRES after the request
+  } steps[] = {
+      {0, nullptr, true, {{"0", "1260"}}},       {59, nullptr, true, {{"0", "1260"}}},  // a read: no write
+      {0, "20240401", true, {{"59", "1319"}}},    // a changed value is written, with the use
+      {0, "20240401", true, {{"59", "1319"}}},    // the same value again: no write
+      {60, nullptr, true, {{"119", "1379"}}},     // a minute since the last written use
+      {1259, nullptr, true, {{"1378", "2638"}}},  // 20 min 59 s idle: still there
+      {2638 - 1378, nullptr, false, {}},          // 21 minutes: gone, and its row with it
+  };
+  for (const Step& step : steps) {
+    Advance(std::chrono::seconds(step.advance_seconds));
+    std::shared_ptr<Session> s = store->Find(id);
+    EXPECT_EQ(bool(s), step.found) << step.advance_seconds;
+    if (s) {
+      EXPECT_EQ(s->Get("PUB_USR_ID"), "admin");
+      if (step.set_members_ymd) s->Set("ORVANE_MEMBERS_YMD", step.set_members_ymd);
+      ASSERT_TRUE(store->Keep(id, s).ok());
+    }
+    EXPECT_EQ(Times(), step.times) << step.advance_seconds;
+  }
+}
+
+TEST_P(DatabaseSessions, LogoutOnOneInstanceEndsTheSessionOnAll) {
+  auto first = Instance(), second = Instance();
+  std::string id;
+  auto made = first->Create(id);
+  made->Set("PUB_USR_ID", "admin");
+  ASSERT_TRUE(first->Keep(id, made).ok());
+  std::shared_ptr<Session> in_flight = first->Find(id);  // a request still running on the first
+  ASSERT_TRUE(in_flight);
+  second->Remove(id);
+  in_flight->Set("ORVANE_MEMBERS_YMD", "20240401");
+  ASSERT_TRUE(first->Keep(id, in_flight).ok());  // writes nothing back to life
+  EXPECT_FALSE(first->Find(id));
+  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("ORVANE_SESSION")), (Cells{{"0"}}));
+}
+
+// Expired rows nobody asks for again are taken away by later logins, at
+// most a hundred each, through the expiry index.
+TEST_P(DatabaseSessions, LoginsRemoveExpiredRows) {
+  auto store = Instance();
+  for (int i = 0; i < 3; ++i) {
+    std::string id;
+    ASSERT_TRUE(store->Keep(id, store->Create(id)).ok());
+  }
+  Advance(std::chrono::minutes(10));
+  std::string live;
+  ASSERT_TRUE(store->Keep(live, store->Create(live)).ok());
+  Advance(std::chrono::minutes(12));  // the first three expired, the fourth not
+  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("ORVANE_SESSION")), (Cells{{"4"}}));
+  std::string id;
+  ASSERT_TRUE(store->Keep(id, store->Create(id)).ok());
+  EXPECT_EQ(Times(), (Cells{{"600", "1860"}, {"1320", "2580"}}));
+  EXPECT_TRUE(store->Find(live));
+}
+
+ORVANE_DB_TEST_SUITE(DatabaseSessions);
+
+}  // namespace
+}  // namespace orvane
