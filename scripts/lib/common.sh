@@ -18,6 +18,11 @@ ORVANE_TEST_PACKAGES=(
   postgresql
 )
 
+# The fuzz smoke of scripts/test: clang and its libFuzzer runtime.
+ORVANE_FUZZ_PACKAGES=(
+  clang libclang-rt-14-dev
+)
+
 # Installs the packages given that are not installed yet. Needs root (or
 # sudo) only when something is missing.
 install_missing() {
