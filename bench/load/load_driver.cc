@@ -2,6 +2,7 @@
 // bounded time), then the invariant checker on the database it wrote.
 //
 //   load_driver [--seconds 30] [--clients 8] [--threads 2*clients] [--pg] [--dir DIR] [--keep]
+//               [--only read,201,212x,...]
 //
 // Prepares an installation (configuration, odbc.ini, menu catalogue, the
 // demo organisation through `orvane init-db --demo`) on SQLite, or with
@@ -55,6 +56,7 @@ struct Options {
   bool pg = false, keep = false;
   std::string dir = "/tmp/orvane-load";
   std::string orvane = ORVANE_BINARY;
+  std::set<std::string> only;  // empty: the whole mix
 };
 
 std::string Env(const char* name, const char* fallback) {
@@ -177,9 +179,17 @@ int Main(int argc, char** argv) {
     else if (a == "--orvane") o.orvane = next();
     else if (a == "--pg") o.pg = true;
     else if (a == "--keep") o.keep = true;
+    else if (a == "--only") {
+      std::string list = next();
+      for (size_t at = 0; at <= list.size();) {
+        size_t comma = std::min(list.find(',', at), list.size());
+        o.only.insert(list.substr(at, comma - at));
+        at = comma + 1;
+      }
+    }
     else {
       std::cerr << "usage: load_driver [--seconds N] [--clients N] [--threads N] [--pg] [--dir DIR] [--orvane PATH] "
-                   "[--keep]\n";
+                   "[--keep] [--only read,201,212x,...]\n";
       return 2;
     }
   }
@@ -229,7 +239,7 @@ int Main(int argc, char** argv) {
   std::vector<std::thread> clients;
   const auto start = Clock::now(), stop = start + std::chrono::seconds(o.seconds);
   for (int c = 0; c < o.clients; ++c)
-    clients.emplace_back([&, c] { RunClient(c, "127.0.0.1", port, cookies[c], stop, view, stats[c]); });
+    clients.emplace_back([&, c] { RunClient(c, "127.0.0.1", port, cookies[c], stop, o.only, view, stats[c]); });
   for (auto& t : clients) t.join();
   const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
 

@@ -51,9 +51,9 @@ bool IsChange(const std::string& code) { return code[0] == '2'; }
 
 class Session {
  public:
-  Session(int index, const std::string& host, int port, const std::string& cookie, SharedView& view,
-          ClientStats& stats)
-      : index_(index), host_(host), port_(port), cookie_(cookie), view_(view), stats_(stats), random_(index + 1),
+  Session(int index, const std::string& host, int port, const std::string& cookie, const std::set<std::string>& only,
+          SharedView& view, ClientStats& stats)
+      : only_(only), index_(index), host_(host), port_(port), cookie_(cookie), view_(view), stats_(stats), random_(index + 1),
         client_(host, port) {
     client_.set_keep_alive(true);
     client_.set_tcp_nodelay(true);
@@ -101,21 +101,35 @@ class Session {
       return;
     }
     auto group = [&] { return Pick(groups).first; };
-    int r = Roll(100);
-    if (r < 30) return Read(group());
-    if (r < 38) return void(Send("201", {{"Group_cd", group()}, {"Group_nm", Name("負荷部署")}, {"Disp_NM", "負荷"}, {"BUSHO_CD", ""}, {"M_LIST", ""}}));
-    if (r < 45) return void(Send("202", {{"Group_cd", group()}, {"Group_nm", Name("改名")}, {"Disp_NM", "改名"}, {"M_LIST", ""}}));
-    if (r < 47) return void(Send("203", {{"Group_cd", group()}, {"Group_nm", ""}, {"Disp_NM", ""}, {"BUSHO_CD", ""}, {"M_LIST", ""}}));
-    if (r < 54) return void(Send("212", {{"Group_cd1", group()}, {"Group_cd2", group()}}));
-    if (r < 57) return CrossedMove(group(), group());
-    if (r < 62) return Reorder(groups);
-    if (r < 69) return AddMember(group());
-    if (r < 73) return ChangeMember();
-    if (r < 77) return RemoveMember();
-    if (r < 81) return ReorderMembers();
-    if (r < 87) return CreateUser();
-    if (r < 91) return DeleteUser();
-    if (r < 95) return ChangeMenu();
+    // The mix: the share of each kind of step, in percent.
+    static const std::pair<int, const char*> kMix[] = {
+        {30, "read"}, {8, "201"}, {7, "202"}, {2, "203"}, {7, "212"}, {3, "212x"}, {5, "210"}, {7, "207"},
+        {4, "208"},  {4, "209"}, {4, "211"}, {6, "204"}, {4, "206"}, {4, "213"},  {5, "101"}};
+    std::string kind;
+    do {
+      int r = Roll(100);
+      for (const auto& [share, name] : kMix) {
+        if (r < share) {
+          kind = name;
+          break;
+        }
+        r -= share;
+      }
+    } while (!only_.empty() && !only_.count(kind));
+    if (kind == "read") return Read(group());
+    if (kind == "201") return void(Send("201", {{"Group_cd", group()}, {"Group_nm", Name("負荷部署")}, {"Disp_NM", "負荷"}, {"BUSHO_CD", ""}, {"M_LIST", ""}}));
+    if (kind == "202") return void(Send("202", {{"Group_cd", group()}, {"Group_nm", Name("改名")}, {"Disp_NM", "改名"}, {"M_LIST", ""}}));
+    if (kind == "203") return void(Send("203", {{"Group_cd", group()}, {"Group_nm", ""}, {"Disp_NM", ""}, {"BUSHO_CD", ""}, {"M_LIST", ""}}));
+    if (kind == "212") return void(Send("212", {{"Group_cd1", group()}, {"Group_cd2", group()}}));
+    if (kind == "212x") return CrossedMove(group(), group());
+    if (kind == "210") return Reorder(groups);
+    if (kind == "207") return AddMember(group());
+    if (kind == "208") return ChangeMember();
+    if (kind == "209") return RemoveMember();
+    if (kind == "211") return ReorderMembers();
+    if (kind == "204") return CreateUser();
+    if (kind == "206") return DeleteUser();
+    if (kind == "213") return ChangeMenu();
     view_.TakeGroupList(Send("101", {}));
   }
 
@@ -207,6 +221,7 @@ class Session {
     Send("213", {{"User_cd", Pick(users)}, {"User_Menu", Roll(2) ? "/01/21/" : "/01/02/23/"}});
   }
 
+  const std::set<std::string>& only_;
   int index_;
   std::string host_;
   int port_;
@@ -283,8 +298,8 @@ void ClientStats::Merge(ClientStats& other) {
 }
 
 void RunClient(int index, const std::string& host, int port, const std::string& cookie, Clock::time_point stop,
-               SharedView& view, ClientStats& stats) {
-  Session session(index, host, port, cookie, view, stats);
+               const std::set<std::string>& only, SharedView& view, ClientStats& stats) {
+  Session session(index, host, port, cookie, only, view, stats);
   while (Clock::now() < stop) session.Step();
 }
 

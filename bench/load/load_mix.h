@@ -43,8 +43,11 @@ struct ClientStats {
 };
 
 // Sends requests as one logged-in administrator (`cookie`, "ORVANE_SID=...")
-// until `stop`.
+// until `stop`: a random mix of steps, or only the kinds named in `only`
+// ("read", "101", "201" ... "213", "212x" for a crossed move) when it is
+// not empty.
 void RunClient(int index, const std::string& host, int port, const std::string& cookie,
-               std::chrono::steady_clock::time_point stop, SharedView& view, ClientStats& stats);
+               std::chrono::steady_clock::time_point stop, const std::set<std::string>& only, SharedView& view,
+               ClientStats& stats);
 
 }  // namespace orvane::bench
