@@ -69,9 +69,14 @@ void Write(const std::string& path, const std::string& text) { std::ofstream(pat
 // A folder of its own in memory when there is one: commits are many.
 std::string MakeFolder() {
   std::string base = fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path().string();
-  std::string pattern = base + "/orvane-fuzz-XXXXXX";
-  if (!::mkdtemp(pattern.data())) Die("cannot create a temporary folder");
-  return pattern;
+  static std::string folder = base + "/orvane-fuzz-XXXXXX";
+  if (!::mkdtemp(folder.data())) Die("cannot create a temporary folder");
+  // libFuzzer ends a bounded run with exit(); a failing run keeps the folder.
+  std::atexit([] {
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
+  });
+  return folder;
 }
 
 void RemoveDb(const std::string& db) {
