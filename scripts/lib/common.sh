@@ -33,6 +33,10 @@ prepare_browser_tests() {
   fi
   (cd "$ORVANE_ROOT/tests/web" && npm ci --no-audit --no-fund --silent)
 }
+# The fuzz smoke of scripts/test: clang and its libFuzzer runtime.
+ORVANE_FUZZ_PACKAGES=(
+  clang libclang-rt-14-dev
+)
 
 # Installs the packages given that are not installed yet. Needs root (or
 # sudo) only when something is missing.
