@@ -1,10 +1,12 @@
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <thread>
 
 #include "cli/commands.h"
+#include "cli/serve_limits.h"
 #include "data/db.h"
 #include "org/group_paths.h"
 #include "server/http_server.h"
@@ -17,6 +19,7 @@ struct ServeOptions {
   std::string listen = "127.0.0.1:8080";
   int threads = 8;
   int session_timeout_minutes = 20;
+  ServeLimits limits;
 };
 
 // LOCAL_DB_DSN is set and names a data source that odbc.ini defines. A
@@ -54,6 +57,7 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   http.threads = o.threads;
+  o.limits.ApplyTo(http);
   // What cannot work is refused at once, with its reason, not answered
   // with an error to every request later.
   if (std::ifstream probe(o.config); !probe) {
@@ -97,7 +101,12 @@ int Serve(const ServeOptions& o) {
   waiter.detach();
   std::cerr << "orvane: serving http://" << o.listen << "/orvane with " << o.config << " (" << http.threads
             << " threads)\n";
-  server.Run();
+  if (!server.Run()) {
+    // A request still running past the grace period, or listening failed:
+    // leave without waiting for it.
+    std::cerr << "orvane: stopped with requests unfinished\n";
+    std::_Exit(1);
+  }
   data::ClosePooledConnections();
   std::cerr << "orvane: stopped\n";
   return 0;
@@ -114,7 +123,8 @@ void AddServe(CLI::App& app, int& exit_code) {
       "  POST /login, POST /logout   start and end a login session\n"
       "  GET /healthz                answers OK\n"
       "  GET /application/App_A_strSec_hierarchical  the drawn section tree, a row a line\n"
-      "One access-log line per request goes to stderr. Stop with Ctrl-C.\n"
+      "One access-log line per request goes to stderr, refused ones included. Stop with Ctrl-C or\n"
+      "SIGTERM: the requests in flight finish and are answered, then the server exits 0.\n"
       "Example: orvane serve --config var/ORVANE.ini --listen 127.0.0.1:8080");
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); menuinfo.csv and odbc.ini beside it")
       ->capture_default_str();
@@ -125,6 +135,7 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")
       ->capture_default_str()
       ->check(CLI::Range(1, 24 * 60));
+  options->limits.Add(*cmd);
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "members/login.h"
 #include "requests/web_class.h"
+#include "server/edge.h"
 
 namespace orvane {
 namespace {
@@ -141,7 +142,7 @@ void HandleLogout(ServerState& state, const httplib::Request& req, httplib::Resp
 void RegisterRoutes(httplib::Server& server, ServerState& state) {
   auto orvane = [&state](const httplib::Request& req, httplib::Response& res) { HandleOrvane(state, req, res); };
   server.Get("/orvane", orvane);
-  server.Post("/orvane", orvane);
+  PostWithWholeBody(server, "/orvane", orvane);  // form bodies up to the edge's limit, not httplib's 8 KB
 
   server.Post("/login",
               [&state](const httplib::Request& req, httplib::Response& res) { HandleLogin(state, req, res); });

@@ -16,11 +16,12 @@ namespace orvane::testing {
 class LiveServer {
  public:
   explicit LiveServer(const std::string& config_path, const Clock& clock = SystemClock::Instance(),
-                      std::chrono::seconds session_timeout = std::chrono::minutes(20))
+                      std::chrono::seconds session_timeout = std::chrono::minutes(20),
+                      HttpOptions options = {"127.0.0.1", 0, 4})
       : state_(config_path, std::make_unique<InMemorySessionStore>(session_timeout), clock, &log_) {
     std::string error;
     LoadApplicationValues(state_.config, state_.app, error);
-    server_ = std::make_unique<HttpServer>(state_, HttpOptions{"127.0.0.1", 0, 4});
+    server_ = std::make_unique<HttpServer>(state_, std::move(options));
     port_ = server_->Bind(error);
     thread_ = std::thread([this] { server_->Run(); });
     while (!server_->IsRunning()) std::this_thread::yield();
