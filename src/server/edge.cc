@@ -153,6 +153,7 @@ void EdgeServer::EdgeLoop() {
     }
     if (draining_ && !drained_) StartDraining();
     if (EdgeClock::now() >= next_tick) {
+      TakeQueued();  // connections a worker gave back without a wake
       ExpireDeadlines();
       next_tick = EdgeClock::now() + kTick;
     }
@@ -179,9 +180,9 @@ void EdgeServer::TakeQueued() {
       --open_;
       continue;
     }
+    bool pipelined = !conn->in.empty();
     conns_[fd] = std::move(conn);
-    Watch(*conns_[fd], false);
-    if (!conns_[fd]->in.empty()) Advance(fd);  // a pipelined request already here
+    if (pipelined && Advance(fd)) Watch(*conns_[fd], false);  // else the worker armed it
   }
 }
 
@@ -206,23 +207,30 @@ void EdgeServer::Adopt(int fd) {
   conn->deadline = conn->started + limits_.header_timeout;
   conns_[fd] = std::move(conn);
   epoll_event ev{};
-  ev.events = EPOLLIN;
+  ev.events = EPOLLIN | EPOLLONESHOT;
   ev.data.fd = fd;
   ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, fd, &ev);
 }
 
 void EdgeServer::Watch(EdgeConnection& c, bool writable) {
   epoll_event ev{};
-  ev.events = EPOLLIN | (writable ? EPOLLOUT : 0u);
+  // One-shot: a connection handed to a worker needs no removal, and the
+  // worker arms it again when it gives it back.
+  ev.events = EPOLLIN | EPOLLONESHOT | (writable ? EPOLLOUT : 0u);
   ev.data.fd = c.channel->fd();
   if (::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, ev.data.fd, &ev) != 0)
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, ev.data.fd, &ev);
 }
 
 void EdgeServer::HandleIo(int fd, uint32_t events) {
-  auto it = conns_.find(fd);
-  if (it == conns_.end()) return;
-  EdgeConnection& c = *it->second;
+  if (!conns_.count(fd)) TakeQueued();  // given back by a worker, not yet taken
+  if (!conns_.count(fd)) return;
+  ReadOrDrop(fd, events);
+  if (auto it = conns_.find(fd); it != conns_.end()) Watch(*it->second, !it->second->out.empty());
+}
+
+void EdgeServer::ReadOrDrop(int fd, uint32_t events) {
+  EdgeConnection& c = *conns_.at(fd);
   char buf[16384];
   if (c.phase == EdgeConnection::Phase::kClosing) {
     if (events & EPOLLOUT) Flush(c);
@@ -273,8 +281,7 @@ void EdgeServer::Dispatch(int fd) {
   EdgeConnection& c = *conns_.at(fd);
   // Refused rather than queued without bound: the client may come back.
   if (draining_ || in_flight_ >= limits_.max_requests) return Refuse(c, 503, c.head.method, c.head.path);
-  ++in_flight_;
-  ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, fd, nullptr);
+  ++in_flight_;  // the one-shot event that brought the request disarmed the descriptor
   Job job{std::move(conns_.at(fd)), {}};
   conns_.erase(fd);
   size_t size = job.conn->head.head_bytes + job.conn->head.body_bytes;
@@ -374,13 +381,25 @@ void EdgeServer::ServeRequest(Job job) {
     c.phase = EdgeConnection::Phase::kWaiting;
     c.deadline = EdgeClock::now() + limits_.idle_timeout;
     c.head = {};
-    std::lock_guard lock(queue_mu_);
-    returned_.push_back(std::move(job.conn));
+    bool pipelined = !c.in.empty();
+    epoll_event ev{};
+    ev.events = EPOLLIN | EPOLLONESHOT;
+    ev.data.fd = c.channel->fd();
+    {
+      std::lock_guard lock(queue_mu_);
+      returned_.push_back(std::move(job.conn));
+    }
+    // The next request's bytes wake the edge; only one already here needs
+    // a wake of its own.
+    if (pipelined) {
+      Wake();
+    } else {
+      ::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, ev.data.fd, &ev);
+    }
   } else {
     job.conn.reset();
     --open_;
   }
-  Wake();
   {
     std::lock_guard lock(jobs_mu_);
     --in_flight_;

@@ -58,6 +58,7 @@ class EdgeServer : public httplib::Server {
   void Adopt(int fd);
   void Watch(EdgeConnection& c, bool writable);
   void HandleIo(int fd, uint32_t events);
+  void ReadOrDrop(int fd, uint32_t events);
   bool Advance(int fd);  // false: the connection left the reading phases
   void Dispatch(int fd);
   void Refuse(EdgeConnection& c, int status, std::string method, std::string path);
