@@ -1,6 +1,5 @@
 #include "server/edge.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
@@ -39,25 +38,6 @@ const char* Reason(int status) {
     case 431: return "Request Header Fields Too Large";
     default: return "Service Unavailable";
   }
-}
-
-void Address(int fd, bool peer, std::string& ip, int& port) {
-  sockaddr_storage addr{};
-  socklen_t len = sizeof addr;
-  int r = peer ? ::getpeername(fd, reinterpret_cast<sockaddr*>(&addr), &len)
-               : ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  if (r != 0) return;
-  char text[INET6_ADDRSTRLEN] = {};
-  if (addr.ss_family == AF_INET) {
-    auto* a = reinterpret_cast<sockaddr_in*>(&addr);
-    ::inet_ntop(AF_INET, &a->sin_addr, text, sizeof text);
-    port = ntohs(a->sin_port);
-  } else if (addr.ss_family == AF_INET6) {
-    auto* a = reinterpret_cast<sockaddr_in6*>(&addr);
-    ::inet_ntop(AF_INET6, &a->sin6_addr, text, sizeof text);
-    port = ntohs(a->sin6_port);
-  }
-  ip = text;
 }
 
 long long MicrosSince(EdgeClock::time_point start) {
@@ -405,23 +385,6 @@ void EdgeServer::ServeRequest(Job job) {
     --in_flight_;
   }
   idle_cv_.notify_all();
-}
-
-void PostWithWholeBody(httplib::Server& server, const std::string& pattern, httplib::Server::Handler handler) {
-  server.Post(pattern, [handler = std::move(handler)](const httplib::Request& req, httplib::Response& res,
-                                                      const httplib::ContentReader& read) {
-    httplib::Request whole = req;
-    auto append = [&whole](const char* data, size_t size) {
-      whole.body.append(data, size);
-      return true;
-    };
-    if (req.is_multipart_form_data()) {  // not fields of ours: read and dropped
-      read([](const httplib::MultipartFormData&) { return true; }, [](const char*, size_t) { return true; });
-    } else {
-      read(append);
-    }
-    handler(whole, res);
-  });
 }
 
 }  // namespace orvane

@@ -35,6 +35,9 @@ struct EdgeConnection {
   size_t dropped = 0;             // kClosing: bytes read and dropped
 };
 
+// The peer's (`peer`) or our own address of a connected socket.
+void Address(int fd, bool peer, std::string& ip, int& port);
+
 // What a worker gives httplib: the buffered request to read, the
 // connection to write the answer to, each write bounded by `deadline`.
 class RequestStream : public httplib::Stream {
