@@ -1,9 +1,11 @@
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <thread>
 
 #include "cli/commands.h"
+#include "cli/serve_limits.h"
 #include "data/db.h"
 #include "members/login.h"
 #include "org/group_paths.h"
@@ -23,6 +25,7 @@ struct ServeOptions {
   std::string web_root;   // empty: the pages compiled in
   std::string charset = "UTF-8";
   std::string sessions = "memory";
+  ServeLimits limits;
 };
 
 bool SplitHostPort(const std::string& listen, std::string& host, int& port) {
@@ -46,6 +49,7 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   http.threads = o.threads;
+  o.limits.ApplyTo(http);
   if (!o.web_root.empty() && !std::filesystem::is_directory(o.web_root)) {
     std::cerr << "orvane serve: --web-root " << o.web_root << " is not a folder\n";
     return 2;
@@ -105,7 +109,12 @@ int Serve(const ServeOptions& o) {
                  "included, answers without a login\n";
   std::cerr << "orvane: serving http://" << o.listen << "/ with " << o.config << " (" << http.threads
             << " threads, sessions in " << o.sessions << ")\n";
-  server.Run();
+  if (!server.Run()) {
+    // A request still running past the grace period, or listening failed:
+    // leave without waiting for it.
+    std::cerr << "orvane: stopped with requests unfinished\n";
+    std::_Exit(1);
+  }
   data::ClosePooledConnections();
   std::cerr << "orvane: stopped\n";
   return 0;
@@ -125,7 +134,8 @@ void AddServe(CLI::App& app, int& exit_code) {
       "  GET /healthz                answers OK\n"
       "  GET /metrics                counts and latencies, Prometheus text format\n"
       "  GET /application/App_A_strSec_hierarchical  the drawn section tree, a row a line\n"
-      "One access-log line per request goes to stderr. Stop with Ctrl-C.\n"
+      "One access-log line per request goes to stderr, refused ones included. Stop with Ctrl-C or\n"
+      "SIGTERM: the requests in flight finish and are answered, then the server exits 0.\n"
       "Example: orvane serve --config var/ORVANE.ini --listen 127.0.0.1:8080");
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); menuinfo.csv and odbc.ini beside it")
       ->capture_default_str();
@@ -155,6 +165,7 @@ void AddServe(CLI::App& app, int& exit_code) {
                   "LOCAL_DB_DSN, shared by every instance on that database; run init-db first)")
       ->capture_default_str()
       ->check(CLI::IsMember({"memory", "database"}));
+  options->limits.Add(*cmd);
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }
 

@@ -23,6 +23,7 @@
 // 25000, so a unit is committed whole or not at all.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -141,5 +142,14 @@ void UseOdbcIniBeside(const std::string& config_folder);
 // Closes the idle pooled connections (at exit, and in tests between
 // databases).
 void ClosePooledConnections();
+
+// The time limit of every statement from now on (SQL_ATTR_QUERY_TIMEOUT;
+// 0: none, the default). A statement that runs out fails as any failed
+// statement does. SQLite's driver ignores the attribute, so there the same
+// limit bounds the wait for another writer's lock (busy timeout, in place
+// of the data source's Timeout). Idle pooled connections are closed, so
+// every connection in use afterwards has the limit.
+void SetStatementTimeout(std::chrono::seconds limit);
+std::chrono::seconds StatementTimeout();
 
 }  // namespace orvane::data

@@ -1,4 +1,6 @@
 // The connection routines: open, close, execute, transactions.
+#include <atomic>
+
 #include "data/connection_pool.h"
 #include "data/db_impl.h"
 #include "data/failure_seam.h"
@@ -192,5 +194,16 @@ Status Com_funRollbackTrans(Connection& conn) {
 }
 
 void ClosePooledConnections() { ConnectionPool::Instance().CloseIdle(); }
+
+namespace {
+std::atomic<long long> statement_timeout_seconds{0};
+}  // namespace
+
+void SetStatementTimeout(std::chrono::seconds limit) {
+  statement_timeout_seconds = limit.count();
+  ConnectionPool::Instance().CloseIdle();  // opened without it
+}
+
+std::chrono::seconds StatementTimeout() { return std::chrono::seconds(statement_timeout_seconds.load()); }
 
 }  // namespace orvane::data

@@ -2,6 +2,7 @@
 
 #include <sqlucode.h>
 
+#include "data/db.h"
 #include "data/utf16.h"
 
 namespace orvane::data {
@@ -66,6 +67,12 @@ OdbcHandle OdbcHandle::Allocate(SQLSMALLINT type, SQLHANDLE parent, Diagnostic& 
   }
   h.type_ = type;
   h.handle_ = raw;
+  if (type == SQL_HANDLE_STMT) {
+    // Per statement: a driver keeps the attribute with the statement handle.
+    if (auto limit = StatementTimeout(); limit.count() > 0)
+      SQLSetStmtAttr(raw, SQL_ATTR_QUERY_TIMEOUT, reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(limit.count())),
+                     0);
+  }
   return h;
 }
 

@@ -1,4 +1,5 @@
 #include "data/physical_connection.h"
+#include "data/db.h"
 
 #include <sqlext.h>
 #include <sqlucode.h>
@@ -43,9 +44,13 @@ std::unique_ptr<PhysicalConnection> PhysicalConnection::Open(const std::string& 
   c->dialect_ = &Dialect::ForDbmsName(DbmsName(c->dbc()));
   c->mode_ = c->dialect_->kind() == Dialect::Kind::kSqlite ? TextMode::kUtf8 : TextMode::kUtf16;
   if (c->dialect_->kind() == Dialect::Kind::kSqlite) {
+    Diagnostic ignored;
+    // The driver ignores the statement time-out; what a statement of ours
+    // waits for longest is another writer's lock.
+    if (auto limit = StatementTimeout(); limit.count() > 0)
+      c->ExecDirect("PRAGMA busy_timeout=" + std::to_string(limit.count() * 1000), ignored);
     // WAL lets readers go on while one writer works; the mode is kept in the
     // database file, so this only does work the first time.
-    Diagnostic ignored;
     c->ExecDirect("PRAGMA journal_mode=WAL", ignored);
   }
   return c;

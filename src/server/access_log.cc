@@ -37,7 +37,7 @@ std::string FormatAccessLine(const AccessRecord& r, std::string_view now) {
   std::string line(now);
   for (const std::string& field : {Printable(r.client, 64), Printable(r.method, 16), Printable(r.path, 200)}) {
     line += ' ';
-    line += field;
+    line += field.empty() ? std::string("-") : field;  // a request refused before it was read
   }
   line += " ReqNo=";
   line += Quoted(r.request_code, 16);

@@ -1,30 +1,32 @@
 #include "server/http_server.h"
 
-#include <httplib.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
+#include "data/db.h"
+#include "server/edge.h"
 #include "server/routes.h"
 
 namespace orvane {
 
 HttpServer::HttpServer(ServerState& state, HttpOptions options)
-    : state_(state), options_(std::move(options)), server_(std::make_unique<httplib::Server>()) {
-  int threads = options_.threads > 0 ? options_.threads : 1;
-  server_->new_task_queue = [threads] { return new httplib::ThreadPool(static_cast<size_t>(threads)); };
+    : state_(state),
+      options_(std::move(options)),
+      server_(std::make_unique<EdgeServer>(options_.limits, options_.threads, state_.access_log)) {
+  data::SetStatementTimeout(options_.db_timeout);
   // SO_REUSEADDR alone: a restart can listen again at once, but a port
   // another server is listening on is refused, never shared (SO_REUSEPORT).
   server_->set_socket_options([](socket_t sock) {
     int yes = 1;
     ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
   });
-  server_->set_tcp_nodelay(true);  // answers are small: don't wait for delayed ACKs
   server_->set_keep_alive_max_count(1000);
-  server_->set_payload_max_length(1 << 20);  // the forms are small; refuse floods
-  server_->set_read_timeout(10);
-  server_->set_write_timeout(10);
+  server_->set_keep_alive_timeout(
+      std::max<time_t>(1, std::chrono::duration_cast<std::chrono::seconds>(options_.limits.idle_timeout).count()));
+  server_->set_payload_max_length(options_.limits.max_body);
   server_->set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
     res.status = 500;
     res.set_content("ERROR:INTERNAL", "text/plain; charset=utf-8");
@@ -44,11 +46,15 @@ int HttpServer::Bind(std::string& error) {
   if (port < 0) {
     int reason = errno;  // of the failed bind or listen, before anything else runs
     error = "cannot listen on " + options_.host + ":" + std::to_string(options_.port) + ": " + std::strerror(reason);
+    return port;
   }
+  // httplib listens with a queue of 5; the edge accepts at once, so the
+  // queue only has to absorb a burst as large as the requests it may hold.
+  server_->SetBacklog(static_cast<int>(std::max<size_t>(options_.limits.max_requests, options_.threads)));
   return port;
 }
 
-bool HttpServer::Run() { return server_->listen_after_bind(); }
+bool HttpServer::Run() { return server_->Serve(); }
 
 void HttpServer::Stop() {
   if (server_) server_->stop();

@@ -13,6 +13,7 @@
 #include "server/charset.h"
 #include "server/metrics.h"
 #include "server/static_files.h"
+#include "server/edge.h"
 
 namespace orvane {
 namespace {
@@ -182,7 +183,7 @@ void HandleLogout(ServerState& state, const httplib::Request& req, httplib::Resp
 void RegisterRoutes(httplib::Server& server, ServerState& state) {
   auto orvane = [&state](const httplib::Request& req, httplib::Response& res) { HandleOrvane(state, req, res); };
   server.Get("/orvane", orvane);
-  server.Post("/orvane", orvane);
+  PostWithWholeBody(server, "/orvane", orvane);  // form bodies up to the edge's limit, not httplib's 8 KB
 
   server.Post("/login",
               [&state](const httplib::Request& req, httplib::Response& res) { HandleLogin(state, req, res); });

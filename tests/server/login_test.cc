@@ -147,7 +147,7 @@ TEST_P(Login, OnlyAdministratorsPassTheEdge) {
       {true, "boss", "0001,本社,,,1,,,", "OK", "tree"},
   };
   for (const Case& c : cases) {
-    LiveServer server(ConfigPath(), clock(), std::chrono::minutes(20), {.anonymous_reads = c.open_reads});
+    LiveServer server(ConfigPath(), AccessRule{.anonymous_reads = c.open_reads}, clock());
     auto client = server.Client();
     httplib::Headers headers;
     if (*c.user) {

@@ -20,20 +20,21 @@ inline AccessRule OpenReads() { return {.anonymous_reads = true}; }
 class LiveServer {
  public:
   explicit LiveServer(const std::string& config_path, const Clock& clock = SystemClock::Instance(),
-                      std::chrono::seconds session_timeout = std::chrono::minutes(20), AccessRule access = {})
+                      std::chrono::seconds session_timeout = std::chrono::minutes(20),
+                      HttpOptions options = {"127.0.0.1", 0, 4}, AccessRule access = {})
       : state_(config_path, std::make_unique<InMemorySessionStore>(session_timeout), clock, &log_) {
     state_.access = std::move(access);
     std::string error;
     LoadApplicationValues(state_.config, state_.app, error);
     // As `serve` does; a test without a database has no tree to draw.
     org::LoadSecHierarchical(state_.config, state_.app).IgnoreError();
-    server_ = std::make_unique<HttpServer>(state_, HttpOptions{"127.0.0.1", 0, 4});
+    server_ = std::make_unique<HttpServer>(state_, std::move(options));
     port_ = server_->Bind(error);
     thread_ = std::thread([this] { server_->Run(); });
     while (!server_->IsRunning()) std::this_thread::yield();
   }
   LiveServer(const std::string& config_path, AccessRule access, const Clock& clock = SystemClock::Instance())
-      : LiveServer(config_path, clock, std::chrono::minutes(20), std::move(access)) {}
+      : LiveServer(config_path, clock, std::chrono::minutes(20), {"127.0.0.1", 0, 4}, std::move(access)) {}
   ~LiveServer() {
     server_->Stop();
     thread_.join();
