@@ -70,7 +70,7 @@ TEST_P(ShiftJisEdge, FieldsComeInAndAnswersGoOutInCodePage932) {
     EXPECT_EQ(res->body, text::ReplaceAll(utf8_answer, c.utf8, c.sjis)) << c.code;
   }
   // The drawn tree goes out in code page 932 too.
-  res = client.Get("/application/App_A_strSec_hierarchical");
+  res = client.Get("/application/App_A_strSec_hierarchical", headers);
   ASSERT_TRUE(res);
   EXPECT_NE(res->body.find(kKanjiSjis), std::string::npos);
   EXPECT_EQ(res->body.find("漢字表"), std::string::npos);

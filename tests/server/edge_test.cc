@@ -47,7 +47,7 @@ long ResidentKiB() {
 
 TEST(Edge, EachLimitIsAnsweredWithItsStatusAndLogged) {
   TempDir dir;
-  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(1));
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(1), testing::OpenReads());
   const std::string host = "Host: x\r\n";
   struct Case {
     std::string request;
@@ -88,7 +88,7 @@ TEST(Edge, EachLimitIsAnsweredWithItsStatusAndLogged) {
 
 TEST(Edge, HeaderFloodsKeepNoMemory) {
   TempDir dir;
-  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2));
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2), testing::OpenReads());
   // About 700 KB of short headers on each of eight connections at once;
   // the front end that kept them grew by over 100 MB.
   const std::string flood = "GET /healthz HTTP/1.1\r\n" + Repeat("X-a: b\r\n", 90000) + "\r\n";
@@ -109,7 +109,7 @@ TEST(Edge, HeaderFloodsKeepNoMemory) {
 
 TEST(Edge, SlowClientsHoldNoWorker) {
   TempDir dir;
-  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2));
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2), testing::OpenReads());
   // Eight clients, four times the workers, each sending a header line now
   // and then: none of them gets a worker, so /healthz goes on answering.
   std::vector<std::unique_ptr<RawClient>> slow;
@@ -132,7 +132,7 @@ TEST(Edge, SlowClientsHoldNoWorker) {
 
 TEST(Edge, FormBodiesUpToTheLimitAreReadWholeAndPipelinedRequestsKeepTheirOrder) {
   TempDir dir;
-  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2));
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2), testing::OpenReads());
   auto client = server.Client();
   // The field that matters comes last: the whole megabyte was read.
   std::string form = "pad=" + std::string((1 << 20) - 14, 'a') + "&ReqNo=001";
@@ -180,7 +180,7 @@ TEST(Edge, FullServerAnswers503AndDatabaseWorkEndsAtItsLimit) {
   options.limits.max_requests = 1;
   options.db_timeout = 1s;
   {
-    LiveServer server(dir.File("ORVANE.ini"), SystemClock::Instance(), 20min, options);
+    LiveServer server(dir.File("ORVANE.ini"), SystemClock::Instance(), 20min, options, testing::OpenReads());
     std::string answer;
     std::thread login([&] {
       auto res = server.Client().Post("/login", "User_cd=sato&User_PS=sato", "application/x-www-form-urlencoded");
