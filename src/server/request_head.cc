@@ -85,4 +85,19 @@ HeadScan ScanHead(std::string_view in, const EdgeLimits& limits) {
   return scan;
 }
 
+std::string WithoutHeader(std::string_view request, size_t head_bytes, std::string_view name) {
+  std::string out;
+  out.reserve(request.size());
+  for (size_t pos = 0; pos < head_bytes;) {
+    size_t next = request.find('\n', pos) + 1;  // the head ends in a line feed
+    std::string_view line = request.substr(pos, next - pos);
+    size_t colon = line.find(':');
+    if (pos == 0 || colon == std::string_view::npos || !text::EqualsIgnoreCase(line.substr(0, colon), name))
+      out += line;
+    pos = next;
+  }
+  out += request.substr(head_bytes);
+  return out;
+}
+
 }  // namespace orvane

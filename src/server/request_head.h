@@ -23,4 +23,8 @@ struct HeadScan {
 // `in` holds the bytes received so far, the request's first byte first.
 HeadScan ScanHead(std::string_view in, const EdgeLimits& limits);
 
+// The complete request `request` (its head `head_bytes` long, as ScanHead
+// found it) without the header lines named `name`.
+std::string WithoutHeader(std::string_view request, size_t head_bytes, std::string_view name);
+
 }  // namespace orvane

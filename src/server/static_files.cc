@@ -82,7 +82,7 @@ void RegisterStaticFiles(httplib::Server& server, ServerState& state) {
     res.set_header("X-Content-Type-Options", "nosniff");
     // No inline script or style anywhere in the pages, so nothing but our
     // own files may run.
-    res.set_header("Content-Security-Policy", "default-src 'self'");
+    res.set_header("Content-Security-Policy", "default-src 'self'; frame-ancestors 'none'");
     res.set_header("Cache-Control", "no-cache");
     res.set_content(std::move(file->bytes), file->content_type);
     long long micros =

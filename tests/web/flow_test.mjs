@@ -93,7 +93,7 @@ try {
     assert.equal(index.status, 200);
     assert.equal(index.headers.get('content-type'), 'text/html; charset=utf-8');
     assert.equal(index.headers.get('x-content-type-options'), 'nosniff');
-    assert.equal(index.headers.get('content-security-policy'), "default-src 'self'");
+    assert.equal(index.headers.get('content-security-policy'), "default-src 'self'; frame-ancestors 'none'");
     const js = await fetch(`${server.url}/js/api.js`);
     assert.equal(js.headers.get('content-type'), 'text/javascript; charset=utf-8');
     // Sent as written: a client would tidy the dots away.
