@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "base/text.h"
+#include "support/binary.h"
 #include "support/db_fixture.h"
 
 extern char** environ;
@@ -23,21 +24,10 @@ extern char** environ;
 namespace orvane {
 namespace {
 
+using testing::FreePort;
+
 using testing::Backend;
 using testing::DbTest;
-
-// A loopback port free at the moment of asking.
-int FreePort() {
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof addr;
-  ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  ::close(fd);
-  return ntohs(addr.sin_port);
-}
 
 // `orvane serve` as a child process, stopped with SIGTERM.
 class ServeProcess {

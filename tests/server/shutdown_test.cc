@@ -11,6 +11,7 @@
 #include <sstream>
 #include <thread>
 
+#include "support/binary.h"
 #include "support/raw_client.h"
 #include "support/temp_dir.h"
 
@@ -19,6 +20,8 @@ extern char** environ;
 namespace orvane {
 namespace {
 
+using testing::FreePort;
+
 using namespace std::chrono_literals;
 
 std::string ReadFile(const std::string& path) {
@@ -26,18 +29,6 @@ std::string ReadFile(const std::string& path) {
   std::stringstream s;
   s << in.rdbuf();
   return s.str();
-}
-
-int FreePort() {
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof addr;
-  ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  ::close(fd);
-  return ntohs(addr.sin_port);
 }
 
 // Waits up to `limit` for `pid` to exit; kills it if it does not.
