@@ -103,7 +103,7 @@ struct Folder {
 Folder& Setup() {
   static Folder* f = [] {
     auto* folder = new Folder;
-    // On disk, not in memory: inode numbers are handed out again there.
+    // On disk, where the server's own file is.
     static std::string dir = fs::temp_directory_path().string() + "/orvane-config-fuzz-XXXXXX";
     if (!::mkdtemp(dir.data())) std::abort();
     std::atexit([] {
