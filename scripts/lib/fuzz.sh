@@ -2,7 +2,7 @@
 # runs them for a bounded time. Sourced by scripts/test and scripts/fuzz,
 # after common.sh.
 
-ORVANE_FUZZ_TARGETS=(fields_fuzzer request_fuzzer)
+ORVANE_FUZZ_TARGETS=(fields_fuzzer request_fuzzer config_fuzzer menu_fuzzer proxy_fuzzer)
 
 build_fuzz_targets() {
   cd "$ORVANE_ROOT"
@@ -33,9 +33,12 @@ run_fuzz_target() {
   return 1
 }
 
-# Every target for `seconds` each; fails at the first target that fails.
+# Every target, `total` seconds shared evenly among them (at least 1 s
+# each; 60 s in all by default); fails at the first target that fails.
 fuzz_smoke() {
-  local seconds="${1:-25}" target
+  local total="${1:-60}" target seconds
+  seconds=$(( total / ${#ORVANE_FUZZ_TARGETS[@]} ))
+  [ "$seconds" -ge 1 ] || seconds=1
   build_fuzz_targets
   for target in "${ORVANE_FUZZ_TARGETS[@]}"; do
     run_fuzz_target "$target" "$seconds" || return 1
