@@ -23,4 +23,7 @@ struct HeadScan {
 // `in` holds the bytes received so far, the request's first byte first.
 HeadScan ScanHead(std::string_view in, const EdgeLimits& limits);
 
+// The reason phrase (and body) of a status the edge answers itself.
+const char* RefusalReason(int status);
+
 }  // namespace orvane
