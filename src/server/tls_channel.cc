@@ -78,7 +78,7 @@ class TlsChannel : public ByteChannel {
   }
 
   Setup Open() override {
-    ERR_clear_error();
+    Begin();
     int r = SSL_accept(ssl_);
     if (r == 1) {
       open_ = true;
@@ -88,13 +88,13 @@ class TlsChannel : public ByteChannel {
   }
 
   ssize_t Read(char* data, size_t size) override {
-    ERR_clear_error();
+    Begin();
     int n = SSL_read(ssl_, data, static_cast<int>(std::min<size_t>(size, INT_MAX)));
     return n > 0 ? n : Failed(n);
   }
 
   ssize_t Write(const char* data, size_t size) override {
-    ERR_clear_error();
+    Begin();
     int n = SSL_write(ssl_, data, static_cast<int>(std::min<size_t>(size, INT_MAX)));
     if (n > 0) return n;
     ssize_t r = Failed(n);
@@ -117,6 +117,13 @@ class TlsChannel : public ByteChannel {
   int fd() const override { return fd_; }
 
  private:
+  // Before each call: OpenSSL's error queue is the thread's, and a wait
+  // for writing applies only to the call that asked for it.
+  void Begin() {
+    ERR_clear_error();
+    wants_write_ = false;
+  }
+
   // The outcome of a call that did not move bytes: -1 with EAGAIN (and the
   // direction to wait for), 0 for the peer's close_notify, else -1 with the
   // connection unusable.
