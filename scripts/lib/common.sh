@@ -14,10 +14,12 @@ ORVANE_BUILD_PACKAGES=(
 )
 
 # What scripts/test adds: a local PostgreSQL 15 server for the database
-# cases (they run on SQLite and on PostgreSQL) and the browser that the
-# browser tests drive (tests/web/).
+# cases (they run on SQLite and on PostgreSQL), the openssl tool that makes
+# the HTTPS tests' certificates and the browser that the browser tests
+# drive (tests/web/).
 ORVANE_TEST_PACKAGES=(
   postgresql
+  openssl
   chromium
 )
 

@@ -25,6 +25,7 @@ struct ServeOptions {
   std::string web_root;   // empty: the pages compiled in
   std::string charset = "UTF-8";
   std::string sessions = "memory";
+  std::string tls_cert, tls_key;  // both: HTTPS
   ServeLimits limits;
 };
 
@@ -50,6 +51,12 @@ int Serve(const ServeOptions& o) {
   }
   http.threads = o.threads;
   o.limits.ApplyTo(http);
+  if (o.tls_cert.empty() != o.tls_key.empty()) {
+    std::cerr << "orvane serve: --tls-cert and --tls-key go together\n";
+    return 2;
+  }
+  http.tls_cert = o.tls_cert;
+  http.tls_key = o.tls_key;
   if (!o.web_root.empty() && !std::filesystem::is_directory(o.web_root)) {
     std::cerr << "orvane serve: --web-root " << o.web_root << " is not a folder\n";
     return 2;
@@ -107,8 +114,8 @@ int Serve(const ServeOptions& o) {
   if (o.access.anonymous_reads)
     std::cerr << "orvane serve: WARNING: --allow-anonymous-reads: every query, the user rows with their passwords "
                  "included, answers without a login\n";
-  std::cerr << "orvane: serving http://" << o.listen << "/ with " << o.config << " (" << http.threads
-            << " threads, sessions in " << o.sessions << ")\n";
+  std::cerr << "orvane: serving " << (o.tls_cert.empty() ? "http" : "https") << "://" << o.listen << "/ with "
+            << o.config << " (" << http.threads << " threads, sessions in " << o.sessions << ")\n";
   if (!server.Run()) {
     // A request still running past the grace period, or listening failed:
     // leave without waiting for it.
@@ -165,6 +172,10 @@ void AddServe(CLI::App& app, int& exit_code) {
                   "LOCAL_DB_DSN, shared by every instance on that database; run init-db first)")
       ->capture_default_str()
       ->check(CLI::IsMember({"memory", "database"}));
+  cmd->add_option("--tls-cert", options->tls_cert,
+                  "Serve HTTPS with this certificate (PEM, the server's first, then its chain); needs --tls-key. "
+                  "The session cookie is then Secure");
+  cmd->add_option("--tls-key", options->tls_key, "The private key of --tls-cert (PEM, not encrypted)");
   options->limits.Add(*cmd);
   cmd->callback([options, &exit_code] { exit_code = Serve(*options); });
 }

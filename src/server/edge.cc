@@ -10,6 +10,7 @@
 #include <cerrno>
 
 #include "server/edge_connection.h"
+#include "server/tls_channel.h"
 
 namespace orvane {
 namespace {
@@ -27,18 +28,6 @@ class HandOver : public httplib::TaskQueue {
   void enqueue(std::function<void()> fn) override { fn(); }
   void shutdown() override {}
 };
-
-const char* Reason(int status) {
-  switch (status) {
-    case 400: return "Bad Request";
-    case 408: return "Request Timeout";
-    case 411: return "Length Required";
-    case 413: return "Payload Too Large";
-    case 414: return "URI Too Long";
-    case 431: return "Request Header Fields Too Large";
-    default: return "Service Unavailable";
-  }
-}
 
 long long MicrosSince(EdgeClock::time_point start) {
   return std::chrono::duration_cast<std::chrono::microseconds>(EdgeClock::now() - start).count();
@@ -161,14 +150,19 @@ void EdgeServer::TakeQueued() {
       continue;
     }
     bool pipelined = !conn->in.empty();
+    bool buffered = conn->channel->Buffered();  // bytes no event will announce
     conns_[fd] = std::move(conn);
-    if (pipelined && Advance(fd)) Watch(*conns_[fd], false);  // else the worker armed it
+    if (buffered) {
+      HandleIo(fd, EPOLLIN);
+    } else if (pipelined && Advance(fd)) {
+      Watch(*conns_[fd], false);  // else the worker armed it
+    }
   }
 }
 
 void EdgeServer::Adopt(int fd) {
   auto conn = std::make_unique<EdgeConnection>();
-  conn->channel = PlainSocket(fd);
+  conn->channel = tls_ ? tls_->Accept(fd) : PlainSocket(fd);
   if (draining_ || stop_edge_) return;  // closed with the channel
   int yes = 1;
   ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);  // answers are small
@@ -178,6 +172,7 @@ void EdgeServer::Adopt(int fd) {
   if (open_ >= limits_.max_connections) {
     // Told at once, without reading: the client may try again later.
     log_.Write({conn->client_ip, "-", "-", "", 503, 0, "Service Unavailable", false, {}});
+    if (tls_) return;  // no words before a handshake: only closed
     static constexpr char kBusy[] =
         "HTTP/1.1 503 Service Unavailable\r\nContent-Length: 0\r\nRetry-After: 1\r\nConnection: close\r\n\r\n";
     [[maybe_unused]] ssize_t r = conn->channel->Write(kBusy, sizeof kBusy - 1);
@@ -185,6 +180,7 @@ void EdgeServer::Adopt(int fd) {
   }
   ++open_;
   conn->deadline = conn->started + limits_.header_timeout;
+  if (tls_) conn->phase = EdgeConnection::Phase::kOpening;
   conns_[fd] = std::move(conn);
   epoll_event ev{};
   ev.events = EPOLLIN | EPOLLONESHOT;
@@ -196,7 +192,7 @@ void EdgeServer::Watch(EdgeConnection& c, bool writable) {
   epoll_event ev{};
   // One-shot: a connection handed to a worker needs no removal, and the
   // worker arms it again when it gives it back.
-  ev.events = EPOLLIN | EPOLLONESHOT | (writable ? EPOLLOUT : 0u);
+  ev.events = EPOLLIN | EPOLLONESHOT | (writable || c.channel->WaitsToWrite(false) ? EPOLLOUT : 0u);
   ev.data.fd = c.channel->fd();
   if (::epoll_ctl(epoll_fd_, EPOLL_CTL_MOD, ev.data.fd, &ev) != 0)
     ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, ev.data.fd, &ev);
@@ -211,7 +207,16 @@ void EdgeServer::HandleIo(int fd, uint32_t events) {
 
 void EdgeServer::ReadOrDrop(int fd, uint32_t events) {
   EdgeConnection& c = *conns_.at(fd);
-  char buf[16384];
+  char buf[16384];  // a whole TLS record: nothing stays buffered in the channel
+  if (c.phase == EdgeConnection::Phase::kOpening) {
+    ByteChannel::Setup setup = c.channel->Open();
+    if (setup == ByteChannel::Setup::kAgain) return;
+    // A failed handshake (plain HTTP on the TLS port, say) gets no answer:
+    // there is no channel to say anything on.
+    if (setup == ByteChannel::Setup::kFailed) return Close(fd);
+    c.phase = EdgeConnection::Phase::kWaiting;
+    c.opened = true;  // the request may have come with the handshake's last flight: read on
+  }
   if (c.phase == EdgeConnection::Phase::kClosing) {
     if (events & EPOLLOUT) Flush(c);
     if (!(events & (EPOLLIN | EPOLLHUP | EPOLLERR))) return;
@@ -239,8 +244,12 @@ bool EdgeServer::Advance(int fd) {
   if (c.phase == EdgeConnection::Phase::kWaiting) {
     if (c.in.empty()) return true;
     c.phase = EdgeConnection::Phase::kHead;
-    c.started = now;
-    c.deadline = now + limits_.header_timeout;
+    if (c.opened) {
+      c.opened = false;  // the handshake counted against this head's deadline
+    } else {
+      c.started = now;
+      c.deadline = now + limits_.header_timeout;
+    }
   }
   if (c.phase == EdgeConnection::Phase::kHead) {
     c.head = ScanHead(c.in, limits_);
@@ -280,7 +289,7 @@ void EdgeServer::Dispatch(int fd) {
 }
 
 void EdgeServer::Refuse(EdgeConnection& c, int status, std::string method, std::string path) {
-  std::string body = Reason(status);
+  std::string body = RefusalReason(status);
   c.out = "HTTP/1.1 " + std::to_string(status) + " " + body +
           "\r\nContent-Type: text/plain; charset=utf-8\r\nContent-Length: " + std::to_string(body.size()) +
           "\r\nCache-Control: no-store\r\nConnection: close\r\n";
@@ -332,7 +341,7 @@ void EdgeServer::StartDraining() {
   for (auto& [fd, conn] : conns_) fds.push_back(fd);
   for (int fd : fds) {
     EdgeConnection& c = *conns_.at(fd);
-    if (c.phase == EdgeConnection::Phase::kWaiting) {
+    if (c.phase == EdgeConnection::Phase::kWaiting || c.phase == EdgeConnection::Phase::kOpening) {
       Close(fd);
     } else if (c.phase != EdgeConnection::Phase::kClosing) {
       Refuse(c, 503, c.head.method, c.head.path);  // half received: told to come back
@@ -365,7 +374,7 @@ void EdgeServer::ServeRequest(Job job) {
     c.phase = EdgeConnection::Phase::kWaiting;
     c.deadline = EdgeClock::now() + limits_.idle_timeout;
     c.head = {};
-    bool pipelined = !c.in.empty();
+    bool pipelined = !c.in.empty() || c.channel->Buffered();
     epoll_event ev{};
     ev.events = EPOLLIN | EPOLLONESHOT;
     ev.data.fd = c.channel->fd();

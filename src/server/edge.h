@@ -29,6 +29,7 @@
 namespace orvane {
 
 struct EdgeConnection;
+class TlsContext;
 
 class EdgeServer : public httplib::Server {
  public:
@@ -37,6 +38,8 @@ class EdgeServer : public httplib::Server {
 
   // After a bind: how many connections the kernel may queue before accept.
   void SetBacklog(int backlog);
+  // Before Serve: every connection speaks TLS with this context.
+  void UseTls(std::shared_ptr<const TlsContext> tls) { tls_ = std::move(tls); }
   // Serves until stop(), then lets the requests in flight finish and send
   // their answers (within the grace period). False when listening failed
   // or a request was still running at the end of the grace period.
@@ -74,6 +77,7 @@ class EdgeServer : public httplib::Server {
 
   const EdgeLimits limits_;
   AccessLog& log_;
+  std::shared_ptr<const TlsContext> tls_;
   int epoll_fd_ = -1;
   int wake_fd_ = -1;
   std::unordered_map<int, std::unique_ptr<EdgeConnection>> conns_;  // edge thread only

@@ -17,6 +17,7 @@ using EdgeClock = std::chrono::steady_clock;
 
 struct EdgeConnection {
   enum class Phase {
+    kOpening,  // the channel's handshake (TLS), within the first head's deadline
     kWaiting,  // for a request's first byte
     kHead,     // reading the head
     kBody,     // reading a body of known length
@@ -30,6 +31,7 @@ struct EdgeConnection {
   Phase phase = Phase::kWaiting;
   EdgeClock::time_point deadline;
   EdgeClock::time_point started;  // the request's first byte
+  bool opened = false;            // a handshake began the first request's time
   HeadScan head;                  // kBody
   size_t served = 0;              // requests answered on this connection
   size_t dropped = 0;             // kClosing: bytes read and dropped

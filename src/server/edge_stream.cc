@@ -49,7 +49,7 @@ ssize_t RequestStream::write(const char* ptr, size_t size) {
     }
     if (n < 0 && errno == EINTR) continue;
     auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - EdgeClock::now()).count();
-    pollfd p{conn_.channel->fd(), POLLOUT, 0};
+    pollfd p{conn_.channel->fd(), static_cast<short>(conn_.channel->WaitsToWrite(true) ? POLLOUT : POLLIN), 0};
     // A client that stops reading loses its connection, not a worker.
     if (n < 0 && errno == EAGAIN && left > 0 && ::poll(&p, 1, static_cast<int>(left)) > 0) continue;
     broken_ = true;

@@ -9,6 +9,7 @@
 #include "data/db.h"
 #include "server/edge.h"
 #include "server/routes.h"
+#include "server/tls_channel.h"
 
 namespace orvane {
 
@@ -17,6 +18,7 @@ HttpServer::HttpServer(ServerState& state, HttpOptions options)
       options_(std::move(options)),
       server_(std::make_unique<EdgeServer>(options_.limits, options_.threads, state_.access_log)) {
   data::SetStatementTimeout(options_.db_timeout);
+  state_.secure_cookie = !options_.tls_cert.empty();
   // SO_REUSEADDR alone: a restart can listen again at once, but a port
   // another server is listening on is refused, never shared (SO_REUSEPORT).
   server_->set_socket_options([](socket_t sock) {
@@ -37,6 +39,11 @@ HttpServer::HttpServer(ServerState& state, HttpOptions options)
 HttpServer::~HttpServer() { Stop(); }
 
 int HttpServer::Bind(std::string& error) {
+  if (!options_.tls_cert.empty() || !options_.tls_key.empty()) {
+    std::shared_ptr<TlsContext> tls = TlsContext::Load(options_.tls_cert, options_.tls_key, error);
+    if (!tls) return -1;
+    server_->UseTls(std::move(tls));
+  }
   int port = 0;
   if (options_.port == 0) {
     port = server_->bind_to_any_port(options_.host);

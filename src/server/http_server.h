@@ -22,6 +22,9 @@ struct HttpOptions {
   // Each database statement's time limit (0: none); on SQLite also the
   // longest wait for another writer's lock.
   std::chrono::seconds db_timeout{0};
+  // Both set: HTTPS with this PEM certificate chain and private key, and
+  // the session cookie marked Secure.
+  std::string tls_cert = {}, tls_key = {};
 };
 
 class HttpServer {
@@ -29,7 +32,8 @@ class HttpServer {
   HttpServer(ServerState& state, HttpOptions options);
   ~HttpServer();
 
-  // Binds the listening socket; returns the port, or -1 with `error` set.
+  // Loads the TLS certificate and key (if any) and binds the listening
+  // socket; returns the port, or -1 with `error` set.
   int Bind(std::string& error);
   // Serves until Stop(); call after Bind. Then the requests in flight
   // finish and send their answers; false if one was still running at the

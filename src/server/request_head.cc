@@ -100,4 +100,16 @@ std::string WithoutHeader(std::string_view request, size_t head_bytes, std::stri
   return out;
 }
 
+const char* RefusalReason(int status) {
+  switch (status) {
+    case 400: return "Bad Request";
+    case 408: return "Request Timeout";
+    case 411: return "Length Required";
+    case 413: return "Payload Too Large";
+    case 414: return "URI Too Long";
+    case 431: return "Request Header Fields Too Large";
+    default: return "Service Unavailable";
+  }
+}
+
 }  // namespace orvane

@@ -26,5 +26,7 @@ HeadScan ScanHead(std::string_view in, const EdgeLimits& limits);
 // The complete request `request` (its head `head_bytes` long, as ScanHead
 // found it) without the header lines named `name`.
 std::string WithoutHeader(std::string_view request, size_t head_bytes, std::string_view name);
+// The reason phrase (and body) of a status the edge answers itself.
+const char* RefusalReason(int status);
 
 }  // namespace orvane

@@ -41,8 +41,9 @@ NamedValues FieldsOf(const httplib::Request& req) {
 
 std::string SessionIdOf(const NamedValues& cookies) { return cookies.Get(kSessionCookie); }
 
-std::string SessionCookie(const std::string& id, bool expire = false) {
+std::string SessionCookie(const ServerState& state, const std::string& id, bool expire = false) {
   std::string c = std::string(kSessionCookie) + "=" + id + "; Path=/; HttpOnly; SameSite=Strict";
+  if (state.secure_cookie) c += "; Secure";
   if (expire) c += "; Max-Age=0";
   return c;
 }
@@ -154,7 +155,7 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
         failure.message = text::ReplaceAll(failure.message, password, "***");
       return Log(state, req, timer, 200, answer, {}, false, std::move(failure));
     }
-    res.set_header("Set-Cookie", SessionCookie(id));
+    res.set_header("Set-Cookie", SessionCookie(state, id));
   }
   // Only the code: a failed lookup's error text renders the statement, and
   // with it the password.
@@ -173,7 +174,7 @@ void HandleLogout(ServerState& state, const httplib::Request& req, httplib::Resp
   std::shared_ptr<Session> session = state.sessions->Find(id);
   state.audit_log.Write({"logout", session ? session->Get("PUB_USR_ID") : "", req.remote_addr, "", nullptr, "OK"});
   if (!id.empty()) state.sessions->Remove(id);
-  res.set_header("Set-Cookie", SessionCookie("", /*expire=*/true));
+  res.set_header("Set-Cookie", SessionCookie(state, "", /*expire=*/true));
   Answer(res, 200, "OK");
   Log(state, req, timer, 200, "OK");
 }

@@ -41,6 +41,8 @@ struct ServerState {
   std::string web_root;
   // What the HTTP edge speaks (serve --charset); fixed before serving.
   std::atomic<HttpCharset> charset{HttpCharset::kUtf8};
+  // HTTPS (serve --tls-cert): the session cookie is never sent over plain HTTP.
+  bool secure_cookie = false;
   Metrics metrics;
 };
 

@@ -1,0 +1,171 @@
+// HTTPS through the edge with a certificate made here by the openssl tool:
+// requests and the session cookie over TLS, what a client that does not
+// speak TLS gets, and the start refused when the key is not the
+// certificate's.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "data/demo_data.h"
+#include "support/binary.h"
+#include "support/db_fixture.h"
+#include "support/http_fixture.h"
+#include "support/raw_client.h"
+#include "support/temp_dir.h"
+
+namespace orvane {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::LiveServer;
+using testing::RawClient;
+using testing::TempDir;
+
+// A self-signed certificate for 127.0.0.1 and its key, and a key of
+// another pair, in a folder of their own.
+struct Certificate {
+  TempDir dir;
+  std::string cert = dir.File("cert.pem"), key = dir.File("key.pem"), other_key = dir.File("other.pem");
+
+  Certificate() {
+    const std::string ec = " -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj /CN=localhost"
+                           " -addext subjectAltName=IP:127.0.0.1";
+    Run("openssl req -x509" + ec + " -keyout " + key + " -out " + cert);
+    Run("openssl req -x509" + ec + " -keyout " + other_key + " -out " + dir.File("other_cert.pem"));
+  }
+  static void Run(const std::string& command) {
+    ASSERT_EQ(std::system((command + " >/dev/null 2>&1").c_str()), 0) << command;
+  }
+
+  HttpOptions Options(std::chrono::milliseconds head_timeout = 10s) const {
+    HttpOptions o{"127.0.0.1", 0, 4};
+    o.tls_cert = cert;
+    o.tls_key = key;
+    o.limits.header_timeout = head_timeout;
+    return o;
+  }
+  // An HTTPS client (httplib's SSLClient inside) that trusts this
+  // certificate alone and checks the server's name (127.0.0.1) against it.
+  httplib::Client Client(int port) const {
+    httplib::Client c("https://127.0.0.1:" + std::to_string(port));
+    c.set_ca_cert_path(cert);
+    c.enable_server_certificate_verification(true);
+    c.set_read_timeout(30);
+    return c;
+  }
+};
+
+class Https : public testing::DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    if (IsSkipped()) return;
+    data::Connection conn;
+    ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+    ASSERT_TRUE(data::InsertDemoData(conn, clock()).ok());
+    ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+  }
+  Certificate tls;
+};
+
+TEST_P(Https, RequestsAndTheSecureSessionCookie) {
+  LiveServer server(ConfigPath(), clock(), 20min, tls.Options());
+  ASSERT_GT(server.port(), 0);
+  auto client = tls.Client(server.port());
+
+  auto res = client.Get("/healthz");
+  ASSERT_TRUE(res) << httplib::to_string(res.error());
+  EXPECT_EQ(res->status, 200);
+  EXPECT_EQ(res->body, "OK");
+
+  res = client.Post("/login", "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->body, "OK");
+  std::string cookie = res->get_header_value("Set-Cookie");
+  const std::string id = cookie.substr(0, cookie.find(';'));
+  EXPECT_EQ(cookie, id + "; Path=/; HttpOnly; SameSite=Strict; Secure");
+
+  // The session works over the same TLS client, and logging out expires a
+  // cookie that is Secure too.
+  httplib::Headers headers{{"Cookie", id}};
+  res = client.Get("/orvane?ReqNo=105&Group_cd=0000", headers);
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->body.rfind("ERROR:", 0), std::string::npos) << res->body;
+  res = client.Post("/logout", headers, "", "application/x-www-form-urlencoded");
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->get_header_value("Set-Cookie"), "ORVANE_SID=; Path=/; HttpOnly; SameSite=Strict; Secure; Max-Age=0");
+}
+
+ORVANE_DB_TEST_SUITE(Https);
+
+constexpr char kConfig[] = "LOCAL_DB_DSN=tls_none\n";
+
+// What does not speak TLS is closed without an HTTP answer and holds
+// nothing: plain HTTP at once, a client that never finishes its handshake
+// at the head's deadline.
+TEST(Tls, ClientsThatDoNotSpeakTlsAreClosedWithoutHoldingTheServer) {
+  Certificate tls;
+  TempDir dir;
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, tls.Options(1s));
+  ASSERT_GT(server.port(), 0);
+  struct Case {
+    std::string name, sent;
+  } cases[] = {
+      {"plain HTTP", "GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n"},
+      {"half a ClientHello", std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", 11)},
+      {"nothing", ""},
+  };
+  for (const Case& c : cases) {
+    RawClient raw(server.port(), 10s);
+    ASSERT_TRUE(raw.connected());
+    auto start = std::chrono::steady_clock::now();
+    if (!c.sent.empty()) raw.Send(c.sent);
+    // Plain HTTP may get a TLS alert, never an HTTP answer.
+    std::string reply = raw.ReadAll();
+    auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(reply.find("HTTP/"), std::string::npos) << c.name << ": " << reply;
+    EXPECT_LT(waited, 5s) << c.name << ": closed by the head's deadline, not the client's timeout";
+    auto res = tls.Client(server.port()).Get("/healthz");
+    ASSERT_TRUE(res) << c.name;
+    EXPECT_EQ(res->body, "OK") << c.name;
+  }
+  // Nothing the edge answered itself: no HTTP words were exchanged.
+  EXPECT_EQ(server.Log().find(" 400 "), std::string::npos) << server.Log();
+  EXPECT_EQ(server.Log().find(" 408 "), std::string::npos) << server.Log();
+}
+
+TEST(Tls, ServeRefusesCertificatesAndKeysItCannotUse) {
+  Certificate tls;
+  TempDir dir;
+  std::string config = dir.Write("ORVANE.ini", "LOCAL_DB_DSN=tls_serve_probe\n");
+  dir.Write("odbc.ini", "[tls_serve_probe]\nDriver=SQLite3\nDatabase=" + dir.File("o.db") + "\n");
+  // A port already taken: should a refusal go missing, serve stops at its
+  // listen instead of serving on.
+  TempDir other;
+  LiveServer taken(other.Write("ORVANE.ini", kConfig));
+  const std::string serve = "serve --config " + config + " --listen 127.0.0.1:" + std::to_string(taken.port()) + " ";
+  const std::string missing = dir.File("missing.pem");
+  struct Case {
+    std::string args, out;
+  } cases[] = {
+      {"--tls-cert " + tls.cert + " --tls-key " + tls.other_key,
+       "orvane serve: the TLS key " + tls.other_key + " does not match the certificate " + tls.cert + "\n"},
+      {"--tls-cert " + missing + " --tls-key " + tls.key,
+       "orvane serve: cannot read the TLS certificate " + missing + ": No such file or directory\n"},
+      {"--tls-cert " + tls.key + " --tls-key " + tls.key,
+       "orvane serve: the TLS certificate " + tls.key + " is not a PEM certificate (chain)\n"},
+      {"--tls-cert " + tls.cert + " --tls-key " + tls.cert,
+       "orvane serve: the TLS key " + tls.cert + " is not an unencrypted PEM private key\n"},
+      {"--tls-cert " + tls.cert, "orvane serve: --tls-cert and --tls-key go together\n"},
+  };
+  for (const Case& c : cases) {
+    auto [status, out] = testing::RunBinary(serve + c.args);
+    EXPECT_EQ(status, 2) << c.args;
+    EXPECT_EQ(out, c.out) << c.args;
+  }
+}
+
+}  // namespace
+}  // namespace orvane
