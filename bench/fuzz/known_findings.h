@@ -3,13 +3,9 @@
 // that it keeps looking for new ones; each entry goes when the server
 // refuses such a request. Found by this fuzzer and bench/load.
 //
-// 1. 207 of a user or into a section that does not exist (an empty
-//    User_cd included) adds the membership: a row naming a missing user
-//    or section.
-// 2. 201 under a Group_cd that is not a section (or "9999") adds the group
-//    with JOI_SEC pointing nowhere and SEC_TREE "/" + its code.
-// 3. 210 of two groups that are not both children of Group_cd3 renumbers
-//    them all the same: two siblings end with one SEC_SEQ.
+// None is known today. The last three (207 of a missing user or section,
+// 201 under a missing parent, 210 of groups that are not siblings) are
+// refused now, so the fuzzer sends such requests again.
 #pragma once
 
 #include <string>

@@ -36,7 +36,10 @@ std::string Body(const Fields& fields) {
 
 bool Contains(const std::string& s, const char* what) { return s.find(what) != std::string::npos; }
 
-// "OK", "data" or the answer's code ("ERROR:ILLEGALTREE").
+// "OK", "data" or the answer's code ("ERROR:ILLEGALTREE"), without the
+// trail behind it. A trail that starts with a capitalised routine
+// ("ERROR:SQLEXECRegistGroup") lends the code its first letter; the codes
+// such trails follow are known.
 std::string Kind(const std::string& answer) {
   if (answer == "OK") return "OK";
   if (answer.rfind("ERROR:", 0) != 0) return "data";
@@ -44,6 +47,10 @@ std::string Kind(const std::string& answer) {
   while (end < answer.size() && (std::isupper(static_cast<unsigned char>(answer[end])) ||
                                  std::isdigit(static_cast<unsigned char>(answer[end])) || answer[end] == '_'))
     ++end;
+  if (end < answer.size() && std::islower(static_cast<unsigned char>(answer[end]))) {
+    for (const char* code : {"ERROR:SQLEXEC", "ERROR:DBSELECT"})
+      if (answer.compare(0, end - 1, code) == 0) --end;
+  }
   return answer.substr(0, end);
 }
 

@@ -105,7 +105,9 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
       return ctx.Write(StorageCode(flag) + s.trail());
   }
 
-  if (!frame.Open() || !frame.Begin()) return;
+  // A delete holds the user table, so a membership add (207), which holds
+  // it to read that its user exists, sees either the user or its absence.
+  if (!frame.Open() || !(remove ? frame.Begin(ctx.USR_MST) : frame.Begin())) return;
   data::Connection& conn = frame.conn();
   std::vector<std::string> sections;
   if (Status s = members::Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s))

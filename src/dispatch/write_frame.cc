@@ -49,9 +49,15 @@ bool WriteFrame::Open() {
 }
 
 bool WriteFrame::Begin(std::string_view lock_table) {
+  if (lock_table.empty()) return Begin(std::initializer_list<std::string_view>{});
+  return Begin({lock_table});
+}
+
+bool WriteFrame::Begin(std::initializer_list<std::string_view> lock_tables) {
   Status begin = data::Com_funBeginTrans(conn_);
-  if (begin.ok() && !lock_table.empty()) {
-    begin = data::LockTable(conn_, lock_table);
+  for (std::string_view table : lock_tables) {
+    if (!begin.ok()) break;
+    begin = data::LockTable(conn_, table);
     if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();  // the lock's failure is the one to answer
   }
   if (!Failed(begin)) {

@@ -81,6 +81,10 @@ class WriteFrame {
   // Begins the transaction; with `lock_table`, also holds that table
   // against other writers until it ends (a failure answers as the begin's).
   bool Begin(std::string_view lock_table = {});
+  // The same holding several tables, locked in the order given: callers
+  // that lock more than one table name them in one order, so that no two
+  // writers wait for each other.
+  bool Begin(std::initializer_list<std::string_view> lock_tables);
   data::Connection& conn() { return conn_; }
   // LOCAL_DB_DSN as read by Start or Open.
   const std::string& Dsn() const { return dsn_; }

@@ -55,6 +55,17 @@ void OverlappingPrimaries(data::Sql& sql, const RequestContext& ctx, const std::
       << " and (ED_YMD >= " << Quoted(start) << ")";
 }
 
+// Fails with "no such <what>: <value>" when `sql` (a select of `column`)
+// finds no row.
+Status MustExist(data::Connection& conn, const data::Sql& sql, const std::string& column, std::string_view what,
+                 const std::string& value) {
+  std::string ignored;
+  bool found = false;
+  if (Status s = data::SelectFirstValue(conn, sql, column, ignored, &found); !s.ok()) return s;
+  if (found) return Status::Ok();
+  return Status::Failure(std::string("no such ").append(what).append(": ").append(value), Status::kDbFailed);
+}
+
 }  // namespace
 
 bool IsCalendarDate(std::string_view ymd) {
@@ -125,6 +136,11 @@ Status funInsCirMember(const RequestContext& ctx, data::Connection& conn, const 
         << " SEC_KBN = " << Quoted(p[2]) << " where (SEC_CD = " << Quoted(p[0]) << ")"
         << " and (USER_ID = " << Quoted(p[1]) << ")";
   } else {
+    data::Sql section, user;
+    section << "select SEC_CD from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(p[0]);
+    user << "select USER_ID from " << Table(ctx.USR_MST) << " where USER_ID = " << Quoted(p[1]);
+    if (Status s = MustExist(conn, section, "SEC_CD", "section", p[0]); !s.ok()) return s;
+    if (Status s = MustExist(conn, user, "USER_ID", "user", p[1]); !s.ok()) return s;
     // The blanks inside the column list and before the first value are the
     // statement's own.
     sql << "insert into " << Table(ctx.SEC_MEM) << " (SEC_CD"
@@ -223,7 +239,10 @@ void RegistMember(RequestContext& ctx, const std::string& mode, const std::strin
     since_hms = ctx.session().Get(kMembersLoadedHms);
   }
 
-  if (!frame.Open() || !frame.Begin()) return;
+  // An add reads that its user and section exist: the user table is held
+  // against a user's delete (206), the section table against a group's
+  // delete (203), both of which lock the table first.
+  if (!frame.Open() || !(add ? frame.Begin({ctx.USR_MST, ctx.SEC_MST}) : frame.Begin())) return;
   data::Connection& conn = frame.conn();
   if (!since_ymd.empty() || !since_hms.empty()) {
     std::string changed;

@@ -36,6 +36,9 @@ Status funDelCirMember(const RequestContext& ctx, data::Connection& conn, const 
 // `already_primary` is set when another primary membership overlaps the
 // new period of a primary one; nothing is written then.
 Status funUpdAdmMember(const RequestContext& ctx, data::Connection& conn, const MemberParams& p, bool& already_primary);
+// A new row must name an existing section and user: otherwise it fails
+// with "no such section: X" or "no such user: X", as a foreign key would
+// refuse the insert.
 Status funInsCirMember(const RequestContext& ctx, data::Connection& conn, const MemberParams& p, bool& already_primary);
 // The next USER_SEQ of the section: max + 1, three digits ("001" first;
 // 1000 wraps to "000"); a maximum above 32766 fails as an overflow.

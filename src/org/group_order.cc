@@ -1,5 +1,6 @@
 #include "org/group_order.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <vector>
 
@@ -60,6 +61,14 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
     return true;
   };
   if (!frame.Step(ReadFailure(step), data::SelectRows(conn, range, {"SEC_CD", "SEC_SEQ"}, add, &step))) return;
+
+  // Two children of the parent stand at the two ends of their range; a
+  // group of another parent (or none) would take a sibling's order there.
+  for (const std::string* code : {&move_sec_cd, &target_sec_cd}) {
+    if (std::none_of(places.begin(), places.end(), [&](const Place& p) { return p.SEC_CD == *code; }))
+      return frame.Fail(std::string("ERROR:SQLEXEC").append("ChangeGroupDisp\r\nnot a child of ").append(joi_sec)
+                            .append(": ").append(*code));
+  }
 
   // The codes turn by one place; every SEC_SEQ stays where it is.
   if (!places.empty()) {

@@ -43,7 +43,7 @@ Status NextNumber(std::string_view routine, const std::string& max_text, size_t 
 }
 
 Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                        std::string& sec_tree, std::string& tree_nm, data::ReadStep* failed_step) {
+                        std::string& sec_tree, std::string& tree_nm, data::ReadStep* failed_step, bool* exists) {
   data::Sql sql;
   sql << "select SEC_TREE,TREE_NM"
       << " from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(sec_cd);
@@ -52,6 +52,7 @@ Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const
   Status s = data::SelectFirstRow(conn, sql, {"SEC_TREE", "TREE_NM"}, row, found, failed_step);
   sec_tree = row[0];
   tree_nm = row[1];
+  if (exists) *exists = found;
   return std::move(s).Prefixed("funGetUpperTree1");
 }
 

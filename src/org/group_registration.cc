@@ -224,7 +224,10 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
   std::string parent_tree, parent_tree_nm, stored_list;
-  if (add && !frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm))) return;
+  bool parent_exists = false;
+  if (add && !frame.Step("ERROR:DBSELECT",
+                         funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm, nullptr, &parent_exists)))
+    return;
   if (change || remove) {
     std::string ymd, hms, name;
     if (!frame.Step("ERROR:DBSELECT",
@@ -250,6 +253,14 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
     std::string has_children;
     if (!frame.Step("ERROR:SQLEXEC", funDelGroup(ctx, conn, sec_cd, has_children))) return;
   } else if (add) {
+    // Refused as a foreign key would refuse the insert: a group under no
+    // section would have a path to nowhere (and a freed code reused for it
+    // would make it its own parent). The parent was read under the lock a
+    // group's delete (203) takes too.
+    if (!parent_exists)
+      return frame.Fail("ERROR:SQLEXEC", Status::Failure(std::string("no such parent section: ").append(r.JOI_SEC), Status::kDbFailed)
+                                             .Prefixed("funInsGroup")
+                                             .Prefixed("RegistGroup"));
     if (!frame.Step("ERROR:SQLEXEC", funGetRespidx(ctx, conn, r.SEC_CD))) return;
     r.SEC_TREE = parent_tree + "/" + r.SEC_CD;
     if (!frame.Step("ERROR:SQLEXEC", Group_funNextSortidx(ctx, conn, r.JOI_SEC, r.SEC_SEQ)) ||

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <thread>
 
 #include "base/text.h"
 #include "support/db_fixture.h"
@@ -42,6 +43,8 @@ class Memberships : public orvane::testing::DbTest {
 };
 
 TEST_P(Memberships, AddNumbersPositionsAndAnExistingMemberOnlyChangesItsKind) {
+  Insert("T_SECTION", {{"SEC_CD", "0001"}});
+  for (const char* user : {"u1", "u2", "u3", "u4"}) Insert("T_USER", {{"USER_ID", user}});
   Member("T_SECMEMBER", {"0002", "u9", "1", "004", "01", "20200101", "20301231", "2", "20240301", "090000"});
   struct Case {
     const char* section;
@@ -68,6 +71,48 @@ TEST_P(Memberships, AddNumbersPositionsAndAnExistingMemberOnlyChangesItsKind) {
   EXPECT_EQ(Members("0001"),
             "u1:0:001:20240401:99999999:3:102030 u2:0:999:20240401:99999999:3:102030 "
             "u3:0:000:20240401:99999999:3:102030 u4:0:000:20240401:99999999:3:102030 ");
+}
+
+// A new membership names an existing section and user, as a foreign key
+// would have it; the refusal writes nothing.
+TEST_P(Memberships, AddOfAMissingUserOrSectionIsRefused) {
+  Insert("T_SECTION", {{"SEC_CD", "0001"}});
+  Insert("T_USER", {{"USER_ID", "u1"}});
+  Insert("T_SECTION_WORK", {{"SEC_CD", "0001"}});
+  struct Case {
+    const char* query;
+    const char* answer;
+  } cases[] = {
+      {"ReqNo=207&Group_cd=0001&User_cd=nobody", "ERROR:RECINSERTfunInsCirMember\r\nno such user: nobody"},
+      {"ReqNo=207&Group_cd=0001&User_cd=", "ERROR:RECINSERTfunInsCirMember\r\nno such user: "},
+      {"ReqNo=207&Group_cd=0009&User_cd=u1", "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009"},
+      {"ReqNo=207&Group_cd=0009&User_cd=nobody", "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009"},
+      {"ReqNo=207&DBFlg=1&Group_cd=0001&User_cd=u1", "ERROR:RECINSERTfunInsCirMember\r\nno such user: u1"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Request(c.query), c.answer) << c.query;
+    for (const char* table : {"T_SECMEMBER", "T_SECMEMBER_WORK"})
+      EXPECT_EQ(Rows(data::Sql() << "select count(*) as N from " << Table(table))[0][0], "0") << c.query;
+  }
+  EXPECT_EQ(Request("ReqNo=207&Group_cd=0001&User_cd=u1"), "OK");
+}
+
+// One administrator adds a user to a section while another deletes the
+// user: either the add finds the user gone, or the delete takes the new
+// membership with it. No membership of a missing user is left.
+TEST_P(Memberships, AnAddAndTheUsersDeleteAtOnceLeaveNoOrphan) {
+  Insert("T_SECTION_WORK", {{"SEC_CD", "0001"}});
+  for (int round = 0; round < 10; ++round) {
+    Insert("T_USER_WORK", {{"USER_ID", "v"}});
+    std::string add, remove;
+    std::thread adding([&] { add = Request("ReqNo=207&DBFlg=1&Group_cd=0001&User_cd=v"); });
+    std::thread removing([&] { remove = Request("ReqNo=206&DBFlg=1&User_cd=v"); });
+    adding.join();
+    removing.join();
+    EXPECT_EQ(remove, "OK") << "round " << round;
+    EXPECT_TRUE(add == "OK" || add == "ERROR:RECINSERTfunInsCirMember\r\nno such user: v") << add;
+    EXPECT_EQ(Members("0001", "T_SECMEMBER_WORK"), "") << "round " << round;
+  }
 }
 
 TEST_P(Memberships, ChangeGuardsTheOnePrimaryAndItsDates) {

@@ -97,6 +97,32 @@ TEST_P(GroupChanges, AddNumbersCodesAndOrdersAndBuildsBothPaths) {
   EXPECT_EQ(Sec("0000", "T_SECTION_WORK"), "0002|005|0000/0002/0000|/ 総務部 / y|3");
 }
 
+// A group hangs under an existing section: anything else is refused as a
+// foreign key would refuse the insert, and nothing is written.
+TEST_P(GroupChanges, AddUnderAMissingParentIsRefused) {
+  EXPECT_EQ(Request("ReqNo=203&Group_cd=0111"), "OK");  // a parent just deleted
+  const std::string live = All(), work = All("T_SECTION_WORK");
+  struct Case {
+    const char* query;
+    const char* parent;
+  } cases[] = {
+      {"ReqNo=201&Group_cd=0111&Group_nm=after", "0111"},
+      {"ReqNo=201&Group_cd=0999&Group_nm=x", "0999"},
+      {"ReqNo=201&Group_cd=9999&Group_nm=x", "9999"},  // the top's JOI_SEC is no section
+      {"ReqNo=201&Group_cd=&Group_nm=x", ""},
+      {"ReqNo=201&DBFlg=1&Group_cd=0005&Group_nm=x", "0005"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(Request(c.query),
+              std::string("ERROR:SQLEXECRegistGroup\r\nfunInsGroup\r\nno such parent section: ") + c.parent)
+        << c.query;
+  }
+  EXPECT_EQ(All(), live);
+  EXPECT_EQ(All("T_SECTION_WORK"), work);
+  EXPECT_EQ(Request("ReqNo=201&Group_cd=0011&Group_nm=after"), "OK");
+  EXPECT_EQ(Sec("0012"), "0011|001|0000/0001/0011/0012|/ 営業部 / 東京 / after|3");
+}
+
 TEST_P(GroupChanges, DepartmentCodesAndThePersonnelMode) {
   {
     ConfigFile config(ConfigPath());
@@ -266,6 +292,28 @@ TEST_P(GroupChanges, ReorderTurnsTheRangeByOnePlace) {
   EXPECT_EQ(Request("ReqNo=210&Group_cd1=0302&Group_cd2=0303&Group_cd3=0002"), "OK");
   EXPECT_EQ(Request("ReqNo=210&Group_cd1=0302&Group_cd2=0399&Group_cd3=0002"), "ERROR:DBFETCH");
   EXPECT_EQ(orders(), "0301:001:3 0302:002:3 0303:002:3 0304:004:3 0305:005:3 ");
+}
+
+// The moved group and the target must both be children of the given
+// parent: a group of another family would take a sibling's order.
+TEST_P(GroupChanges, ReorderOfGroupsThatAreNotSiblingsIsRefused) {
+  Exec(data::Sql() << "update " << Table("T_SECTION_WORK") << " set UPD_KBN = '1' where SEC_CD = '0002'");
+  const std::string live = All(), work = All("T_SECTION_WORK");
+  struct Case {
+    const char* query;
+    const char* answer;
+  } cases[] = {
+      {"ReqNo=210&Group_cd1=0011&Group_cd2=0002&Group_cd3=0000", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
+      {"ReqNo=210&Group_cd1=0002&Group_cd2=0011&Group_cd3=0000", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
+      {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=0001", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0001: 0001"},
+      {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of : 0001"},
+      // On the work tables a deleted group is no child.
+      {"ReqNo=210&DBFlg=1&Group_cd1=0001&Group_cd2=0002&Group_cd3=0000",
+       "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0002"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Request(c.query), c.answer) << c.query;
+  EXPECT_EQ(All(), live);
+  EXPECT_EQ(All("T_SECTION_WORK"), work);
 }
 
 TEST_P(GroupChanges, TheDrawnTreeFollowsLiveChangesOnly) {
