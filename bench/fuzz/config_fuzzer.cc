@@ -30,6 +30,7 @@
 #include <string_view>
 
 #include "dispatch/config.h"
+#include "temp_folder.h"
 
 namespace {
 
@@ -103,13 +104,7 @@ struct Folder {
 Folder& Setup() {
   static Folder* f = [] {
     auto* folder = new Folder;
-    // On disk, where the server's own file is.
-    static std::string dir = fs::temp_directory_path().string() + "/orvane-config-fuzz-XXXXXX";
-    if (!::mkdtemp(dir.data())) std::abort();
-    std::atexit([] {
-      std::error_code ignored;
-      fs::remove_all(dir, ignored);
-    });
+    const std::string dir = orvane::bench::TempFolder("orvane-config-fuzz");
     folder->dir = dir;
     folder->path = dir + "/ORVANE.ini";
     folder->config = new orvane::ConfigFile(folder->path);

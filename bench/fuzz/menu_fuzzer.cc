@@ -35,6 +35,7 @@
 #include "dispatch/request_fields.h"
 #include "dispatch/session.h"
 #include "requests/web_class.h"
+#include "temp_folder.h"
 
 namespace {
 
@@ -140,12 +141,7 @@ struct Folder {
 Folder& Setup() {
   static Folder* f = [] {
     auto* folder = new Folder;
-    static std::string dir = fs::temp_directory_path().string() + "/orvane-menu-fuzz-XXXXXX";
-    if (!::mkdtemp(dir.data())) std::abort();
-    std::atexit([] {
-      std::error_code ignored;
-      fs::remove_all(dir, ignored);
-    });
+    const std::string dir = orvane::bench::TempFolder("orvane-menu-fuzz");
     folder->dir = dir;
     return folder;
   }();

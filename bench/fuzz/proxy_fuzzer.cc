@@ -42,6 +42,7 @@
 #include "dispatch/config.h"
 #include "dispatch/request_context.h"
 #include "dispatch/session.h"
+#include "temp_folder.h"
 
 namespace {
 
@@ -139,12 +140,7 @@ struct Installation {
 Installation& Setup() {
   static Installation* in = [] {
     auto* i = new Installation;
-    static std::string dir = fs::temp_directory_path().string() + "/orvane-proxy-fuzz-XXXXXX";
-    if (!::mkdtemp(dir.data())) std::abort();
-    std::atexit([] {
-      std::error_code ignored;
-      fs::remove_all(dir, ignored);
-    });
+    const std::string dir = orvane::bench::TempFolder("orvane-proxy-fuzz");
     i->dir = dir;
     std::ofstream(dir + "/ORVANE.ini")
         << "LOCAL_DB_DSN=orvane_fuzz\nML_MODE=2\nML_ISLOCAL=False\nML_SERVER=example.jp\nML_SERVERIP=127.0.0.1\n"

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "base/text.h"
-#include "data/demo_data.h"
 #include "server/charset.h"
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
@@ -25,10 +24,7 @@ class ShiftJisEdge : public testing::DbTest {
   void SetUp() override {
     DbTest::SetUp();
     if (IsSkipped()) return;
-    data::Connection conn;
-    ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
-    ASSERT_TRUE(data::InsertDemoData(conn, clock()).ok());
-    ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+    InsertDemo();
   }
   // Logs in as the demo administrator; the session cookie to send.
   static std::string LogIn(httplib::Client& client) {

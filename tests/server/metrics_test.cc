@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "base/text.h"
-#include "data/demo_data.h"
 #include "server/metrics.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
@@ -23,10 +22,7 @@ class MetricsEndpoint : public testing::DbTest {
     if (IsSkipped()) return;
     peer_ = std::make_unique<testing::ExeProxyPeer>(dir().File("mail"), dir().File("mail") + "\\");
     WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer_->Port() + "\n");
-    data::Connection conn;
-    ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
-    ASSERT_TRUE(data::InsertDemoData(conn, clock()).ok());
-    ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+    InsertDemo();
   }
   std::unique_ptr<testing::ExeProxyPeer> peer_;
 };

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <thread>
 
-#include "data/demo_data.h"
 #include "support/binary.h"
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
@@ -62,10 +61,7 @@ class Https : public testing::DbTest {
   void SetUp() override {
     DbTest::SetUp();
     if (IsSkipped()) return;
-    data::Connection conn;
-    ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
-    ASSERT_TRUE(data::InsertDemoData(conn, clock()).ok());
-    ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+    InsertDemo();
   }
   Certificate tls;
 };

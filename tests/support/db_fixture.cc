@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "data/demo_data.h"
 #include "data/physical_connection.h"
 #include "data/schema.h"
 #include "dispatch/request_context.h"
@@ -125,6 +126,13 @@ void DbTest::Insert(std::string_view table, const Row& row) {
   sql << ") values (";
   for (size_t i = 0; i < row.size(); ++i) (i ? sql << "," : sql) << data::Quoted(row[i].second);
   Exec(sql << ")");
+}
+
+void DbTest::InsertDemo() {
+  data::Connection conn;
+  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+  ASSERT_TRUE(data::InsertDemoData(conn, clock()).ok());
+  ASSERT_TRUE(data::Com_funDbClose(conn).ok());
 }
 
 Cells DbTest::Rows(const data::Sql& sql) {

@@ -60,6 +60,8 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   void Exec(const data::Sql& sql);
   // insert into table (columns...) values ('values'...)
   void Insert(std::string_view table, const Row& row);
+  // The demo organisation of `init-db --demo` (administrator admin/admin).
+  void InsertDemo();
   // The result's rows, each with its columns in statement order.
   Cells Rows(const data::Sql& sql);
 
