@@ -15,7 +15,8 @@ dir="${2:-/tmp/orvane-bench}"
 port=18088
 [ -f "$dir/large.db" ] || { echo "page_memory: no $dir/large.db: run read_bench first" >&2; exit 2; }
 
-"$binary" serve --config "$dir/large.ini" --listen "127.0.0.1:$port" --threads 8 2>/dev/null &
+# Queries open to all: the pages are read without logging in.
+"$binary" serve --config "$dir/large.ini" --listen "127.0.0.1:$port" --threads 8 --allow-anonymous-reads 2>/dev/null &
 server=$!
 trap 'kill "$server" 2>/dev/null || true' EXIT
 for _ in $(seq 1 100); do
