@@ -70,6 +70,9 @@ Sql& Sql::operator<<(TablePiece piece) {
 }
 
 Sql& Sql::operator<<(QuotedPiece piece) {
+  // A text column ends a value at a NUL byte (the drivers pass C strings):
+  // stored, the value would be cut short and every path built from it with it.
+  if (piece.value.find('\0') != std::string_view::npos) Refuse("a value holds a NUL byte");
   pieces_.push_back({Kind::kQuoted, std::string(piece.value), {}});
   return *this;
 }

@@ -40,6 +40,8 @@ TEST(Sql, RefusesPiecesThatCouldChangeTheStatement) {
       {Sql() << "select " << Concat({"'a'b'"}), "not a column or plain literal: \"'a'b'\""},
       {Sql() << "where X = " << Number("1 or 1=1"), "not a number: \"1 or 1=1\""},
       {Sql() << "where X = " << Number(""), "not a number: \"\""},
+      // Text columns end a value at a NUL byte: stored, it would be cut short.
+      {Sql() << "where X = " << Quoted(std::string("a\0b", 3)), "a value holds a NUL byte"},
   };
   for (const Case& c : cases) {
     EXPECT_FALSE(c.sql.Valid()) << c.sql.Render();
