@@ -274,11 +274,7 @@ void EdgeServer::Dispatch(int fd) {
   Job job{std::move(conns_.at(fd)), {}};
   conns_.erase(fd);
   size_t size = job.conn->head.head_bytes + job.conn->head.body_bytes;
-  // Answers go out uncompressed: the packaged httplib compresses with brotli
-  // at its slowest level, seconds for the drawn tree, and on loopback or a
-  // LAN the bytes cost less than that (a proxy in front may compress).
-  job.request = WithoutHeader(std::string_view(job.conn->in).substr(0, size), job.conn->head.head_bytes,
-                              "Accept-Encoding");
+  job.request = ForUncompressedAnswer(std::string_view(job.conn->in).substr(0, size), job.conn->head.head_bytes);
   job.conn->in.erase(0, size);  // what follows is the next request's
   if (job.conn->in.capacity() > 65536) job.conn->in.shrink_to_fit();
   {

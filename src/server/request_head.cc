@@ -85,7 +85,8 @@ HeadScan ScanHead(std::string_view in, const EdgeLimits& limits) {
   return scan;
 }
 
-std::string WithoutHeader(std::string_view request, size_t head_bytes, std::string_view name) {
+std::string ForUncompressedAnswer(std::string_view request, size_t head_bytes) {
+  constexpr std::string_view name = "Accept-Encoding";
   std::string out;
   out.reserve(request.size());
   for (size_t pos = 0; pos < head_bytes;) {

@@ -24,8 +24,11 @@ struct HeadScan {
 HeadScan ScanHead(std::string_view in, const EdgeLimits& limits);
 
 // The complete request `request` (its head `head_bytes` long, as ScanHead
-// found it) without the header lines named `name`.
-std::string WithoutHeader(std::string_view request, size_t head_bytes, std::string_view name);
+// found it) without its Accept-Encoding lines. Answers go out uncompressed:
+// the packaged httplib compresses with brotli at its slowest level, seconds
+// for the drawn tree, and on loopback or a LAN the bytes cost less than
+// that (a proxy in front may compress).
+std::string ForUncompressedAnswer(std::string_view request, size_t head_bytes);
 // The reason phrase (and body) of a status the edge answers itself.
 const char* RefusalReason(int status);
 
