@@ -24,6 +24,8 @@ ML_SERVER=demo.example.jp
 ML_SERVERIP=127.0.0.1
 ML_EXEPROXY_PORT=5300
 ML_EXEPROXY_TIMEOUT=10
+# ML_FOLDER is the demo's mail server: its lists, and its tools adduser.exe
+# and addalias.exe (links to scripts/demo-mail-tool) with their state.
 ML_FOLDER=$dir/mail
 ML_READ_ATTACH_PATH=$dir/attach/read
 ML_SEND_ATTACH_PATH=$dir/attach/send
