@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -188,6 +189,33 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
     EXPECT_EQ(demo.Mail("Lists/sales-west/users.lst"), s.list);
     EXPECT_EQ(demo.Mail("Lists/sales-west/users.txt"), s.list);
   }
+}
+
+TEST(DemoMail, AnAliasTheMailServerGaveElsewhereUndoesTheNewAccountAndTheUser) {
+  DemoInstallation demo;
+  ASSERT_EQ(demo.Orvane("init-db --demo").first, 0);
+  std::ofstream(demo.File("mail/aliases")) << "taken\tsomeone@demo.example.jp\n";
+  // Sent without the old mail values: the mode table creates the account.
+  EXPECT_EQ(
+      demo.Orvane("request --user admin '" +
+                  Query({{"ReqNo", "204"},
+                         {"User_cd", "mori"},
+                         {"User_KJ", "森"},
+                         {"User_KN", "モリ"},
+                         {"User_PS", "pw"},
+                         {"Mail_AD", "taken"},
+                         {"Mail_FL", "1"},
+                         {"Mail_UFL", "1"}}) +
+                  "'"),
+      std::pair(0, std::string("ERROR:ADDMAILALIASERROR: alias exists: taken delivers to someone@demo.example.jp\n")));
+  EXPECT_EQ(
+      demo.Mail("tools.log"),
+      "adduser.exe -u mori -p *** => OK: account mori added\n"
+      "addalias.exe -a taken=mori@demo.example.jp => ERROR: alias exists: taken delivers to someone@demo.example.jp\n"
+      "adduser.exe -kill -u mori => OK: account mori deleted\n");
+  EXPECT_EQ(demo.Mail("accounts"), "");
+  EXPECT_EQ(demo.Mail("aliases"), "taken\tsomeone@demo.example.jp\n");
+  EXPECT_EQ(demo.Orvane("request --user admin 'ReqNo=106&User_cd=mori'"), std::pair(0, std::string(",,,,,,,,,,,")));
 }
 
 TEST(DemoMail, ToolsAnswerAsAMailServerDoes) {
