@@ -1,9 +1,13 @@
 # Writes a demo installation into a folder: ORVANE.ini, odbc.ini (an SQLite
-# data source), menuinfo.csv and the mail server's list folders. Used by
-# scripts/demo (folder var/) and the browser tests (a temporary folder).
-# Sourced, not run. Leaves files that exist alone.
+# data source), menuinfo.csv and the mail server's folder (mail/: its list
+# folders, and its account and alias tools, links to scripts/demo-mail-tool
+# that keep their state beside them). Used by scripts/demo (folder var/), the
+# browser tests and the demo mail test (a temporary folder). Sourced, not
+# run. Leaves files that exist alone.
 #
 #   write_demo_installation DIR [DSN]
+ORVANE_DEMO_MAIL_TOOL="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/demo-mail-tool"
+
 write_demo_installation() {
   local dir="$1" dsn="${2:-orvane_demo}"
   mkdir -p "$dir/mail/Lists"
@@ -20,6 +24,8 @@ ML_SERVER=demo.example.jp
 ML_SERVERIP=127.0.0.1
 ML_EXEPROXY_PORT=5300
 ML_EXEPROXY_TIMEOUT=10
+# ML_FOLDER is the demo's mail server: its lists, and its tools adduser.exe
+# and addalias.exe (links to scripts/demo-mail-tool) with their state.
 ML_FOLDER=$dir/mail
 ML_READ_ATTACH_PATH=$dir/attach/read
 ML_SEND_ATTACH_PATH=$dir/attach/send
@@ -54,9 +60,17 @@ INI
 50,管理者メニュー,1
 CSV
   fi
+  # sales-west belongs to no section yet: a list to give one.
   local list
-  for list in sales-east general; do
+  for list in sales-east sales-west general; do
     mkdir -p "$dir/mail/Lists/$list"
     touch "$dir/mail/Lists/$list/users.lst" "$dir/mail/Lists/$list/users.txt"
+  done
+  # The command lines run ML_FOLDER/adduser.exe and ML_FOLDER/addalias.exe.
+  local tool
+  for tool in adduser.exe addalias.exe; do
+    if [ ! -e "$dir/mail/$tool" ] && [ ! -L "$dir/mail/$tool" ]; then
+      ln -s "$ORVANE_DEMO_MAIL_TOOL" "$dir/mail/$tool"
+    fi
   done
 }
