@@ -269,9 +269,12 @@ export class UsersScreen {
     const f = this.fields();
     if (!f.User_cd) return showProblem(t('users.idRequired'));
     const creating = !this.user;
-    // What the mail server knew before: nothing for a new user.
+    // What the mail server knew before: no alias for a new user. Its old
+    // mail-use flag repeats the new one: the account mode table answers
+    // "old equals new" with the update flag itself (create), while old "0"
+    // with new "1" would send a delete.
     const old = creating
-      ? { OldMail_UFL: '0', OldAlias: '', OldAlias_FL: '0' }
+      ? { OldMail_UFL: f.Mail_UFL, OldAlias: '', OldAlias_FL: '0' }
       : { OldMail_UFL: this.user.mailuse, OldAlias: this.user.mail, OldAlias_FL: this.user.alias };
     const done = await guarded(() => api.request(creating ? '204' : '205', { ...f, ...old }));
     if (done === undefined) return;  // the form keeps what was typed
