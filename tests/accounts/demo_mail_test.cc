@@ -113,9 +113,12 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
     f.insert(f.end(), old.begin(), old.end());
     return Query(f);
   };
-  // As the user page sends them: a new user's mail server knew nothing.
-  const std::vector<std::pair<std::string, std::string>> fresh = {
-      {"OldMail_UFL", "0"}, {"OldAlias", ""}, {"OldAlias_FL", "0"}};
+  // As the user page sends them: a new user has no alias yet, and its old
+  // mail-use flag repeats the new one.
+  auto fresh = [](const char* use_mail) {
+    return std::vector<std::pair<std::string, std::string>>{
+        {"OldMail_UFL", use_mail}, {"OldAlias", ""}, {"OldAlias_FL", "0"}};
+  };
   struct Step {
     const char* what;
     std::vector<std::string> queries;
@@ -125,18 +128,18 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
     std::string list;  // sales-west's users.lst and users.txt
   };
   const Step steps[] = {
-      {"204 with mail and an alias: the mode table sends a delete for mail switched on",
-       {user("204", "kimura", "pw-1", "jiro", "1", fresh)},
-       "adduser.exe -kill -u kimura => OK: no account kimura\n"
+      {"204 with mail and an alias: the account and the alias are made",
+       {user("204", "kimura", "pw-1", "jiro", "1", fresh("1"))},
+       "adduser.exe -u kimura -p *** => OK: account kimura added\n"
        "addalias.exe -a jiro=kimura@demo.example.jp => alias jiro added\n",
-       "",
+       kimura + Sha256Hex("pw-1") + "\n",
        "jiro\tkimura@demo.example.jp\n",
-       false,
+       true,
        ""},
-      {"205 with a new password and another alias: the change makes the account",
+      {"205 with a new password and another alias",
        {user("205", "kimura", "pw-2", "kjiro", "1",
              {{"OldMail_UFL", "1"}, {"OldAlias", "jiro"}, {"OldAlias_FL", "1"}})},
-       "adduser.exe -m -u kimura -p *** => OK: account kimura added\n"
+       "adduser.exe -m -u kimura -p *** => OK: account kimura changed\n"
        "addalias.exe -d jiro => alias jiro deleted\n"
        "addalias.exe -a kjiro=kimura@demo.example.jp => alias kjiro added\n",
        kimura + Sha256Hex("pw-2") + "\n",
@@ -171,7 +174,7 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
        false,
        list},
       {"204, 205 and 206 without mail ask the mail server nothing",
-       {user("204", "ono", "pw-3", "ono", "0", fresh),
+       {user("204", "ono", "pw-3", "ono", "0", fresh("0")),
         user("205", "ono", "pw-4", "ono", "0", {{"OldMail_UFL", "0"}, {"OldAlias", "ono"}, {"OldAlias_FL", "0"}}),
         Query({{"ReqNo", "206"}, {"User_cd", "ono"}, {"Mail_UFL", "0"}})},
        "",
