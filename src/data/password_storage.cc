@@ -121,8 +121,7 @@ Status ChoosePasswordMode(Connection& conn, bool plain_requested, ModeChoice& ch
   if (choice.was_recorded) {
     Com_funRollbackTrans(conn).IgnoreError();  // read only
     if (plain_requested && choice.mode == PasswordMode::kArgon2id)
-      return Status::Failure(std::string(kRoutine) +
-                             "\r\nthe database keeps argon2id hashes; they cannot be turned back into plain passwords");
+      return Status::Failure("the database keeps argon2id hashes, which cannot be turned back into plain passwords");
     return Status::Ok();
   }
   long users = 0;
