@@ -9,6 +9,7 @@
 #include "data/sql.h"
 #include "support/binary.h"
 #include "support/db_fixture.h"
+#include "support/exe_proxy_peer.h"
 #include "support/http_fixture.h"
 
 namespace orvane {
@@ -26,7 +27,7 @@ class PasswordModes : public DbTest {
  protected:
   void SetUp() override {
     DbTest::SetUp();
-    WriteConfig("ML_MODE=0\n");  // no mail server: the rows are the point here
+    WriteConfig("ML_MODE=0\n");  // no mail server unless a case says so: the rows are the point
   }
   // PASSWORD and PASSWORD_YMD of the user row, GEN01_PASS of T_PASSGEN.
   std::vector<std::string> Stored(const std::string& id) {
@@ -127,6 +128,34 @@ TEST_P(PasswordModes, Argon2idStoresHashesChecksThemInTheServerAndAnswersNoPassw
   EXPECT_EQ(login("kimura", "new,pw"), "OK");
   EXPECT_EQ(login("kimura", "pw-kimura"), "ERROR:LOGIN");
   EXPECT_EQ(server.Log().find("new,pw"), std::string::npos);
+}
+
+// The mail server still gets a typed password in clear; a change that
+// keeps the stored password tells the account nothing.
+TEST_P(PasswordModes, TheMailServerGetsTypedPasswordsAndNothingWhenOneIsKept) {
+  ASSERT_EQ(RunBinary("init-db --demo --config " + ConfigPath()).first, 0);
+  const std::string mail = dir().File("mail");
+  testing::ExeProxyPeer peer(mail, mail + "\\");
+  peer.QueueSpexeReplies(std::vector<std::string>(10, "OK: deleted added"));
+  WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  LiveServer server(ConfigPath(), clock());
+  auto client = server.Client();
+  auto [ok, cookie] = Post(client, "/login", "User_cd=admin&User_PS=admin");
+  ASSERT_EQ(ok, "OK");
+  auto spexe = [&](const std::string& command) { return "SPEXE " + mail + "\\" + command + "\r\nQUIT\r\n"; };
+  struct Step {
+    std::string form;
+    std::vector<std::string> sent;
+  } steps[] = {
+      {"ReqNo=204&User_cd=kimura&User_PS=pw1&Mail_UFL=1", {spexe("adduser.exe -u kimura -p pw1")}},
+      {"ReqNo=205&User_cd=kimura&User_PS=&Mail_UFL=1&OldMail_UFL=1", {}},
+      {"ReqNo=205&User_cd=kimura&User_PS=pw2&Mail_UFL=1&OldMail_UFL=1", {spexe("adduser.exe -m kimura -p pw2")}},
+  };
+  for (const Step& s : steps) {
+    EXPECT_EQ(Post(client, "/orvane", s.form, cookie).first, "OK") << s.form;
+    EXPECT_EQ(peer.Transcripts(), s.sent) << s.form;
+  }
+  EXPECT_TRUE(VerifyPassword(Stored("kimura")[0], "pw2"));
 }
 
 // In the plain mode (no mode recorded, as every database before) the
