@@ -30,7 +30,10 @@ int RunPasswords(const PasswordsOptions& o) {
   if (conn.IsOpen()) data::Com_funDbClose(conn).IgnoreError();
   data::ClosePooledConnections();
   if (!status.ok()) {
-    std::cerr << "orvane passwords: nothing changed: " << status.trail() << "\n";
+    // Without the statement: it would show a password in clear.
+    std::string trail = status.trail();
+    trail = trail.substr(0, trail.find("<BR><BR>SQL : "));
+    std::cerr << "orvane passwords: nothing changed: " << trail << "\n";
     return 1;
   }
   long total = 0;
