@@ -83,8 +83,8 @@ Status HoldsMenuRight(data::Connection& conn, const std::string& user_id, const 
   holds = false;
   if (!IsMenuColumn(column)) return Status::Ok();  // no such right: nobody holds it
   data::Sql sql;
-  sql << "select " << data::Identifier(column) << " from " << Table("MENU_USER")
-      << " where USER_ID = " << Quoted(user_id);
+  sql << "select " << data::Identifier(column) << " from " << Table("MENU_USER") << " where USER_ID = "
+      << Quoted(user_id);
   std::string value;
   bool found = false;
   Status s = data::SelectFirstValue(conn, sql, column, value, &found);
@@ -95,7 +95,8 @@ Status HoldsMenuRight(data::Connection& conn, const std::string& user_id, const 
 }  // namespace
 
 LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
-                   const std::string& password, const std::string& admin_column, Session& session, std::string& error) {
+                   const std::string& password, const std::string& admin_column, Session& session,
+                   std::string& error) {
   std::string dsn;
   if (!config.ComIniFileLoad("LOCAL_DB_DSN", dsn).ok()) return LoginOutcome::kNoConfig;
   // An empty id is no user and an empty password no password, whatever

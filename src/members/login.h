@@ -66,7 +66,8 @@ enum class LoginOutcome {
 // `admin_column` in it (MENU50 holding "50"). `error` gets the database's
 // error text for the failures.
 LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
-                   const std::string& password, const std::string& admin_column, Session& session, std::string& error);
+                   const std::string& password, const std::string& admin_column, Session& session,
+                   std::string& error);
 
 // The answer text for an outcome: "OK", "ERROR:LOGIN", ...
 const char* LoginAnswer(LoginOutcome outcome);
