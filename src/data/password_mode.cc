@@ -13,12 +13,18 @@ Status ReadPasswordMode(Connection& conn, PasswordMode& mode, bool* recorded) {
   constexpr char kRoutine[] = "ReadPasswordMode";
   mode = PasswordMode::kPlain;
   if (recorded) *recorded = false;
-  Sql sql;
-  sql << "select SETTING_VALUE from " << Table(kSettingTable) << " where SETTING_KEY = " << Quoted(kPasswordModeKey);
   Diagnostic d;
-  if (!CheckStatement(conn, sql, d)) return DbFailure(kRoutine, d, sql.Render());
+  if (!conn.IsOpen()) return DbFailure(kRoutine, NotOpen());
   ConnectionImpl& impl = *conn.impl();
   PhysicalConnection& phys = impl.phys();
+  Sql sql;
+  sql << "select SETTING_VALUE from " << Table(kSettingTable) << " where SETTING_KEY = " << Quoted(kPasswordModeKey);
+  // A transaction that stores a password holds the row until it ends, so
+  // the conversion (which changes the row first) waits for it, and it for
+  // the conversion: no value in clear lands behind a conversion. SQLite's
+  // writers are serialised by BEGIN IMMEDIATE already.
+  if (phys.in_transaction() && phys.dialect().kind() == Dialect::Kind::kPostgres) sql << " for share";
+  if (!CheckStatement(conn, sql, d)) return DbFailure(kRoutine, d, sql.Render());
   // Straight to the driver, past the routines' failure hooks: the tests
   // that make the Nth statement of an operation fail count the system's
   // statements, and this read is not one of them.
@@ -55,13 +61,22 @@ Status ReadPasswordMode(Connection& conn, PasswordMode& mode, bool* recorded) {
 }
 
 Status WritePasswordMode(Connection& conn, PasswordMode mode) {
-  Sql remove;
-  remove << "delete from " << Table(kSettingTable) << " where SETTING_KEY = " << Quoted(kPasswordModeKey);
-  if (Status s = Com_funExecsql(conn, remove); !s.ok()) return std::move(s).Prefixed("WritePasswordMode");
-  Sql insert;
-  insert << "insert into " << Table(kSettingTable) << " (SETTING_KEY, SETTING_VALUE) values ("
-         << Quoted(kPasswordModeKey) << ", " << Quoted(PasswordModeName(mode)) << ")";
-  return Com_funExecsql(conn, insert).Prefixed("WritePasswordMode");
+  constexpr char kRoutine[] = "WritePasswordMode";
+  // An update where the row exists: a reader waiting on the row then reads
+  // the new value (a deleted row would read as no mode at all).
+  PasswordMode current;
+  bool recorded = false;
+  if (Status s = ReadPasswordMode(conn, current, &recorded); !s.ok() && s.cause().sqlstate != "22023")
+    return std::move(s).Prefixed(kRoutine);
+  Sql sql;
+  if (recorded) {
+    sql << "update " << Table(kSettingTable) << " set SETTING_VALUE = " << Quoted(PasswordModeName(mode))
+        << " where SETTING_KEY = " << Quoted(kPasswordModeKey);
+  } else {
+    sql << "insert into " << Table(kSettingTable) << " (SETTING_KEY, SETTING_VALUE) values ("
+        << Quoted(kPasswordModeKey) << ", " << Quoted(PasswordModeName(mode)) << ")";
+  }
+  return Com_funExecsql(conn, sql).Prefixed(kRoutine);
 }
 
 }  // namespace orvane::data

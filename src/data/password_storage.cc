@@ -146,8 +146,11 @@ Status HashStoredPasswords(Connection& conn, std::vector<ConversionCount>& count
     Com_funRollbackTrans(conn).IgnoreError();  // the unit's own failure is the one to report
     return std::move(s).Prefixed(kRoutine);
   };
-  // Writers of users wait until the conversion is committed, so no new
-  // value in clear slips in behind the select.
+  // The mode row first: a transaction that read the old mode to store a
+  // password ends before this goes on, and one that reads it from now on
+  // waits and reads argon2id. Then writers of users wait until the
+  // conversion is committed, so no value in clear slips in behind the select.
+  if (Status s = WritePasswordMode(conn, PasswordMode::kArgon2id); !s.ok()) return fail(std::move(s));
   for (const char* table : kUserTables)
     if (Status s = LockTable(conn, table); !s.ok()) return fail(std::move(s));
   for (const char* table : kPassgenTables)
@@ -164,7 +167,6 @@ Status HashStoredPasswords(Connection& conn, std::vector<ConversionCount>& count
     if (Status s = Com_funExecsql(conn, update); !s.ok()) return fail(std::move(s));
     ++counts[item.table].converted;
   }
-  if (Status s = WritePasswordMode(conn, PasswordMode::kArgon2id); !s.ok()) return fail(std::move(s));
   return Com_funCommitTrans(conn).Prefixed(kRoutine);
 }
 

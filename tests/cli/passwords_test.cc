@@ -2,7 +2,11 @@
 // changes it, run as real processes against the fixture's data source.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "base/password_hash.h"
+#include "data/password_mode.h"
 #include "data/sql.h"
 #include "support/binary.h"
 #include "support/db_fixture.h"
@@ -110,6 +114,32 @@ TEST_P(PasswordCommands, AnExistingDatabaseStaysPlainUntilConvertedOnce) {
     EXPECT_EQ(rows[0][0], hashes[i]) << values[i].user;
   }
   EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()), std::pair(0, Ready()));
+}
+
+// A registration that read the plain mode before the conversion started
+// stores its password in clear; the conversion waits for it and converts
+// that value too, so nothing in clear is left behind.
+TEST_P(PasswordCommands, AConversionWaitsForAWriterThatReadThePlainMode) {
+  ASSERT_EQ(RunBinary("init-db --plain-passwords --config " + ConfigPath()).first, 0);
+  data::Connection conn;
+  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+  ASSERT_TRUE(data::Com_funBeginTrans(conn).ok());
+  data::PasswordMode mode = data::PasswordMode::kArgon2id;
+  ASSERT_TRUE(data::ReadPasswordMode(conn, mode).ok());
+  EXPECT_EQ(mode, data::PasswordMode::kPlain);
+  std::pair<int, std::string> converted;
+  std::thread conversion([&] { converted = RunBinary("passwords --hash --config " + ConfigPath()); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  ASSERT_TRUE(data::Com_funExecsql(conn, Sql() << "insert into " << Table("T_USER") << " (USER_ID, PASSWORD) values "
+                                               << "('late', 'late-pw')")
+                  .ok());
+  ASSERT_TRUE(data::Com_funCommitTrans(conn).ok());
+  ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+  conversion.join();
+  EXPECT_EQ(converted, std::pair(0, std::string("orvane passwords: converted 1 (T_USER 1, T_USER_WORK 0, "
+                                                "T_PASSGEN 0, T_PASSGEN_WORK 0); password mode argon2id\n")));
+  Cells stored = Rows(Sql() << "select PASSWORD from " << Table("T_USER"));
+  EXPECT_TRUE(VerifyPassword(stored[0][0], "late-pw")) << stored[0][0];
 }
 
 // A groupware table made with a password column too short for a hash is
