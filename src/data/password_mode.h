@@ -25,7 +25,8 @@ std::string_view PasswordModeName(PasswordMode mode);
 
 // The mode recorded on the database; kPlain when no row records one.
 // `recorded`, when given, tells whether a row did. Inside a transaction it
-// reads what that transaction sees. This is the server's own bookkeeping,
+// reads what that transaction sees, and on PostgreSQL holds the row
+// (FOR SHARE) until it ends. This is the server's own bookkeeping,
 // not a statement of the system's routines: the failure seam does not
 // count it. A failure (no settings table, an unknown value) has
 // "ReadPasswordMode" CR LF in front of its trail.
