@@ -43,7 +43,16 @@ unsigned ConcurrentHashLimit() {
   return limit;
 }
 
-bool IsPasswordHash(std::string_view stored) { return stored.starts_with(crypto_pwhash_argon2id_STRPREFIX); }
+bool IsPasswordHash(std::string_view stored) {
+  if (!stored.starts_with(crypto_pwhash_argon2id_STRPREFIX) || stored.size() >= crypto_pwhash_argon2id_STRBYTES)
+    return false;
+  // The library parses the parameters, salt and hash: a password that only
+  // begins like a hash is not one.
+  InitSodium();
+  char str[crypto_pwhash_argon2id_STRBYTES] = {};
+  std::memcpy(str, stored.data(), stored.size());
+  return crypto_pwhash_argon2id_str_needs_rehash(str, kHashPasses, kHashMemoryBytes) != -1;
+}
 
 Status HashPassword(std::string_view password, std::string& hash) {
   InitSodium();
@@ -59,7 +68,7 @@ Status HashPassword(std::string_view password, std::string& hash) {
 }
 
 bool VerifyPassword(std::string_view hash, std::string_view password) {
-  if (!IsPasswordHash(hash) || hash.size() >= crypto_pwhash_argon2id_STRBYTES) return false;
+  if (!IsPasswordHash(hash)) return false;
   InitSodium();
   char str[crypto_pwhash_argon2id_STRBYTES] = {};
   std::memcpy(str, hash.data(), hash.size());

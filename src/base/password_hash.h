@@ -19,8 +19,8 @@ inline constexpr unsigned long long kHashPasses = 2;
 // A column that holds a hash must take this many characters.
 inline constexpr size_t kPasswordHashMaxLength = 128;
 
-// Whether `stored` is an argon2id hash string ("$argon2id$..."), as opposed
-// to a password kept in clear.
+// Whether `stored` is a well-formed argon2id hash string ("$argon2id$v=19$
+// m=...,t=...,p=...$salt$hash"), as opposed to a password kept in clear.
 bool IsPasswordHash(std::string_view stored);
 
 // A fresh argon2id hash of `password` (random salt) in `hash`. Fails only

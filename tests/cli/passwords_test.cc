@@ -66,6 +66,7 @@ TEST_P(PasswordCommands, AnExistingDatabaseStaysPlainUntilConvertedOnce) {
   Insert("T_USER", {{"USER_ID", "u1"}, {"PASSWORD", "pw1"}});
   Insert("T_USER", {{"USER_ID", "u2"}, {"PASSWORD", "p,w 2"}});
   Insert("T_USER", {{"USER_ID", "u3"}, {"PASSWORD", ""}});
+  Insert("T_USER", {{"USER_ID", "u4"}, {"PASSWORD", "$argon2id$v=19$m=19456,t=2,p=1$only-looks-like-one"}});
   Insert("T_USER_WORK", {{"USER_ID", "w1"}, {"PASSWORD", "wpw"}});
   Insert("T_PASSGEN", {{"USER_ID", "u1"}, {"GEN01_PASS", "pw1"}, {"GEN02_PASS", "old1"}, {"GEN03_PASS", ""}});
   Insert("T_PASSGEN", {{"USER_ID", "u2"}, {"GEN01_PASS", "p,w 2"}});
@@ -76,7 +77,7 @@ TEST_P(PasswordCommands, AnExistingDatabaseStaysPlainUntilConvertedOnce) {
   EXPECT_EQ(Rows(Sql() << "select PASSWORD from " << Table("T_USER") << " where USER_ID = 'u1'"), (Cells{{"pw1"}}));
 
   EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()),
-            std::pair(0, std::string("orvane passwords: converted 6 (T_USER 2, T_USER_WORK 1, T_PASSGEN 3, "
+            std::pair(0, std::string("orvane passwords: converted 7 (T_USER 3, T_USER_WORK 1, T_PASSGEN 3, "
                                      "T_PASSGEN_WORK 0); password mode argon2id\n")));
   EXPECT_EQ(Mode(), "argon2id");
   struct Value {
@@ -85,10 +86,15 @@ TEST_P(PasswordCommands, AnExistingDatabaseStaysPlainUntilConvertedOnce) {
     const char* user;
     const char* password;  // "" : stays empty
   } values[] = {
-      {"T_USER", "PASSWORD", "u1", "pw1"},      {"T_USER", "PASSWORD", "u2", "p,w 2"},
-      {"T_USER", "PASSWORD", "u3", ""},         {"T_USER_WORK", "PASSWORD", "w1", "wpw"},
-      {"T_PASSGEN", "GEN01_PASS", "u1", "pw1"}, {"T_PASSGEN", "GEN02_PASS", "u1", "old1"},
-      {"T_PASSGEN", "GEN03_PASS", "u1", ""},    {"T_PASSGEN", "GEN01_PASS", "u2", "p,w 2"},
+      {"T_USER", "PASSWORD", "u1", "pw1"},
+      {"T_USER", "PASSWORD", "u2", "p,w 2"},
+      {"T_USER", "PASSWORD", "u3", ""},
+      {"T_USER", "PASSWORD", "u4", "$argon2id$v=19$m=19456,t=2,p=1$only-looks-like-one"},
+      {"T_USER_WORK", "PASSWORD", "w1", "wpw"},
+      {"T_PASSGEN", "GEN01_PASS", "u1", "pw1"},
+      {"T_PASSGEN", "GEN02_PASS", "u1", "old1"},
+      {"T_PASSGEN", "GEN03_PASS", "u1", ""},
+      {"T_PASSGEN", "GEN01_PASS", "u2", "p,w 2"},
   };
   std::vector<std::string> hashes;
   for (const Value& v : values) {
