@@ -10,6 +10,7 @@
 #include "accounts/section_mail_list.h"
 #include "accounts/user_storage.h"
 #include "base/text.h"
+#include "data/password_mode.h"
 #include "dispatch/required_keys.h"
 #include "dispatch/write_frame.h"
 #include "members/member_queries.h"
@@ -113,10 +114,17 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   if (Status s = members::Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s))
     return frame.Fail("ERROR:GETMAILINGLIST");
 
+  // How passwords are kept is read in the transaction that stores one.
+  data::PasswordMode passwords = data::PasswordMode::kPlain;
+  if (!remove) {
+    if (Status s = data::ReadPasswordMode(conn, passwords); frame.Failed(s)) return frame.Fail(StorageCode(flag), s);
+  }
+  const bool hashed = passwords == data::PasswordMode::kArgon2id;
+
   Refusal refusal = Refusal::kNone;
   Status stored = remove   ? funDelUser(ctx, conn, user_cd, refusal)
-                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), refusal)
-                           : funInsUser(ctx, conn, u, frame.stamp(), refusal);
+                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), refusal, passwords)
+                           : funInsUser(ctx, conn, u, frame.stamp(), refusal, passwords);
   if (frame.Failed(stored)) {
     if (refusal == Refusal::kAnswered) return frame.Fail("");  // the missing key's code stands
     if (refusal == Refusal::kDuplicate) return frame.Fail("ERROR:" + stored.trail());
@@ -125,7 +133,11 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
 
   if (mail_server && !ctx.WorkTables()) {
     const std::string folder = ToolFolder(mail_keys[0]);
-    if (std::string mode = AccountMode(flag, old.MAIL_USE_FLG, mail_ufl); !mode.empty()) {
+    std::string mode = AccountMode(flag, old.MAIL_USE_FLG, mail_ufl);
+    // A change that keeps the stored password (hashes, none typed) has no
+    // new password to give the account: its mail password stays too.
+    if (hashed && mode == "2" && user_ps.empty()) mode.clear();
+    if (!mode.empty()) {
       std::string output;
       if (!frame.Step("ERROR:ADDMAILUSER", funAdmMailMember(ctx, mode, folder, u, output))) return;
     }
@@ -154,10 +166,11 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
     }
   }
   // The rows are committed: the logged-in user's session follows them.
+  // With hashes stored the session keeps no password.
   if ((add || change) && ctx.session().Get("PUB_USR_ID") == user_cd) {
-    ctx.session().Set("PUB_USR_PW", user_ps);
+    if (!hashed) ctx.session().Set("PUB_USR_PW", user_ps);
     ctx.session().Set("PUB_MAIL", mail_ad);
-    ctx.session().Set("PUB_MAIL_USR_PW", user_ps);
+    if (!hashed) ctx.session().Set("PUB_MAIL_USR_PW", user_ps);
   }
   frame.Finish();
 }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "accounts/file_system.h"
+#include "base/password_hash.h"
 #include "base/text.h"
 #include "dispatch/required_keys.h"
 
@@ -128,14 +129,25 @@ data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std:
   return sql;
 }
 
-data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const WriteFrame::Stamp& stamp) {
+// The password as the rows keep it: in clear in the plain password mode,
+// else its argon2id hash (an empty one stays empty: no password to check).
+Status StoredPassword(const std::string& password, data::PasswordMode passwords, std::string& stored) {
+  if (passwords == data::PasswordMode::kPlain || password.empty()) {
+    stored = password;
+    return Status::Ok();
+  }
+  return HashPassword(password, stored);
+}
+
+data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const std::string& password,
+                           const WriteFrame::Stamp& stamp) {
   data::Sql sql;
   sql << "insert into " << Table("T_PASSGEN" + ctx.table_suffix) << " (USER_ID";
   for (int g = 1; g <= 10; ++g) {
     std::string gen = (g < 10 ? "GEN0" : "GEN") + std::to_string(g);
     sql << " ," << Identifier(gen + "_PASS") << " ," << Identifier(gen + "_YMD") << " ," << Identifier(gen + "_USR");
   }
-  sql << ") values (  " << Quoted(u[kUserId]) << " ," << Quoted(u[kPassword]) << " ," << Quoted(stamp.ymd) << " ,"
+  sql << ") values (  " << Quoted(u[kUserId]) << " ," << Quoted(password) << " ," << Quoted(stamp.ymd) << " ,"
       << Quoted(stamp.usr);
   // The nine older generations start empty.
   for (int i = 0; i < 27; ++i) sql << " ," << Quoted("");
@@ -146,7 +158,7 @@ data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const W
 }  // namespace
 
 Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const WriteFrame::Stamp& stamp,
-                  Refusal& refusal) {
+                  Refusal& refusal, data::PasswordMode passwords) {
   constexpr char kName[] = "funInsUser";
   refusal = Refusal::kNone;
   std::string dairi;
@@ -164,17 +176,19 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
   }
 
   const std::string upd_kbn = UpdKbn(ctx, u);
+  std::string password;
+  if (Status s = StoredPassword(u[kPassword], passwords, password); !s.ok()) return std::move(s).From(kName);
   data::Sql user;
   user << "insert into " << Table(ctx.USR_MST)
        << " (USER_ID ,NAME_KJ ,NAME_KN ,PASSWORD ,PASSWORD_YMD ,MAIL ,IMAIL_FLG ,MAIL_USE_FLG ,MAIL_NM ,EXT_TEL"
           " ,POST_NM ,DSP_NM ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR ) values (  "
-       << Quoted(id) << " ," << Quoted(u[kNameKj]) << " ," << Quoted(u[kNameKn]) << " ," << Quoted(u[kPassword]) << " ,"
+       << Quoted(id) << " ," << Quoted(u[kNameKj]) << " ," << Quoted(u[kNameKn]) << " ," << Quoted(password) << " ,"
        << Quoted(stamp.ymd) << " ," << Quoted(u[kMail]) << " ," << Quoted(u[kImailFlg]) << " ,"
        << Quoted(u[kMailUseFlg]) << " ," << Quoted(u[kMailNm]) << " ," << Quoted(u[kExtTel]) << " ,"
        << Quoted(u[kPostNm]) << " ," << Quoted(u[kDspNm]) << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd)
        << " ," << Quoted(stamp.hms) << " ," << Quoted(stamp.usr) << ")";
   if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);
-  if (Status s = Exec(conn, InsertPassgenSql(ctx, u, stamp)); !s.ok()) return std::move(s).From(kName);
+  if (Status s = Exec(conn, InsertPassgenSql(ctx, u, password, stamp)); !s.ok()) return std::move(s).From(kName);
   if (dairi == "1") {
     // The user's own schedule is open to the user (OPEN_KBN 2 = a user).
     data::Sql open;
@@ -194,7 +208,7 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
 }
 
 Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const std::string& oldMailUseFlag,
-                  const WriteFrame::Stamp& stamp, Refusal& refusal) {
+                  const WriteFrame::Stamp& stamp, Refusal& refusal, data::PasswordMode passwords) {
   constexpr char kName[] = "funUpdUser";
   refusal = Refusal::kNone;
   const std::string& id = u[kUserId];
@@ -229,14 +243,19 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u
     if (Status s = Exec(conn, menus); !s.ok()) return std::move(s).From(kName);
   }
 
+  // With hashes stored an empty password means "unchanged": the page
+  // cannot show the stored one to send it back.
+  const bool keep_password = passwords == data::PasswordMode::kArgon2id && u[kPassword].empty();
+  std::string password;
+  if (Status s = StoredPassword(u[kPassword], passwords, password); !s.ok()) return std::move(s).From(kName);
   data::Sql user;
   user << "update " << Table(ctx.USR_MST) << " set NAME_KJ = " << Quoted(u[kNameKj])
-       << " ,NAME_KN = " << Quoted(u[kNameKn]) << " ,PASSWORD = " << Quoted(u[kPassword])
-       << " ,PASSWORD_YMD = " << Quoted(stamp.ymd) << " ,MAIL = " << Quoted(u[kMail])
-       << " ,IMAIL_FLG = " << Quoted(u[kImailFlg]) << " ,MAIL_USE_FLG = " << Quoted(u[kMailUseFlg])
-       << " ,MAIL_NM = " << Quoted(u[kMailNm]) << " ,EXT_TEL = " << Quoted(u[kExtTel])
-       << " ,POST_NM = " << Quoted(u[kPostNm]) << " ,DSP_NM = " << Quoted(u[kDspNm])
-       << " ,UPD_KBN = " << Quoted(upd_kbn) << " ,UPD_YMD = " << Quoted(stamp.ymd)
+       << " ,NAME_KN = " << Quoted(u[kNameKn]);
+  if (!keep_password) user << " ,PASSWORD = " << Quoted(password) << " ,PASSWORD_YMD = " << Quoted(stamp.ymd);
+  user << " ,MAIL = " << Quoted(u[kMail]) << " ,IMAIL_FLG = " << Quoted(u[kImailFlg])
+       << " ,MAIL_USE_FLG = " << Quoted(u[kMailUseFlg]) << " ,MAIL_NM = " << Quoted(u[kMailNm])
+       << " ,EXT_TEL = " << Quoted(u[kExtTel]) << " ,POST_NM = " << Quoted(u[kPostNm])
+       << " ,DSP_NM = " << Quoted(u[kDspNm]) << " ,UPD_KBN = " << Quoted(upd_kbn) << " ,UPD_YMD = " << Quoted(stamp.ymd)
        << " ,UPD_HMS = " << Quoted(stamp.hms) << " ,UPD_USR = " << Quoted(stamp.usr)
        << " where USER_ID = " << Quoted(id);
   if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);

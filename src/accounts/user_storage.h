@@ -11,6 +11,7 @@
 
 #include "base/status.h"
 #include "data/db.h"
+#include "data/password_mode.h"
 #include "dispatch/request_context.h"
 #include "dispatch/write_frame.h"
 
@@ -49,13 +50,17 @@ enum class Refusal {
 
 // Creates the user: the ID and alias checks, the user row, T_PASSGEN
 // (generation 01 the new password), T_SCHOPEN when DAIRI_ONESELFFLG is "1",
-// and the menu row by the rule in docs/operations.md.
+// and the menu row by the rule in docs/operations.md. In the argon2id
+// password mode (`passwords`) the user row and T_PASSGEN get the
+// password's hash; an empty password is stored empty.
 Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const WriteFrame::Stamp& stamp,
-                  Refusal& refusal);
+                  Refusal& refusal, data::PasswordMode passwords);
 // Changes the user row; switches the two mail menus when the mail-use flag
-// moves away from `oldMailUseFlag` and the mail server gives accounts.
+// moves away from `oldMailUseFlag` and the mail server gives accounts. In
+// the argon2id password mode a password is stored as its hash, and an
+// empty one keeps the stored password (and its date).
 Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const std::string& oldMailUseFlag,
-                  const WriteFrame::Stamp& stamp, Refusal& refusal);
+                  const WriteFrame::Stamp& stamp, Refusal& refusal, data::PasswordMode passwords);
 // Deletes the user's rows (on the work tables the personal data stay) and
 // then its attachment folders.
 Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID, Refusal& refusal);

@@ -5,6 +5,7 @@
 #include "data/db.h"
 #include "data/demo_data.h"
 #include "data/dialect.h"
+#include "data/password_storage.h"
 #include "data/schema.h"
 #include "dispatch/config.h"
 
@@ -14,6 +15,7 @@ namespace {
 struct InitDbOptions {
   std::string config = "./ORVANE.ini";
   bool demo = false;
+  bool plain_passwords = false;
   std::string print_ddl;
 };
 
@@ -37,7 +39,16 @@ int InitDb(const InitDbOptions& o) {
   data::Connection conn;
   Status status = data::Com_funDbOpen(dsn, "", "", conn);
   if (status.ok()) status = data::CreateSchema(conn);
+  std::vector<std::string> widened;
+  if (status.ok()) status = data::WidenPasswordColumns(conn, widened);
+  // The mode is chosen on the users found before any demo user is added.
+  data::ModeChoice mode;
+  if (status.ok()) status = data::ChoosePasswordMode(conn, o.plain_passwords, mode);
   if (status.ok() && o.demo) status = data::InsertDemoData(conn, SystemClock::Instance());
+  std::vector<data::ConversionCount> converted;
+  // The demo users' passwords follow the mode like any other.
+  if (status.ok() && o.demo && mode.mode == data::PasswordMode::kArgon2id)
+    status = data::HashStoredPasswords(conn, converted);
   std::string backend(conn.dialect().Name());
   // Closing only hands the connection back to the pool, emptied just below.
   if (conn.IsOpen()) data::Com_funDbClose(conn).IgnoreError();
@@ -48,6 +59,15 @@ int InitDb(const InitDbOptions& o) {
   }
   std::cout << "orvane init-db: tables ready on data source " << dsn << " (" << backend << ")"
             << (o.demo ? ", demo organisation present" : "") << "\n";
+  for (const std::string& column : widened)
+    std::cout << "orvane init-db: widened " << column << " to hold password hashes\n";
+  // Silence means the default, argon2id; plain is always said.
+  if (mode.mode == data::PasswordMode::kPlain) {
+    std::cout << "orvane init-db: password mode plain (passwords kept in clear)\n";
+    if (!o.plain_passwords)
+      std::cout << "orvane init-db: " << (mode.was_recorded ? "" : "the database already had users; ")
+                << "to store argon2id hashes instead run: orvane passwords --hash --config " << o.config << "\n";
+  }
   return 0;
 }
 
@@ -71,12 +91,20 @@ void AddInitDb(CLI::App& app, int& exit_code) {
       "       Driver=SQLite3\n"
       "       Database=/srv/orvane/orvane.db\n"
       "  3. orvane init-db --config var/ORVANE.ini --demo\n"
+      "\n"
+      "A new database records password mode argon2id (hashes; 106 answers no\n"
+      "password); --plain-passwords records plain. A database that already has\n"
+      "users and no mode stays plain until `orvane passwords --hash` converts it.\n"
+      "Password columns too narrow for a hash are widened, values kept.\n"
       "See docs/operations.md for PostgreSQL and SQL Server.");
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); odbc.ini beside it")
       ->capture_default_str();
   cmd->add_flag("--demo", options->demo,
                 "Also add a small demo organisation (top section 0000, users admin/admin and yamada/yamada) "
                 "when the top section is missing");
+  cmd->add_flag("--plain-passwords", options->plain_passwords,
+                "Keep passwords in clear (password mode plain) on a new database, for pages that need request "
+                "106 to answer the stored password; the default is argon2id hashes");
   cmd->add_option("--print-ddl", options->print_ddl,
                   "Print the statements for sqlite, postgresql or sqlserver instead of connecting");
   cmd->callback([options, &exit_code] { exit_code = InitDb(*options); });

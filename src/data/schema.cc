@@ -98,6 +98,8 @@ std::vector<TableDef> MakeTables() {
                  {{"EXPIRES"}},
                  {"SESSION_VALUES"}});
   out.push_back({std::string(kTreeVersionTable), {"VERSION_ID", "VERSION"}, {"VERSION_ID"}, {}});
+  // The server's settings shared by the instances (the password mode).
+  out.push_back({"ORVANE_SETTING", {"SETTING_KEY", "SETTING_VALUE"}, {"SETTING_KEY"}, {}});
   return out;
 }
 

@@ -1,6 +1,8 @@
 #include "members/login.h"
 
+#include "base/password_hash.h"
 #include "base/text.h"
+#include "data/password_mode.h"
 #include "data/schema.h"
 
 namespace orvane::members {
@@ -43,6 +45,31 @@ Status Com_funGetUserData(data::Connection& conn, const std::string& member_tabl
   return data::SelectRows(conn, sql, kColumns.FetchNames(), add).Prefixed("Com_funGetUserData");
 }
 
+Status CheckHashedPassword(data::Connection& conn, const std::string& user_table, const std::string& user_id,
+                           const std::string& password, PasswordRow& row, bool& found) {
+  static const data::Columns kColumns({"NAME_KJ", "NAME_KN", "PASSWORD_YMD", "MAIL", "USER_ID", "PASSWORD"}, " ,");
+  data::Sql sql;
+  sql << "select " << kColumns << " from " << Table(user_table) << " where (USER_ID = " << Quoted(user_id) << ")";
+  found = false;
+  PasswordRow stored;
+  bool exists = false;
+  auto keep = [&](const std::vector<std::string>& v) {
+    exists = true;
+    stored = {v[0], v[1], v[2], v[3], v[4], v[5]};
+    return false;
+  };
+  if (Status s = data::SelectRows(conn, sql, kColumns.FetchNames(), keep); !s.ok())
+    return std::move(s).Prefixed("CheckHashedPassword");
+  if (!exists) {
+    VerifyNothing(password);  // an unknown id takes as long as a wrong password
+    return Status::Ok();
+  }
+  found = VerifyPassword(stored.PASSWORD, password);
+  if (found) row = std::move(stored);
+  row.PASSWORD.clear();  // the hash stays in the database
+  return Status::Ok();
+}
+
 bool IsMenuColumn(const std::string& column) {
   for (const std::string& code : text::Split(data::kMenuCodeList, ","))
     if (column == "MENU" + code) return true;
@@ -72,17 +99,26 @@ LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::stri
                    std::string& error) {
   std::string dsn;
   if (!config.ComIniFileLoad("LOCAL_DB_DSN", dsn).ok()) return LoginOutcome::kNoConfig;
-  // An empty id is no user, whatever the table holds.
-  if (user_id.empty()) return LoginOutcome::kRefused;
+  // An empty id is no user and an empty password no password, whatever
+  // the table holds.
+  if (user_id.empty() || password.empty()) return LoginOutcome::kRefused;
 
   data::Connection conn;
   if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) {
     error = s.trail();
     return LoginOutcome::kDbOpen;
   }
+  data::PasswordMode mode = data::PasswordMode::kPlain;
+  if (Status s = data::ReadPasswordMode(conn, mode); !s.ok()) {
+    error = s.trail();
+    return LoginOutcome::kDbSelect;
+  }
+  const bool hashed = mode == data::PasswordMode::kArgon2id;
   PasswordRow row;
   bool found = false;
-  if (Status s = Com_funChkPasswd(conn, "T_USER", user_id, password, row, found); !s.ok()) {
+  if (Status s = hashed ? CheckHashedPassword(conn, "T_USER", user_id, password, row, found)
+                        : Com_funChkPasswd(conn, "T_USER", user_id, password, row, found);
+      !s.ok()) {
     error = s.trail();
     return LoginOutcome::kDbSelect;
   }
@@ -103,7 +139,8 @@ LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::stri
   data::Com_funDbClose(conn).IgnoreError();
 
   session.Set("PUB_USR_ID", row.USER_ID);
-  session.Set("PUB_USR_PW", row.PASSWORD);
+  // With hashes stored the session keeps no password at all.
+  if (!hashed) session.Set("PUB_USR_PW", row.PASSWORD);
   session.Set("PUB_USR_NM", row.NAME_KJ);
   session.Set("PUB_MAIL", row.MAIL);
   UserSection first = sections.empty() ? UserSection{} : sections.front();

@@ -25,6 +25,14 @@ struct PasswordRow {
 Status Com_funChkPasswd(data::Connection& conn, const std::string& user_table, const std::string& user_id,
                         const std::string& password, PasswordRow& row, bool& found);
 
+// The argon2id mode's lookup: the row of `user_id`, then the password
+// verified against its stored hash in the server (never compared in SQL,
+// so the hash itself typed as a password fails). `row` gets the row with
+// PASSWORD empty when it matched. A failure has "CheckHashedPassword" CR LF
+// in front of its trail.
+Status CheckHashedPassword(data::Connection& conn, const std::string& user_table, const std::string& user_id,
+                           const std::string& password, PasswordRow& row, bool& found);
+
 struct UserSection {
   std::string M_SEC_CD, S_SEC_NM, S_SEC_TREE, S_SEC_DSP;
 };
@@ -49,8 +57,10 @@ enum class LoginOutcome {
   kDbSelect,  // a lookup failed
 };
 
-// Checks the pair on the live tables and, on a match, sets PUB_USR_ID,
-// PUB_USR_PW, PUB_USR_NM, PUB_MAIL and, from the first current section,
+// Checks the pair on the live tables (an empty password never matches; in
+// the argon2id password mode by CheckHashedPassword, else by
+// Com_funChkPasswd) and, on a match, sets PUB_USR_ID, PUB_USR_PW (plain
+// mode only), PUB_USR_NM, PUB_MAIL and, from the first current section,
 // PUB_SEC_CD, PUB_SEC_NM, PUB_DSP_NM, PUB_SEC_TREE in `session`, and
 // kAdminRight when the user's menu-rights row holds the menu number of
 // `admin_column` in it (MENU50 holding "50"). `error` gets the database's

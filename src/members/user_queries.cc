@@ -1,6 +1,7 @@
 #include "members/user_queries.h"
 
 #include "base/text.h"
+#include "data/password_mode.h"
 #include "dispatch/query_frame.h"
 
 namespace orvane::members {
@@ -141,13 +142,23 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
 void GetPostMaster(RequestContext& ctx) { WriteListQuery(ctx, PostMasterSql(ctx), {"POST_CD", "POST_NAME"}); }
 
 void GetUserProperty(RequestContext& ctx, const std::string& user_id) {
-  std::string answer;
-  auto keep = [&answer](const std::vector<std::string>& values) {
-    answer = text::Join(values, ",");
-    return true;
-  };
-  if (RunQuery(ctx, UserPropertySql(ctx, user_id), kUserProperty.FetchNames(), Rows::kFirstOnly, keep))
-    ctx.Write(answer);
+  // RunQuery's steps, with the password mode read on the same connection
+  // first: with hashes stored the password field goes out empty (the
+  // columns keep their count and order).
+  QueryFrame frame(ctx);
+  if (!frame.Open()) return;
+  data::PasswordMode passwords = data::PasswordMode::kPlain;
+  if (frame.Failed(data::ReadPasswordMode(frame.connection(), passwords))) return frame.FailAndClose("ERROR:DBSELECT");
+  data::Recordset rs;
+  if (!frame.Select(UserPropertySql(ctx, user_id), rs)) return;
+  // Deliberately no end test: an unknown user gives twelve empty values.
+  std::vector<std::string> values;
+  bool eof = false;
+  if (!frame.Fetch(rs, kUserProperty.FetchNames(), values, eof)) return;
+  if (passwords == data::PasswordMode::kArgon2id) values[3].clear();  // PASSWORD
+  if (!frame.CloseRecordset(rs)) return;
+  frame.Close();
+  ctx.Write(text::Join(values, ","));
 }
 
 }  // namespace orvane::members

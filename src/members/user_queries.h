@@ -22,7 +22,8 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
                     const std::string& kana_row, short start_pos, short page_rows);
 // Rows POST_CD,POST_NAME.
 void GetPostMaster(RequestContext& ctx);
-// Twelve values of one user; an unknown user gives eleven commas.
+// Twelve values of one user; an unknown user gives eleven commas. In the
+// argon2id password mode the PASSWORD value is always empty.
 void GetUserProperty(RequestContext& ctx, const std::string& user_id);
 
 // Appends the kana-row clause for `kana_row` ("0" to "9"); other codes add none.

@@ -51,6 +51,7 @@ TEST(Cli, HelpExplainsEachSubcommand) {
       {"--help", "serve"},
       {"serve --help", "--listen"},
       {"request --help", "102  GetAllUserList (S_Col, S_Type, S_OPT, S_pos, B_pos)"},
+      {"passwords --help", "converts 0"},
   };
   for (const Case& c : cases) {
     CommandRun r = Orvane(c.args);
@@ -85,8 +86,8 @@ TEST(Cli, CommandsRefuseToStartWhatCannotWork) {
        "orvane serve: cannot listen on 127.0.0.1:" + port + ": Address already in use\n"},
   };
   std::vector<Case> all(std::begin(cases), std::end(cases));
-  for (std::string command : {"serve", "request", "init-db"}) {
-    std::string tail = command == "request" ? " ReqNo=101" : "";
+  for (std::string command : {"serve", "request", "init-db", "passwords"}) {
+    std::string tail = command == "request" ? " ReqNo=101" : command == "passwords" ? " --hash" : "";
     all.push_back({command + " --config " + dir.File("none/ORVANE.ini") + tail,
                    "orvane " + command + ": cannot read the configuration file " + dir.File("none/ORVANE.ini") +
                        ": No such file or directory\n"});
@@ -94,8 +95,8 @@ TEST(Cli, CommandsRefuseToStartWhatCannotWork) {
                    "orvane " + command + ": the data source \"nowhere_defined\" (LOCAL_DB_DSN) is not defined in " +
                        dir.File("undefined") + "/odbc.ini or the system's odbc.ini\n"});
     if (command != "request")  // a request answers ERROR:READINFOFILE_SV_FOLDER for itself
-      all.push_back({command + " --config " + empty, "orvane " + command + ": 環境ファイル(" + empty +
-                                                         ")の\"LOCAL_DB_DSN\"は無効な設定です\n"});
+      all.push_back({command + " --config " + empty + tail,
+                     "orvane " + command + ": 環境ファイル(" + empty + ")の\"LOCAL_DB_DSN\"は無効な設定です\n"});
   }
   for (const Case& c : all) {
     CommandRun r = Orvane(c.args);

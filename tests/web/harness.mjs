@@ -23,7 +23,8 @@ export function demoInstallation(binary) {
   const dsn = `orvane_web_${process.pid}_${Date.now()}`;
   execFileSync('bash', ['-c', 'source "$1"; write_demo_installation "$2" "$3"', 'demo',
     path.join(ROOT, 'scripts/lib/demo_install.sh'), dir, dsn]);
-  execFileSync(binary, ['init-db', '--config', path.join(dir, 'ORVANE.ini'), '--demo'], { stdio: 'pipe' });
+  // Plain passwords: the flow reads back the password a user was registered with.
+  execFileSync(binary, ['init-db', '--config', path.join(dir, 'ORVANE.ini'), '--demo', '--plain-passwords'], { stdio: 'pipe' });
   return { dir, config: path.join(dir, 'ORVANE.ini'), db: path.join(dir, 'orvane.db') };
 }
 

@@ -1,0 +1,176 @@
+// The password mode as init-db records it and `orvane passwords --hash`
+// changes it, run as real processes against the fixture's data source.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "base/password_hash.h"
+#include "data/password_mode.h"
+#include "data/sql.h"
+#include "support/binary.h"
+#include "support/db_fixture.h"
+
+namespace orvane {
+namespace {
+
+using data::Sql;
+using data::Table;
+using testing::Backend;
+using testing::Cells;
+using testing::DbTest;
+using testing::RunBinary;
+
+class PasswordCommands : public DbTest {
+ protected:
+  std::string Mode() {
+    Cells rows = Rows(Sql() << "select SETTING_VALUE from " << Table("ORVANE_SETTING")
+                            << " where SETTING_KEY = 'PASSWORD_MODE'");
+    return rows.empty() ? "(none)" : rows[0][0];
+  }
+  std::string Hint() const {
+    return "to store argon2id hashes instead run: orvane passwords --hash --config " + ConfigPath() + "\n";
+  }
+  std::string Ready() const {
+    return "orvane init-db: tables ready on data source " + Dsn() + " (" +
+           (GetParam() == Backend::kSqlite ? "SQLite" : "PostgreSQL") + ")\n";
+  }
+};
+
+TEST_P(PasswordCommands, InitDbChoosesTheModeOnceAndNeverBackToPlain) {
+  const std::string plain = "orvane init-db: password mode plain (passwords kept in clear)\n";
+  struct Run {
+    const char* options;
+    int status;
+    std::string output, mode;
+  } runs[] = {
+      {" --plain-passwords", 0, Ready() + plain, "plain"},
+      {"", 0, Ready() + plain + "orvane init-db: " + Hint(), "plain"},  // recorded: it stays
+  };
+  for (const Run& r : runs) {
+    EXPECT_EQ(RunBinary("init-db --config " + ConfigPath() + r.options), std::pair(r.status, r.output)) << r.options;
+    EXPECT_EQ(Mode(), r.mode) << r.options;
+  }
+  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()).first, 0);
+  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath() + " --plain-passwords"),
+            std::pair(1, std::string("orvane init-db: the database keeps argon2id hashes, which cannot be turned "
+                                     "back into plain passwords\n")));
+  EXPECT_EQ(Mode(), "argon2id");
+  EXPECT_EQ(RunBinary("passwords --config " + ConfigPath()),
+            std::pair(2, std::string("orvane passwords: say what to do: --hash (see orvane passwords --help)\n")));
+}
+
+// An upgrade: users in clear and no mode stay plain until the conversion,
+// which hashes every stored password once, in place.
+TEST_P(PasswordCommands, AnExistingDatabaseStaysPlainUntilConvertedOnce) {
+  Insert("T_USER", {{"USER_ID", "u1"}, {"PASSWORD", "pw1"}});
+  Insert("T_USER", {{"USER_ID", "u2"}, {"PASSWORD", "p,w 2"}});
+  Insert("T_USER", {{"USER_ID", "u3"}, {"PASSWORD", ""}});
+  Insert("T_USER", {{"USER_ID", "u4"}, {"PASSWORD", "$argon2id$v=19$m=19456,t=2,p=1$only-looks-like-one"}});
+  Insert("T_USER_WORK", {{"USER_ID", "w1"}, {"PASSWORD", "wpw"}});
+  Insert("T_PASSGEN", {{"USER_ID", "u1"}, {"GEN01_PASS", "pw1"}, {"GEN02_PASS", "old1"}, {"GEN03_PASS", ""}});
+  Insert("T_PASSGEN", {{"USER_ID", "u2"}, {"GEN01_PASS", "p,w 2"}});
+  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()),
+            std::pair(0, Ready() + "orvane init-db: password mode plain (passwords kept in clear)\n" +
+                             "orvane init-db: the database already had users; " + Hint()));
+  EXPECT_EQ(Mode(), "plain");
+  EXPECT_EQ(Rows(Sql() << "select PASSWORD from " << Table("T_USER") << " where USER_ID = 'u1'"), (Cells{{"pw1"}}));
+
+  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()),
+            std::pair(0, std::string("orvane passwords: converted 7 (T_USER 3, T_USER_WORK 1, T_PASSGEN 3, "
+                                     "T_PASSGEN_WORK 0); password mode argon2id\n")));
+  EXPECT_EQ(Mode(), "argon2id");
+  struct Value {
+    const char* table;
+    const char* column;
+    const char* user;
+    const char* password;  // "" : stays empty
+  } values[] = {
+      {"T_USER", "PASSWORD", "u1", "pw1"},
+      {"T_USER", "PASSWORD", "u2", "p,w 2"},
+      {"T_USER", "PASSWORD", "u3", ""},
+      {"T_USER", "PASSWORD", "u4", "$argon2id$v=19$m=19456,t=2,p=1$only-looks-like-one"},
+      {"T_USER_WORK", "PASSWORD", "w1", "wpw"},
+      {"T_PASSGEN", "GEN01_PASS", "u1", "pw1"},
+      {"T_PASSGEN", "GEN02_PASS", "u1", "old1"},
+      {"T_PASSGEN", "GEN03_PASS", "u1", ""},
+      {"T_PASSGEN", "GEN01_PASS", "u2", "p,w 2"},
+  };
+  std::vector<std::string> hashes;
+  for (const Value& v : values) {
+    Cells rows = Rows(Sql() << "select " << data::Identifier(v.column) << " from " << Table(v.table)
+                            << " where USER_ID = " << data::Quoted(v.user));
+    ASSERT_EQ(rows.size(), 1u) << v.table << " " << v.user;
+    const std::string& stored = rows[0][0];
+    if (*v.password) {
+      EXPECT_TRUE(VerifyPassword(stored, v.password)) << v.table << " " << v.column << " " << v.user << ": " << stored;
+    } else {
+      EXPECT_EQ(stored, "") << v.table << " " << v.column << " " << v.user;
+    }
+    hashes.push_back(stored);
+  }
+
+  // Again: every value is a hash or empty already.
+  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()),
+            std::pair(0, std::string("orvane passwords: converted 0 (T_USER 0, T_USER_WORK 0, T_PASSGEN 0, "
+                                     "T_PASSGEN_WORK 0); password mode argon2id\n")));
+  for (size_t i = 0; i < std::size(values); ++i) {
+    Cells rows = Rows(Sql() << "select " << data::Identifier(values[i].column) << " from " << Table(values[i].table)
+                            << " where USER_ID = " << data::Quoted(values[i].user));
+    EXPECT_EQ(rows[0][0], hashes[i]) << values[i].user;
+  }
+  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()), std::pair(0, Ready()));
+}
+
+// A registration that read the plain mode before the conversion started
+// stores its password in clear; the conversion waits for it and converts
+// that value too, so nothing in clear is left behind.
+TEST_P(PasswordCommands, AConversionWaitsForAWriterThatReadThePlainMode) {
+  ASSERT_EQ(RunBinary("init-db --plain-passwords --config " + ConfigPath()).first, 0);
+  data::Connection conn;
+  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+  ASSERT_TRUE(data::Com_funBeginTrans(conn).ok());
+  data::PasswordMode mode = data::PasswordMode::kArgon2id;
+  ASSERT_TRUE(data::ReadPasswordMode(conn, mode).ok());
+  EXPECT_EQ(mode, data::PasswordMode::kPlain);
+  std::pair<int, std::string> converted;
+  std::thread conversion([&] { converted = RunBinary("passwords --hash --config " + ConfigPath()); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  ASSERT_TRUE(data::Com_funExecsql(conn, Sql() << "insert into " << Table("T_USER") << " (USER_ID, PASSWORD) values "
+                                               << "('late', 'late-pw')")
+                  .ok());
+  ASSERT_TRUE(data::Com_funCommitTrans(conn).ok());
+  ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+  conversion.join();
+  EXPECT_EQ(converted, std::pair(0, std::string("orvane passwords: converted 1 (T_USER 1, T_USER_WORK 0, "
+                                                "T_PASSGEN 0, T_PASSGEN_WORK 0); password mode argon2id\n")));
+  Cells stored = Rows(Sql() << "select PASSWORD from " << Table("T_USER"));
+  EXPECT_TRUE(VerifyPassword(stored[0][0], "late-pw")) << stored[0][0];
+}
+
+// A groupware table made with a password column too short for a hash is
+// widened by init-db, its values kept (SQLite keeps any length anyway).
+TEST_P(PasswordCommands, InitDbWidensAPasswordColumnTooShortForAHash) {
+  if (GetParam() == Backend::kSqlite) GTEST_SKIP() << "SQLite does not enforce a column's length";
+  Exec(Sql() << "drop table " << Table("T_USER"));
+  Exec(Sql() << "create table " << Table("T_USER")
+             << " (USER_ID varchar(20) not null primary key, NAME_KJ varchar(40), NAME_KN varchar(40),"
+                " PASSWORD varchar(20), MAIL varchar(40), POST_NM varchar(40), DSP_NM varchar(40),"
+                " UPD_YMD varchar(8))");
+  Insert("T_USER", {{"USER_ID", "u1"}, {"NAME_KJ", "山田"}, {"PASSWORD", "exactly-twenty-chars"}});
+  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()),
+            std::pair(0, Ready() + "orvane init-db: widened t_user.password to hold password hashes\n" +
+                             "orvane init-db: password mode plain (passwords kept in clear)\n" +
+                             "orvane init-db: the database already had users; " + Hint()));
+  EXPECT_EQ(Rows(Sql() << "select USER_ID, NAME_KJ, PASSWORD from " << Table("T_USER")),
+            (Cells{{"u1", "山田", "exactly-twenty-chars"}}));
+  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()).first, 0);
+  Cells stored = Rows(Sql() << "select PASSWORD from " << Table("T_USER"));
+  EXPECT_TRUE(VerifyPassword(stored[0][0], "exactly-twenty-chars")) << stored[0][0];
+  EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()), std::pair(0, Ready()));  // nothing left to widen
+}
+
+ORVANE_DB_TEST_SUITE(PasswordCommands);
+
+}  // namespace
+}  // namespace orvane

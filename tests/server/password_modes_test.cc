@@ -1,0 +1,183 @@
+// The password modes over real HTTP on a database that `orvane init-db`
+// prepared: what is stored, who logs in, what 106, 205 and the session keep.
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+
+#include "base/password_hash.h"
+#include "data/sql.h"
+#include "support/binary.h"
+#include "support/db_fixture.h"
+#include "support/exe_proxy_peer.h"
+#include "support/http_fixture.h"
+
+namespace orvane {
+namespace {
+
+using data::Quoted;
+using data::Sql;
+using data::Table;
+using testing::Cells;
+using testing::DbTest;
+using testing::LiveServer;
+using testing::RunBinary;
+
+class PasswordModes : public DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    WriteConfig("ML_MODE=0\n");  // no mail server unless a case says so: the rows are the point
+  }
+  // PASSWORD and PASSWORD_YMD of the user row, GEN01_PASS of T_PASSGEN.
+  std::vector<std::string> Stored(const std::string& id) {
+    Cells user =
+        Rows(Sql() << "select PASSWORD, PASSWORD_YMD from " << Table("T_USER") << " where USER_ID = " << Quoted(id));
+    Cells gen = Rows(Sql() << "select GEN01_PASS from " << Table("T_PASSGEN") << " where USER_ID = " << Quoted(id));
+    return {user.empty() ? "-" : user[0][0], user.empty() ? "-" : user[0][1], gen.empty() ? "-" : gen[0][0]};
+  }
+};
+
+// `value` as a form field: every byte but letters and digits escaped.
+std::string FormValue(const std::string& value) {
+  std::string out;
+  for (unsigned char c : value) {
+    if (std::isalnum(c)) {
+      out += static_cast<char>(c);
+    } else {
+      char hex[4];
+      std::snprintf(hex, sizeof hex, "%%%02X", c);
+      out += hex;
+    }
+  }
+  return out;
+}
+
+// The answer of a POST and the session cookie it set ("" when none).
+std::pair<std::string, std::string> Post(httplib::Client& client, const std::string& path, const std::string& form,
+                                         const std::string& cookie = "") {
+  httplib::Headers headers;
+  if (!cookie.empty()) headers.emplace("Cookie", cookie);
+  auto res = client.Post(path, headers, form, "application/x-www-form-urlencoded");
+  if (!res) return {"(none)", ""};
+  return {res->body, res->get_header_value("Set-Cookie").substr(0, 43)};
+}
+
+TEST_P(PasswordModes, Argon2idStoresHashesChecksThemInTheServerAndAnswersNoPassword) {
+  ASSERT_EQ(RunBinary("init-db --demo --config " + ConfigPath()).first, 0);
+  EXPECT_EQ(
+      Rows(Sql() << "select SETTING_VALUE from " << Table("ORVANE_SETTING") << " where SETTING_KEY = 'PASSWORD_MODE'"),
+      (Cells{{"argon2id"}}));
+  LiveServer server(ConfigPath(), clock());
+  auto client = server.Client();
+  auto login = [&](const std::string& id, const std::string& password) {
+    return Post(client, "/login", "User_cd=" + id + "&User_PS=" + FormValue(password)).first;
+  };
+
+  // The demo's administrator was hashed by init-db; its session holds no password.
+  const std::string admin_hash = Stored("admin")[0];
+  EXPECT_TRUE(admin_hash.starts_with("$argon2id$v=19$m=19456,t=2,p=1$")) << admin_hash;
+  auto [ok, cookie] = Post(client, "/login", "User_cd=admin&User_PS=admin");
+  ASSERT_EQ(ok, "OK");
+  std::shared_ptr<Session> session = server.state().sessions->Find(cookie.substr(11));
+  ASSERT_TRUE(session);
+  EXPECT_EQ(session->Get("PUB_USR_ID"), "admin");
+  EXPECT_EQ(session->Get("PUB_USR_PW"), "");
+  for (const auto& [name, value] : session->Values()) EXPECT_FALSE(value.starts_with("$argon2id")) << name;
+
+  // 204 stores a hash in the user row and in the password history.
+  EXPECT_EQ(Post(client, "/orvane",
+                 "ReqNo=204&User_cd=kimura&User_KJ=木村&User_KN=キムラ&User_PS=pw-kimura&Mail_AD=k.kimura"
+                 "&Mail_FL=0&Ext_TEL=555&Post_NM=係長&Disp_NM=木村&Mail_UFL=0&Mail_NM=Kimura",
+                 cookie)
+                .first,
+            "OK");
+  std::vector<std::string> first = Stored("kimura");
+  EXPECT_TRUE(IsPasswordHash(first[0]) && IsPasswordHash(first[2])) << first[0] << " " << first[2];
+  EXPECT_TRUE(VerifyPassword(first[0], "pw-kimura") && VerifyPassword(first[2], "pw-kimura"));
+  EXPECT_EQ(first[1], "20240401");
+
+  // 106 answers every column but the password.
+  EXPECT_EQ(client.Get("/orvane?ReqNo=106&User_cd=kimura", {{"Cookie", cookie}})->body,
+            "kimura,木村,キムラ,,k.kimura,0,555,係長,木村,0,3,Kimura");
+
+  // Login checks the hash in the server: the hash itself, empty and wrong
+  // passwords fail, the right one passes. (Four failures: under the throttle.)
+  struct Attempt {
+    std::string password, answer;
+  } attempts[] = {{first[0], "ERROR:LOGIN"}, {"", "ERROR:LOGIN"}, {"pw-kimurA", "ERROR:LOGIN"}, {"pw-kimura", "OK"}};
+  for (const Attempt& a : attempts) EXPECT_EQ(login("kimura", a.password), a.answer) << a.password;
+
+  // 205 with an empty password keeps the stored one and its date; a
+  // password replaces it.
+  clock().Set(LocalTime{2024, 5, 2, 9, 0, 0});
+  const std::string change =
+      "ReqNo=205&User_cd=kimura&User_KJ=木村 一&User_KN=キムラ&Mail_AD=k.kimura&Mail_FL=0"
+      "&Ext_TEL=556&Post_NM=係長&Disp_NM=木村&Mail_UFL=0&OldMail_UFL=0&Mail_NM=Kimura&User_PS=";
+  EXPECT_EQ(Post(client, "/orvane", change, cookie).first, "OK");
+  EXPECT_EQ(Stored("kimura"), first);
+  EXPECT_EQ(Rows(Sql() << "select NAME_KJ, EXT_TEL from " << Table("T_USER") << " where USER_ID = 'kimura'"),
+            (Cells{{"木村 一", "556"}}));
+  EXPECT_EQ(login("kimura", "pw-kimura"), "OK");
+
+  EXPECT_EQ(Post(client, "/orvane", change + "new%2Cpw", cookie).first, "OK");
+  std::vector<std::string> second = Stored("kimura");
+  EXPECT_TRUE(VerifyPassword(second[0], "new,pw")) << second[0];
+  EXPECT_EQ(second[1], "20240502");
+  EXPECT_EQ(second[2], first[2]);  // the history is the groupware's to move on
+  EXPECT_EQ(login("kimura", "new,pw"), "OK");
+  EXPECT_EQ(login("kimura", "pw-kimura"), "ERROR:LOGIN");
+  EXPECT_EQ(server.Log().find("new,pw"), std::string::npos);
+}
+
+// The mail server still gets a typed password in clear; a change that
+// keeps the stored password tells the account nothing.
+TEST_P(PasswordModes, TheMailServerGetsTypedPasswordsAndNothingWhenOneIsKept) {
+  ASSERT_EQ(RunBinary("init-db --demo --config " + ConfigPath()).first, 0);
+  const std::string mail = dir().File("mail");
+  testing::ExeProxyPeer peer(mail, mail + "\\");
+  peer.QueueSpexeReplies(std::vector<std::string>(10, "OK: deleted added"));
+  WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  LiveServer server(ConfigPath(), clock());
+  auto client = server.Client();
+  auto [ok, cookie] = Post(client, "/login", "User_cd=admin&User_PS=admin");
+  ASSERT_EQ(ok, "OK");
+  auto spexe = [&](const std::string& command) { return "SPEXE " + mail + "\\" + command + "\r\nQUIT\r\n"; };
+  struct Step {
+    std::string form;
+    std::vector<std::string> sent;
+  } steps[] = {
+      {"ReqNo=204&User_cd=kimura&User_PS=pw1&Mail_UFL=1", {spexe("adduser.exe -u kimura -p pw1")}},
+      {"ReqNo=205&User_cd=kimura&User_PS=&Mail_UFL=1&OldMail_UFL=1", {}},
+      {"ReqNo=205&User_cd=kimura&User_PS=pw2&Mail_UFL=1&OldMail_UFL=1", {spexe("adduser.exe -m kimura -p pw2")}},
+  };
+  for (const Step& s : steps) {
+    EXPECT_EQ(Post(client, "/orvane", s.form, cookie).first, "OK") << s.form;
+    EXPECT_EQ(peer.Transcripts(), s.sent) << s.form;
+  }
+  EXPECT_TRUE(VerifyPassword(Stored("kimura")[0], "pw2"));
+}
+
+// In the plain mode (no mode recorded, as every database before) the
+// stored password is compared and answered as it always was; only an
+// empty password is never a login, whatever is stored.
+TEST_P(PasswordModes, PlainKeepsTodaysAnswersButAnEmptyPasswordNeverLogsIn) {
+  Insert("T_USER", {{"USER_ID", "boss"}, {"PASSWORD", "boss-pw"}, {"NAME_KJ", "上司"}});
+  Insert("MENU_USER", {{"USER_ID", "boss"}, {"MENU50", "50"}});
+  Insert("T_USER", {{"USER_ID", "blank"}, {"PASSWORD", ""}});
+  LiveServer server(ConfigPath(), clock());
+  auto client = server.Client();
+  EXPECT_EQ(Post(client, "/login", "User_cd=blank&User_PS=").first, "ERROR:LOGIN");
+  EXPECT_EQ(Post(client, "/login", "User_cd=blank").first, "ERROR:LOGIN");
+  auto [ok, cookie] = Post(client, "/login", "User_cd=boss&User_PS=boss-pw");
+  ASSERT_EQ(ok, "OK");
+  EXPECT_EQ(server.state().sessions->Find(cookie.substr(11))->Get("PUB_USR_PW"), "boss-pw");
+  EXPECT_EQ(client.Get("/orvane?ReqNo=106&User_cd=boss", {{"Cookie", cookie}})->body, "boss,上司,,boss-pw,,,,,,,,");
+  EXPECT_EQ(Post(client, "/orvane", "ReqNo=205&User_cd=blank&User_PS=", cookie).first, "OK");
+  EXPECT_EQ(Stored("blank"), (std::vector<std::string>{"", "20240401", "-"}));
+}
+
+ORVANE_DB_TEST_SUITE(PasswordModes);
+
+}  // namespace
+}  // namespace orvane
