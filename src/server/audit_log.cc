@@ -65,6 +65,7 @@ std::string FormatAuditLine(const AuditEntry& e, std::string_view time) {
     j["fields"] = std::move(fields);
   }
   j["answer"] = AnswerCode(e.answer);
+  if (!e.throttled.empty()) j["throttled"] = e.throttled;
   // Bytes that are not UTF-8 are replaced rather than refused: the line is
   // written whatever a client sent.
   return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
