@@ -36,6 +36,7 @@ std::string Readable(const nlohmann::json& j) {
   std::string line = text("time") + "  " + (text("user").empty() ? "-" : text("user")) + "@" + text("client") + "  ";
   line += text("code").empty() ? text("event") : text("code");
   line += "  " + text("answer");
+  if (!text("throttled").empty()) line += "  throttled=" + text("throttled");
   if (j.contains("fields") && j["fields"].is_object())
     for (const auto& [name, value] : j["fields"].items())
       if (value.is_string() && !text::EqualsIgnoreCase(name, "ReqNo")) line += "  " + name + "=" + value.get<std::string>();
