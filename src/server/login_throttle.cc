@@ -58,7 +58,13 @@ LoginThrottle::Verdict LoginThrottle::Check(const std::string& user_id, const st
   if (Count(by_address_, address, now, window_) >= limit_) return Verdict::kAddress;
   if (Count(by_pair_, Pair(user_id, address), now, window_) >= limit_) return Verdict::kUserAtAddress;
   if (int failures = Count(by_id_, user_id, now, window_); failures > 0) {
-    if (now < by_id_[user_id].back() + UserDelay(failures)) return Verdict::kUserDelay;
+    if (now < by_id_[user_id].back() + UserDelay(failures)) {
+      // A guess all the same: it counts against the address and the pair,
+      // not the id (whose delay would then never end).
+      Note(by_address_, address, now, static_cast<size_t>(limit_));
+      Note(by_pair_, Pair(user_id, address), now, static_cast<size_t>(limit_));
+      return Verdict::kUserDelay;
+    }
   }
   return Verdict::kAllowed;
 }

@@ -7,8 +7,9 @@
 // until the oldest failure leaves the window. Per user id alone there is
 // only a short delay, growing with the failures and capped at
 // kMaxUserDelay: the right password from another address still logs in
-// moments later, however many addresses guess. Attempts that are refused
-// unchecked count for nothing.
+// moments later, however many addresses guess. Attempts refused unchecked
+// count for nothing, except those within an id's delay: they count against
+// their address and pair, as failures.
 //
 // Thread-safe. Memory is bounded: at most kMaxKeys keys are remembered per
 // count; past that, the ones without a failure in the window go.
