@@ -1,6 +1,7 @@
 #include "members/admin_right.h"
 
 #include "data/db.h"
+#include "data/prepared_select.h"
 #include "members/login.h"
 
 namespace orvane::members {
@@ -28,7 +29,11 @@ Status ReadAdminRight(const ConfigFile& config, const std::string& user_id, cons
   if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) return std::move(s).Prefixed(kRoutine);
   std::string value;
   bool found = false;
-  if (Status s = data::SelectFirstValue(conn, AdminRightSql(user_id, column), column, value, &found); !s.ok())
+  // Kept planned on the pooled connection: most of a keyed select's cost
+  // is the planning. The answer is read anew every time.
+  if (Status s = data::SelectFirstValuePrepared(conn, "ORVANE_ADMIN_RIGHT_" + column, AdminRightSql(user_id, column),
+                                                column, value, &found);
+      !s.ok())
     return std::move(s).Prefixed(kRoutine);
   // Read: a failed close only drops a connection the pool would reuse.
   data::Com_funDbClose(conn).IgnoreError();
