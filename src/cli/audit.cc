@@ -40,7 +40,8 @@ void AddAudit(CLI::App& app, int& exit_code) {
   cmd->add_option("--audit-log", options->audit_log, "The audit log to read instead");
   cmd->add_option("--since", options->filter.since, "Only entries from this date on (YYYY-MM-DD)");
   cmd->add_option("--user", options->filter.user, "Only entries of this user id");
-  cmd->add_option("--code", options->filter.code, "Only this request code (201 ... 213) or login, login-failed, login-throttled, logout");
+  cmd->add_option("--code", options->filter.code,
+                  "Only this request code (201 ... 213) or login, login-failed, login-throttled, logout");
   cmd->callback([options, &exit_code] { exit_code = PrintAudit(*options); });
 }
 

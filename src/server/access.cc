@@ -28,8 +28,8 @@ AccessDecision MayReadTree(const AccessRule& rule, const ConfigFile& config, con
   return IsAdministrator(rule, config, *session);
 }
 
-std::string UserWhosePasswordChanged(std::string_view request_code, std::string_view answer,
-                                     const std::string& user_id, const std::string& new_password) {
+std::string UserWhosePasswordChanged(std::string_view request_code, std::string_view answer, const std::string& user_id,
+                                     const std::string& new_password) {
   if (request_code != "205" || answer != "OK" || new_password.empty()) return {};
   return user_id;
 }

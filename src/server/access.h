@@ -47,7 +47,7 @@ AccessDecision MayReadTree(const AccessRule& rule, const ConfigFile& config, con
 
 // The user whose other sessions end after a request: a password change
 // (205 answered "OK" with a new password). Empty: nobody's.
-std::string UserWhosePasswordChanged(std::string_view request_code, std::string_view answer,
-                                     const std::string& user_id, const std::string& new_password);
+std::string UserWhosePasswordChanged(std::string_view request_code, std::string_view answer, const std::string& user_id,
+                                     const std::string& new_password);
 
 }  // namespace orvane

@@ -14,8 +14,7 @@ namespace {
 std::string Printable(std::string_view s, size_t max_bytes) {
   size_t end = std::min(max_bytes, s.size());
   // Back over at most three continuation bytes to the start of the character.
-  for (int i = 0; i < 3 && end > 0 && end < s.size() && (static_cast<unsigned char>(s[end]) & 0xC0) == 0x80; ++i)
-    --end;
+  for (int i = 0; i < 3 && end > 0 && end < s.size() && (static_cast<unsigned char>(s[end]) & 0xC0) == 0x80; ++i) --end;
   std::string out;
   for (unsigned char c : s.substr(0, end)) {
     if (c < 0x20 || c == 0x7F || c == '"' || c == '\\') {

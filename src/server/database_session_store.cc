@@ -202,7 +202,6 @@ void DatabaseSessionStore::Remove(const std::string& id) {
   data::Com_funExecsql(conn, sql).IgnoreError();
 }
 
-
 Status DatabaseSessionStore::RemoveUserSessions(const std::string& user_id, const std::string& except_id) {
   constexpr char kRoutine[] = "DatabaseSessionStore::RemoveUserSessions";
   if (user_id.empty()) return Status::Ok();

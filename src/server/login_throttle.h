@@ -58,9 +58,7 @@ class LoginThrottle {
   // Drops the failures that left the window; how many remain.
   static int Count(Failures& failures, const std::string& key, long long now, long long window);
   void Note(Failures& failures, const std::string& key, long long now, size_t keep);
-  static std::string Pair(const std::string& user_id, const std::string& address) {
-    return user_id + '\n' + address;
-  }
+  static std::string Pair(const std::string& user_id, const std::string& address) { return user_id + '\n' + address; }
 
   const Clock& clock_;
   const int limit_;

@@ -138,10 +138,9 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
     // The answer stands either way; a value that could not be kept (the
     // members' loaded moment) is only missing from the next request.
     state.sessions->Keep(session_id, session).IgnoreError();
-    std::string user = UserWhosePasswordChanged(route ? route->code : "", ctx.response(), ctx.Field("User_cd"),
-                                                ctx.Field("User_PS"));
-    if (Status ended = state.sessions->RemoveUserSessions(user, session_id); !ended.ok())
-      failure = CheckFailure(ended);
+    std::string user =
+        UserWhosePasswordChanged(route ? route->code : "", ctx.response(), ctx.Field("User_cd"), ctx.Field("User_PS"));
+    if (Status ended = state.sessions->RemoveUserSessions(user, session_id); !ended.ok()) failure = CheckFailure(ended);
   }
   if (route && route->changes_data)  // before the answer leaves: an answered change always has its line
     state.audit_log.Write({"request", session->Get("PUB_USR_ID"), req.remote_addr, std::string(route->code),
@@ -203,9 +202,8 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   std::string answer = members::LoginAnswer(outcome);
   const char* event = outcome == members::LoginOutcome::kOk           ? "login"
                       : throttled != LoginThrottle::Verdict::kAllowed ? "login-throttled"
-                                                                       : "login-failed";
-  state.audit_log.Write(
-      {event, user_id, req.remote_addr, "", nullptr, answer, LoginThrottle::Name(throttled)});
+                                                                      : "login-failed";
+  state.audit_log.Write({event, user_id, req.remote_addr, "", nullptr, answer, LoginThrottle::Name(throttled)});
   Answer(res, 200, answer);
   Log(state, req, timer, 200, answer);
 }

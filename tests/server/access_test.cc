@@ -28,8 +28,8 @@ class Access : public DbTest {
   }
   // The session cookie of a login ("" when refused).
   static std::string LogIn(LiveServer& server, const std::string& user, const std::string& password) {
-    auto res = server.Client().Post("/login", "User_cd=" + user + "&User_PS=" + password,
-                                    "application/x-www-form-urlencoded");
+    auto res =
+        server.Client().Post("/login", "User_cd=" + user + "&User_PS=" + password, "application/x-www-form-urlencoded");
     return res && res->body == "OK" ? res->get_header_value("Set-Cookie").substr(0, 43) : std::string();
   }
   // "status body" of a request with `cookie`; a form makes it a POST.
@@ -83,9 +83,9 @@ TEST_P(Access, ARevokedRightOrADeletedUserIsRefusedOnTheNextRequestOnEveryInstan
 TEST_P(Access, APasswordChangeEndsTheUsersOtherSessions) {
   const std::string change = "ReqNo=205&User_cd=yamada&Mail_UFL=0&OldMail_UFL=0&User_PS=";
   for (bool in_database : {false, true}) {
-    LiveServer server(ConfigPath(), AccessRule{},
-                      in_database ? DatabaseSessions() : std::make_unique<InMemorySessionStore>(std::chrono::minutes(20)),
-                      clock());
+    LiveServer server(
+        ConfigPath(), AccessRule{},
+        in_database ? DatabaseSessions() : std::make_unique<InMemorySessionStore>(std::chrono::minutes(20)), clock());
     Exec(data::Sql() << "update " << data::Table("T_USER") << " set PASSWORD = " << data::Quoted("yamada")
                      << " where USER_ID = " << data::Quoted("yamada"));
     const std::string admin = LogIn(server, "admin", "admin"), mine = LogIn(server, "yamada", "yamada"),

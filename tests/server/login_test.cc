@@ -133,8 +133,8 @@ TEST_P(Login, GuessingFromOneAddressDoesNotLockTheUserOutElsewhere) {
   auto login = [&](const char* from, const char* password) {
     httplib::Client client = server.Client();
     client.set_interface(from);  // the loopback address to connect from
-    auto res = client.Post("/login", std::string("User_cd=admin&User_PS=") + password,
-                           "application/x-www-form-urlencoded");
+    auto res =
+        client.Post("/login", std::string("User_cd=admin&User_PS=") + password, "application/x-www-form-urlencoded");
     return res ? res->body : std::string("(none)");
   };
   for (int i = 0; i < 5; ++i) EXPECT_EQ(login("127.0.0.1", "guess"), "ERROR:LOGIN");
@@ -147,7 +147,8 @@ TEST_P(Login, GuessingFromOneAddressDoesNotLockTheUserOutElsewhere) {
   for (std::string line; std::getline(in, line);) {
     auto j = nlohmann::json::parse(line);
     clients += j["client"].get<std::string>().substr(8) + " ";
-    events += j["event"].get<std::string>() + (j.contains("throttled") ? "/" + j["throttled"].get<std::string>() : "") + " ";
+    events +=
+        j["event"].get<std::string>() + (j.contains("throttled") ? "/" + j["throttled"].get<std::string>() : "") + " ";
   }
   EXPECT_EQ(clients, "1 1 1 1 1 2 1 2 ");
   // The third failure starts the id's delay: the fourth and fifth guesses

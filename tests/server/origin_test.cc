@@ -34,7 +34,7 @@ TEST_P(Origins, ChangesFromAnotherSiteAreRefusedAndChangeNothing) {
   } cases[] = {
       {true, "cross-site", "http://evil.example", "ERROR:CROSSORIGIN"},
       {false, "cross-site", "http://evil.example", "ERROR:CROSSORIGIN"},
-      {false, "cross-site", "", "ERROR:CROSSORIGIN"},  // a link or an image on another site
+      {false, "cross-site", "", "ERROR:CROSSORIGIN"},                      // a link or an image on another site
       {true, "same-site", "http://admin.127.0.0.1", "ERROR:CROSSORIGIN"},  // a sibling host
       {true, "", "http://127.0.0.1:1", "ERROR:CROSSORIGIN"},               // another port
       {true, "", "https://127.0.0.1:" + std::to_string(server.port()), "ERROR:CROSSORIGIN"},
@@ -68,7 +68,8 @@ TEST_P(Origins, ChangesFromAnotherSiteAreRefusedAndChangeNothing) {
   httplib::Headers foreign = {{"Cookie", cookie}, {"Sec-Fetch-Site", "cross-site"}, {"Origin", "http://evil.example"}};
   auto res = client.Post("/login", foreign, "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
   ASSERT_TRUE(res);
-  EXPECT_EQ(std::to_string(res->status) + " " + res->body + res->get_header_value("Set-Cookie"), "403 ERROR:CROSSORIGIN");
+  EXPECT_EQ(std::to_string(res->status) + " " + res->body + res->get_header_value("Set-Cookie"),
+            "403 ERROR:CROSSORIGIN");
   res = client.Post("/logout", foreign, "", "application/x-www-form-urlencoded");
   ASSERT_TRUE(res);
   EXPECT_EQ(std::to_string(res->status) + " " + res->body, "403 ERROR:CROSSORIGIN");
