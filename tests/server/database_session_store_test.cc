@@ -155,8 +155,9 @@ TEST_P(DatabaseSessions, RemovingAUsersSessionsKeepsOneAndTouchesNoOtherUser) {
     struct Case {
       std::string user;
       bool ends;
-    } cases[] = {{"a_b", true}, {"a_b", true}, {"a_b", false /* the one kept */}, {"axb", false}, {"a_b2", false},
-                 {"x a_b", false}, {"A_B", false}, {"山田%", false}, {"", false}};
+    } cases[] = {{"a_b", true},  {"a_b", true},    {"a_b", false /* the one kept */},
+                 {"axb", false}, {"a_b2", false},  {"x a_b", false},
+                 {"A_B", false}, {"山田%", false}, {"", false}};
     std::vector<std::string> ids;
     for (const Case& c : cases) {
       std::string id;
