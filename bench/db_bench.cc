@@ -6,6 +6,10 @@
 //   bare:   the same select, fetch and close on an already open connection;
 //   nopool: the first, with the pool keeping nothing (a real connect each time).
 // Goal: open / bare under 2.
+// Then the administrator right that every request over HTTP reads
+// (members::ReadAdminRight: open, one select joining the user's T_USER and
+// MENU_USER rows by key, close), kept planned on the connection, against
+// the same select sent as it is.
 //
 // Usage: db_bench [iterations]. PostgreSQL from ORVANE_TEST_PG_HOST/_PORT/
 // _DATABASE (default 127.0.0.1, 5432, orvane_test; login kop47/kop47).
@@ -23,6 +27,7 @@
 #include "data/connection_pool.h"
 #include "data/db.h"
 #include "data/schema.h"
+#include "members/admin_right.h"
 
 namespace {
 
@@ -48,6 +53,7 @@ bool Fill(const std::string& dsn) {
   if (!Check(CreateSchema(conn))) return false;
   if (!Check(Com_funBeginTrans(conn))) return false;
   if (!Check(Com_funExecsql(conn, Sql() << "delete from " << Table("T_USER")))) return false;
+  if (!Check(Com_funExecsql(conn, Sql() << "delete from " << Table("MENU_USER")))) return false;
   for (int i = 0; i < kUsers; ++i) {
     char id[16];
     std::snprintf(id, sizeof id, "u%04d", i);
@@ -56,6 +62,9 @@ bool Fill(const std::string& dsn) {
                                         << " (USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,DSP_NM ,UPD_KBN) values (" << Quoted(id)
                                         << " ," << Quoted("山田 太郎") << " ," << Quoted("ヤマダ タロウ") << " ,"
                                         << Quoted(id) << " ," << Quoted(id) << " ," << Quoted("3") << ")")))
+      return false;
+    if (!Check(Com_funExecsql(conn, Sql() << "insert into " << Table("MENU_USER") << " (USER_ID ,MENU50) values ("
+                                          << Quoted(id) << " ," << Quoted("50") << ")")))
       return false;
   }
   return Check(Com_funCommitTrans(conn));
@@ -82,6 +91,37 @@ double PerCall(int n, const std::function<bool(int)>& step) {
   for (int i = 0; i < n; ++i)
     if (!step(i)) return -1;
   return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() / n;
+}
+
+std::string UserId(int i) {
+  char id[16];
+  std::snprintf(id, sizeof id, "u%04d", i % kUsers);
+  return id;
+}
+
+// The right as every request reads it, against the same select unprepared.
+void MeasureRightCheck(const char* backend, const std::string& dsn, const std::filesystem::path& dir, int n) {
+  std::ofstream(dir / (dsn + ".ini")) << "LOCAL_DB_DSN=" << dsn << "\n";
+  orvane::ConfigFile config((dir / (dsn + ".ini")).string());
+  auto prepared = [&](int i) {
+    bool holds = false;
+    return Check(orvane::members::ReadAdminRight(config, UserId(i), "MENU50", holds)) && holds;
+  };
+  auto as_is = [&](int i) {
+    Connection conn;
+    std::string value;
+    return Check(Com_funDbOpen(dsn, "", "", conn)) &&
+           Check(SelectFirstValue(conn, orvane::members::AdminRightSql(UserId(i), "MENU50"), "MENU50", value)) &&
+           value == "50" && Check(Com_funDbClose(conn));
+  };
+  PerCall(n / 10, prepared);
+  constexpr int kRounds = 5;
+  double kept = 1e18, sent = 1e18;
+  for (int r = 0; r < kRounds; ++r) {
+    kept = std::min(kept, PerCall(n / kRounds, prepared));
+    sent = std::min(sent, PerCall(n / kRounds, as_is));
+  }
+  std::printf("%-10s  right check: kept planned %8.1f us   sent as it is %8.1f us\n", backend, kept, sent);
 }
 
 void Measure(const char* backend, const std::string& dsn, int n) {
@@ -129,6 +169,8 @@ int main(int argc, char** argv) {
   std::printf("db_bench: %d keyed selects per case (%d rows)\n", n, kUsers);
   Measure("SQLite", "bench_sqlite", n);
   Measure("PostgreSQL", "bench_pg", n);
+  MeasureRightCheck("SQLite", "bench_sqlite", dir, n);
+  MeasureRightCheck("PostgreSQL", "bench_pg", dir, n);
   ClosePooledConnections();
   std::filesystem::remove_all(dir);
   return 0;

@@ -8,6 +8,14 @@
 //                 session check, the tree version raised, the tree drawn)
 // Goal: the read without a cookie within 5% of memory sessions.
 //
+// Then the administrator right read from the database on every request: a
+// third server (memory sessions, the default rule: every request checks)
+// against the first (anonymous reads: no check), both with the login's
+// cookie, on
+//   001:  server information (no statement of its own)
+//   101:  the list of all groups (one select)
+// Goal: within 5%.
+//
 //   session_bench [seconds-per-phase] [client-threads] [rounds]
 // PostgreSQL from ORVANE_TEST_PG_HOST/_PORT/_DATABASE (default 127.0.0.1,
 // 5432, orvane_test; login kop47/kop47); the tables go into the schema
@@ -75,13 +83,13 @@ double Drive(int port, const Target& t, int threads, double seconds, long long& 
 }
 
 struct Instance {
-  Instance(const std::string& config, std::unique_ptr<SessionStore> sessions)
+  Instance(const std::string& config, std::unique_ptr<SessionStore> sessions, bool open_reads = true)
       : state(config, std::move(sessions), SystemClock::Instance(), nullptr), server(state, {"127.0.0.1", 0, 4}) {
     // Queries open to all (--allow-anonymous-reads): the read without a
-    // cookie is the request that needs no session at all. Under the default
-    // rule every request needs the administrator's session, as the read
-    // with the cookie does.
-    state.access.anonymous_reads = true;
+    // cookie is the request that needs no session at all, and no read asks
+    // for the right. Under the default rule every request needs the
+    // administrator's session and reads the right.
+    state.access.anonymous_reads = open_reads;
     std::string error;
     LoadApplicationValues(state.config, state.app, error);
     Check(org::LoadSecHierarchical(state.config, state.app).ok(), "drawing the tree");
@@ -120,7 +128,9 @@ int main(int argc, char** argv) {
   std::ofstream(dir / "odbc.ini") << "[bench_admin]\n"
                                   << pg << "\n[bench_sessions]\n"
                                   << pg << "ConnSettings=SET search_path TO orvane_session_bench\n";
-  std::ofstream(dir / "ORVANE.ini") << "LOCAL_DB_DSN=bench_sessions\nJNJI_MODE=0\nML_MODE=2\nML_FOLDER=/srv/imail\n";
+  std::ofstream(dir / "ORVANE.ini") << "LOCAL_DB_DSN=bench_sessions\nJNJI_MODE=0\nML_MODE=2\nML_FOLDER=/srv/imail\n"
+                                       "MAINFORM_BACK_COLOR=C0D0E0\nML_USEFLG=1\nML_ISLOCAL=True\nML_ADDUSEFLG=0\n"
+                                       "ML_EXEPROXY_PORT=5300\nML_SERVERIP=127.0.0.1\nML_SERVER=example.jp\n";
   data::UseOdbcIniBeside(dir.string());
   data::Diagnostic diag;
   auto admin = data::PhysicalConnection::Open("bench_admin", "kop47", "kop47", diag);
@@ -136,6 +146,7 @@ int main(int argc, char** argv) {
   const std::string config = (dir / "ORVANE.ini").string();
   Instance memory(config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(20)));
   Instance database(config, std::make_unique<DatabaseSessionStore>(config, std::chrono::minutes(20)));
+  Instance checked(config, std::make_unique<InMemorySessionStore>(std::chrono::minutes(20)), /*open_reads=*/false);
 
   struct Case {
     const char* name;
@@ -170,6 +181,32 @@ int main(int argc, char** argv) {
     std::sort(c.database.begin(), c.database.end());
     double m = c.memory[c.memory.size() / 2], d = c.database[c.database.size() / 2];
     std::printf("%-26s %12.0f %12.0f %8.3f\n", c.name, m, d, d / m);
+  }
+
+  struct CheckCase {
+    const char* name;
+    Target target;
+    std::vector<double> unchecked, checked;
+  } check_cases[] = {
+      {"001 with cookie", {"GET", "/orvane?ReqNo=001", "", "", "C0D0E0,"}, {}, {}},
+      {"101 with cookie", {"GET", "/orvane?ReqNo=101", "", "", "0000,"}, {}, {}},
+  };
+  for (int r = 0; r < rounds; ++r) {
+    for (CheckCase& c : check_cases) {
+      for (Instance* i : {&memory, &checked}) {
+        Target t = c.target;
+        t.cookie = i->cookie;
+        (i == &memory ? c.unchecked : c.checked).push_back(Drive(i->port, t, threads, seconds, failures));
+      }
+    }
+  }
+  std::printf("\nthe administrator right read on every request (memory sessions)\n");
+  std::printf("%-26s %12s %12s %8s\n", "request", "no check r/s", "check r/s", "ratio");
+  for (CheckCase& c : check_cases) {
+    std::sort(c.unchecked.begin(), c.unchecked.end());
+    std::sort(c.checked.begin(), c.checked.end());
+    double u = c.unchecked[c.unchecked.size() / 2], k = c.checked[c.checked.size() / 2];
+    std::printf("%-26s %12.0f %12.0f %8.3f\n", c.name, u, k, k / u);
   }
   std::printf("failed requests: %lld\n", failures);
   admin->ExecDirect("DROP SCHEMA orvane_session_bench CASCADE", diag);

@@ -11,6 +11,7 @@
 #include "org/group_paths.h"
 #include "server/database_session_store.h"
 #include "server/http_server.h"
+#include "server/origin_check.h"
 
 namespace orvane::cli {
 namespace {
@@ -162,6 +163,12 @@ void AddServe(CLI::App& app, int& exit_code) {
                   "beside the configuration file); read it with `orvane audit`");
   cmd->add_flag("--allow-anonymous-reads", options->access.anonymous_reads,
                 "Let queries (not changes) run without a login, for pages that never log in");
+  cmd->add_option("--trusted-origin", options->access.trusted_origins,
+                  "Also accept changes from pages served at this origin (scheme://host[:port]); repeatable. "
+                  "Browsers' changes from any other site get 403 ERROR:CROSSORIGIN")
+      ->check([](const std::string& url) {
+        return OriginOf(url).empty() ? "not an http(s) origin: " + url : std::string();
+      });
   cmd->add_option("--web-root", options->web_root,
                   "Serve the pages from this folder instead of the copy compiled in (working on web/)");
   cmd->add_option("--charset", options->charset, "Character set of the pages: UTF-8 or Shift_JIS (code page 932)")

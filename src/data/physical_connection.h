@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -42,6 +43,9 @@ class PhysicalConnection {
 
   // Pool key: data source, login and the odbc.ini it resolved from.
   std::string key;
+  // Names of the statements the server keeps planned for this connection
+  // (SelectFirstValuePrepared): they live as long as the connection.
+  std::set<std::string> prepared;
 
  private:
   PhysicalConnection() = default;

@@ -1,5 +1,6 @@
 #include "server/access_log.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace orvane {
@@ -8,10 +9,14 @@ namespace {
 // Control bytes (CR LF, the 0x1C joins) would break the one-line-per-request
 // shape of the log, and a quote or backslash would let a value end its
 // quoted field early; show them escaped. Fields from the client are cut
-// short.
+// short, never inside a UTF-8 character: the character that would be cut
+// is left out whole.
 std::string Printable(std::string_view s, size_t max_bytes) {
+  size_t end = std::min(max_bytes, s.size());
+  // Back over at most three continuation bytes to the start of the character.
+  for (int i = 0; i < 3 && end > 0 && end < s.size() && (static_cast<unsigned char>(s[end]) & 0xC0) == 0x80; ++i) --end;
   std::string out;
-  for (unsigned char c : s.substr(0, max_bytes)) {
+  for (unsigned char c : s.substr(0, end)) {
     if (c < 0x20 || c == 0x7F || c == '"' || c == '\\') {
       static constexpr char kHex[] = "0123456789ABCDEF";
       out += "\\x";

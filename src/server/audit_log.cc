@@ -36,6 +36,7 @@ std::string Readable(const nlohmann::json& j) {
   std::string line = text("time") + "  " + (text("user").empty() ? "-" : text("user")) + "@" + text("client") + "  ";
   line += text("code").empty() ? text("event") : text("code");
   line += "  " + text("answer");
+  if (!text("throttled").empty()) line += "  throttled=" + text("throttled");
   if (j.contains("fields") && j["fields"].is_object())
     for (const auto& [name, value] : j["fields"].items())
       if (value.is_string() && !text::EqualsIgnoreCase(name, "ReqNo")) line += "  " + name + "=" + value.get<std::string>();
@@ -65,6 +66,7 @@ std::string FormatAuditLine(const AuditEntry& e, std::string_view time) {
     j["fields"] = std::move(fields);
   }
   j["answer"] = AnswerCode(e.answer);
+  if (!e.throttled.empty()) j["throttled"] = e.throttled;
   // Bytes that are not UTF-8 are replaced rather than refused: the line is
   // written whatever a client sent.
   return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);

@@ -18,12 +18,14 @@
 namespace orvane {
 
 struct AuditEntry {
-  std::string event;  // "request", "login", "login-failed", "logout"
+  std::string event;  // "request", "login", "login-failed", "login-throttled", "logout"
   std::string user;   // the session's user (for logins: the id tried)
   std::string client;
   std::string code;  // the request code; empty for logins and logouts
   const NamedValues* fields = nullptr;
   std::string_view answer;
+  // A login refused unchecked: which count refused it ("address", ...).
+  std::string_view throttled = {};
 };
 
 // The JSON line for `e` at `time` (without its newline).

@@ -202,4 +202,33 @@ void DatabaseSessionStore::Remove(const std::string& id) {
   data::Com_funExecsql(conn, sql).IgnoreError();
 }
 
+Status DatabaseSessionStore::RemoveUserSessions(const std::string& user_id, const std::string& except_id) {
+  constexpr char kRoutine[] = "DatabaseSessionStore::RemoveUserSessions";
+  if (user_id.empty()) return Status::Ok();
+  data::Connection conn;
+  if (Status s = Open(conn); !s.ok()) return std::move(s).Prefixed(kRoutine);
+  std::string pattern = "%PUB_USR_ID=";
+  PercentEncode(user_id, pattern);
+  pattern += '%';  // "_" in an id matches any byte: the values are compared below
+  data::Sql sql;
+  sql << "select SESSION_HASH,SESSION_VALUES from " << Table(kTable) << " where SESSION_VALUES like "
+      << Quoted(pattern);
+  const std::string keep = LooksLikeId(except_id) ? HashId(except_id) : std::string();
+  std::vector<std::string> doomed;
+  auto note = [&](const std::vector<std::string>& row) {
+    Session values;
+    ParseValues(row[1], values);
+    if (row[0] != keep && values.Get("PUB_USR_ID") == user_id) doomed.push_back(row[0]);
+    return true;
+  };
+  if (Status s = data::SelectRows(conn, sql, {"SESSION_HASH", "SESSION_VALUES"}, note); !s.ok())
+    return std::move(s).Prefixed(kRoutine);
+  for (const std::string& hash : doomed) {
+    data::Sql drop;
+    drop << "delete from " << Table(kTable) << " where SESSION_HASH = " << Quoted(hash);
+    if (Status s = data::Com_funExecsql(conn, drop); !s.ok()) return std::move(s).Prefixed(kRoutine);
+  }
+  return data::Com_funDbClose(conn).Prefixed(kRoutine);
+}
+
 }  // namespace orvane

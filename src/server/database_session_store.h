@@ -16,7 +16,8 @@
 // between the idle timeout and the timeout plus the touch interval after
 // its last use, never earlier. Each login deletes at most 100 expired rows
 // through the EXPIRES index; an expired row that Find meets is deleted by
-// its key. Logout deletes the row: the session ends on every instance.
+// its key. Logout deletes the row: the session ends on every instance, and
+// so does a session that a password change ended.
 #pragma once
 
 #include <chrono>
@@ -41,6 +42,9 @@ class DatabaseSessionStore final : public SessionStore {
   std::shared_ptr<Session> Create(std::string& id) override;
   Status Keep(const std::string& id, const std::shared_ptr<Session>& session) override;
   void Remove(const std::string& id) override;
+  // Rare (a password change): the rows are found by a LIKE on their
+  // values, a scan of the live sessions, and confirmed one by one.
+  Status RemoveUserSessions(const std::string& user_id, const std::string& except_id) override;
 
   std::chrono::seconds TouchInterval() const { return touch_interval_; }
 

@@ -12,6 +12,7 @@
 #include "server/access.h"
 #include "server/charset.h"
 #include "server/metrics.h"
+#include "server/origin_check.h"
 #include "server/static_files.h"
 #include "server/edge.h"
 
@@ -21,6 +22,8 @@ namespace {
 constexpr char kTextPlain[] = "text/plain; charset=utf-8";
 // The answer of a request that the edge does not let run.
 constexpr char kSessionRefused[] = "ERROR:SESSIONCHECK";
+// The answer of a change sent by another site's page.
+constexpr char kCrossOrigin[] = "ERROR:CROSSORIGIN";
 
 std::string QueryOf(const httplib::Request& req) {
   size_t q = req.target.find('?');
@@ -40,6 +43,28 @@ NamedValues FieldsOf(const httplib::Request& req) {
 }
 
 std::string SessionIdOf(const NamedValues& cookies) { return cookies.Get(kSessionCookie); }
+
+// The one gate of every changing endpoint: a browser says the request
+// comes from a page of another site.
+bool FromAnotherSite(const ServerState& state, const httplib::Request& req) {
+  return IsCrossSiteChange(req.get_header_value("Sec-Fetch-Site"), req.get_header_value("Origin"),
+                           req.get_header_value("Host"), state.secure_cookie, state.access.trusted_origins);
+}
+
+// The status of a refused access: 401, or 503 when the database could not
+// say whether the user still holds the right.
+int RefusalStatus(const AccessDecision& d) { return d.failure.ok() ? 401 : 503; }
+
+// What the access log says about a failed check of the edge's own (the
+// right, ending sessions): the routine and the database's own words when
+// it gave any, else the whole trail.
+Cause CheckFailure(const Status& s) {
+  if (s.ok()) return {};
+  Cause cause = s.cause();
+  const std::string& trail = s.trail();
+  cause.message = cause.empty() ? trail : trail.substr(0, trail.find('\r')) + ": " + cause.message;
+  return cause;
+}
 
 std::string SessionCookie(const ServerState& state, const std::string& id, bool expire = false) {
   std::string c = std::string(kSessionCookie) + "=" + id + "; Path=/; HttpOnly; SameSite=Strict";
@@ -98,14 +123,24 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   // request reads them.
   const bool decoded = DecodeRequestCharset(state.charset, ctx);
   const RequestRoute* route = decoded ? FindRoute(ctx.Field("ReqNo")) : nullptr;
-  if (decoded && !MayCall(state.access, *session, route)) {
-    ctx.http_status = 401;
+  const bool cross_site = route && route->changes_data && FromAnotherSite(state, req);
+  AccessDecision access;
+  if (decoded && !cross_site) access = MayCall(state.access, state.config, *session, route);
+  Cause failure = CheckFailure(access.failure);
+  if (cross_site) {
+    ctx.http_status = 403;
+    ctx.Write(kCrossOrigin);
+  } else if (decoded && !access.allowed) {
+    ctx.http_status = RefusalStatus(access);
     ctx.Write(kSessionRefused);
   } else if (decoded) {
     RunRequest(ctx);
     // The answer stands either way; a value that could not be kept (the
     // members' loaded moment) is only missing from the next request.
     state.sessions->Keep(session_id, session).IgnoreError();
+    std::string user =
+        UserWhosePasswordChanged(route ? route->code : "", ctx.response(), ctx.Field("User_cd"), ctx.Field("User_PS"));
+    if (Status ended = state.sessions->RemoveUserSessions(user, session_id); !ended.ok()) failure = CheckFailure(ended);
   }
   if (route && route->changes_data)  // before the answer leaves: an answered change always has its line
     state.audit_log.Write({"request", session->Get("PUB_USR_ID"), req.remote_addr, std::string(route->code),
@@ -113,7 +148,7 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
   Answer(res, ctx.http_status, ctx.response(), state.charset);
   state.metrics.NoteRequest(route, ctx.response(), timer.Micros());
   Log(state, req, timer, ctx.http_status, ctx.response(), ctx.Field("ReqNo"), route && route->answer_is_secret,
-      LoggedFailure(ctx));
+      failure.empty() ? LoggedFailure(ctx) : std::move(failure));
 }
 
 // POST /login with the form fields "User_cd" and "User_PS" in the body. A
@@ -123,6 +158,10 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
 // LoginThrottle). Neither field is ever logged or put in a cookie.
 void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Response& res) {
   Timer timer;
+  if (FromAnotherSite(state, req)) {
+    Answer(res, 403, kCrossOrigin);
+    return Log(state, req, timer, 403, kCrossOrigin);
+  }
   // The body only: credentials in a URL end up in proxies' logs.
   NamedValues fields;
   if (IsFormBody(req)) ParseUrlEncoded(req.body, fields);
@@ -130,11 +169,12 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   auto session = std::make_shared<Session>();
   std::string error;
   members::LoginOutcome outcome = members::LoginOutcome::kRefused;
-  if (state.login_throttle.Allows(user_id, req.remote_addr)) {
+  const LoginThrottle::Verdict throttled = state.login_throttle.Check(user_id, req.remote_addr);
+  if (throttled == LoginThrottle::Verdict::kAllowed) {
     outcome = members::LogIn(state.config, state.clock, user_id, fields.Get("User_PS"), state.access.admin_column,
                              *session, error);
     if (outcome == members::LoginOutcome::kRefused) state.login_throttle.NoteFailure(user_id, req.remote_addr);
-    if (outcome == members::LoginOutcome::kOk) state.login_throttle.NoteSuccess(user_id);
+    if (outcome == members::LoginOutcome::kOk) state.login_throttle.NoteSuccess(user_id, req.remote_addr);
   }
   if (outcome == members::LoginOutcome::kOk) {
     NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
@@ -160,8 +200,10 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   // Only the code: a failed lookup's error text renders the statement, and
   // with it the password.
   std::string answer = members::LoginAnswer(outcome);
-  state.audit_log.Write({outcome == members::LoginOutcome::kOk ? "login" : "login-failed", user_id, req.remote_addr,
-                         "", nullptr, answer});
+  const char* event = outcome == members::LoginOutcome::kOk           ? "login"
+                      : throttled != LoginThrottle::Verdict::kAllowed ? "login-throttled"
+                                                                      : "login-failed";
+  state.audit_log.Write({event, user_id, req.remote_addr, "", nullptr, answer, LoginThrottle::Name(throttled)});
   Answer(res, 200, answer);
   Log(state, req, timer, 200, answer);
 }
@@ -170,6 +212,10 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
 // the cookie.
 void HandleLogout(ServerState& state, const httplib::Request& req, httplib::Response& res) {
   Timer timer;
+  if (FromAnotherSite(state, req)) {
+    Answer(res, 403, kCrossOrigin);
+    return Log(state, req, timer, 403, kCrossOrigin);
+  }
   std::string id = SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie")));
   std::shared_ptr<Session> session = state.sessions->Find(id);
   state.audit_log.Write({"logout", session ? session->Get("PUB_USR_ID") : "", req.remote_addr, "", nullptr, "OK"});
@@ -197,9 +243,9 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
   server.Get("/application/App_A_strSec_hierarchical", [&state](const httplib::Request& req, httplib::Response& res) {
     Timer timer;
     std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie"))));
-    if (!MayReadTree(state.access, session.get())) {
-      Answer(res, 401, kSessionRefused);
-      return Log(state, req, timer, 401, kSessionRefused);
+    if (AccessDecision access = MayReadTree(state.access, state.config, session.get()); !access.allowed) {
+      Answer(res, RefusalStatus(access), kSessionRefused);
+      return Log(state, req, timer, RefusalStatus(access), kSessionRefused, {}, false, CheckFailure(access.failure));
     }
     std::shared_ptr<const Array2D> tree;
     if (Status s = org::CurrentSecHierarchical(state.config, state.app, tree); !s.ok()) {

@@ -61,6 +61,15 @@ void InMemorySessionStore::Remove(const std::string& id) {
   sessions_.erase(id);
 }
 
+Status InMemorySessionStore::RemoveUserSessions(const std::string& user_id, const std::string& except_id) {
+  if (user_id.empty()) return Status::Ok();  // anonymous sessions are nobody's
+  std::lock_guard lock(mu_);
+  std::erase_if(sessions_, [&](const auto& entry) {
+    return entry.first != except_id && entry.second.session->Get("PUB_USR_ID") == user_id;
+  });
+  return Status::Ok();
+}
+
 std::optional<size_t> InMemorySessionStore::Count() {
   auto now = now_();
   std::lock_guard lock(mu_);

@@ -34,6 +34,10 @@ class SessionStore {
     return Status::Ok();
   }
   virtual void Remove(const std::string& id) = 0;
+  // Ends every session of `user_id` (PUB_USR_ID) but the one under
+  // `except_id` (may be empty): a changed password logs the user out
+  // elsewhere.
+  [[nodiscard]] virtual Status RemoveUserSessions(const std::string& user_id, const std::string& except_id) = 0;
   // How many sessions are held (for metrics); none when the store cannot
   // say cheaply.
   virtual std::optional<size_t> Count() { return std::nullopt; }
@@ -53,6 +57,7 @@ class InMemorySessionStore final : public SessionStore {
   std::shared_ptr<Session> Find(const std::string& id) override;
   std::shared_ptr<Session> Create(std::string& id) override;
   void Remove(const std::string& id) override;
+  Status RemoveUserSessions(const std::string& user_id, const std::string& except_id) override;
   std::optional<size_t> Count() override;
 
  private:

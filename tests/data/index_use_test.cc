@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "base/text.h"
+#include "members/admin_right.h"
 #include "members/member_queries.h"
 #include "members/user_queries.h"
 #include "org/group_queries.h"
@@ -64,6 +65,15 @@ TEST_P(IndexUse, EveryReadStatementFindsItsIndex) {
   // The id order and a section's members go by the primary keys.
   std::string by_id = Plan(members::AllUserListSql(ctx, "id", "0", ""));
   std::string members = Plan(members::SpecificMemberSql(ctx, "0001", "name", "0", "", "20240401"));
+  // The right read on every request over HTTP: both rows by their keys.
+  std::string right = Plan(members::AdminRightSql("admin", "MENU50"));
+  if (backend() == Backend::kSqlite) {
+    EXPECT_NE(right.find("sqlite_autoindex_t_user"), std::string::npos) << right;
+    EXPECT_NE(right.find("sqlite_autoindex_menu_user"), std::string::npos) << right;
+  } else {
+    EXPECT_NE(right.find("t_user_pkey"), std::string::npos) << right;
+    EXPECT_NE(right.find("menu_user_pkey"), std::string::npos) << right;
+  }
   if (backend() == Backend::kSqlite) {
     EXPECT_NE(by_id.find("sqlite_autoindex_t_user"), std::string::npos) << by_id;
     EXPECT_NE(members.find("sqlite_autoindex_t_secmember"), std::string::npos) << members;

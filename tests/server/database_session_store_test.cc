@@ -146,6 +146,34 @@ TEST_P(DatabaseSessions, LoginsRemoveExpiredRows) {
   EXPECT_TRUE(store->Find(live));
 }
 
+// A password change ends the user's sessions but one, in either store, and
+// only that user's: ids that a LIKE pattern would also match stay.
+TEST_P(DatabaseSessions, RemovingAUsersSessionsKeepsOneAndTouchesNoOtherUser) {
+  std::unique_ptr<SessionStore> stores[] = {Instance(),
+                                            std::make_unique<InMemorySessionStore>(std::chrono::minutes(20))};
+  for (auto& store : stores) {
+    struct Case {
+      std::string user;
+      bool ends;
+    } cases[] = {{"a_b", true},  {"a_b", true},    {"a_b", false /* the one kept */},
+                 {"axb", false}, {"a_b2", false},  {"x a_b", false},
+                 {"A_B", false}, {"山田%", false}, {"", false}};
+    std::vector<std::string> ids;
+    for (const Case& c : cases) {
+      std::string id;
+      auto made = store->Create(id);
+      if (!c.user.empty()) made->Set("PUB_USR_ID", c.user);
+      made->Set("PUB_USR_NM", "a_b");
+      ASSERT_TRUE(store->Keep(id, made).ok());
+      ids.push_back(id);
+    }
+    ASSERT_TRUE(store->RemoveUserSessions("a_b", ids[2]).ok());
+    ASSERT_TRUE(store->RemoveUserSessions("山田", "").ok());
+    for (size_t i = 0; i < ids.size(); ++i)
+      EXPECT_EQ(store->Find(ids[i]) == nullptr, cases[i].ends) << cases[i].user << " " << i;
+  }
+}
+
 ORVANE_DB_TEST_SUITE(DatabaseSessions);
 
 }  // namespace

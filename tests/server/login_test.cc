@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
@@ -117,6 +119,43 @@ TEST_P(Login, GuessingIsRefusedForTheWindowAndCredentialsComeFromTheBody) {
   EXPECT_EQ(login("User_cd=sato&User_PS=sato"), "ERROR:LOGIN");
   clock().Set(LocalTime{2024, 4, 1, 10, 25, 31});  // the first failures left the window
   EXPECT_EQ(login("User_cd=sato&User_PS=sato"), "OK");
+}
+
+// Guessing the administrator's password from one address cannot lock the
+// administrator out: after five failures that address waits (the right
+// password too), while from another address the right password logs in
+// once the id's short delay (at most four seconds) has passed. The audit
+// log says which logins were throttled.
+TEST_P(Login, GuessingFromOneAddressDoesNotLockTheUserOutElsewhere) {
+  Insert("T_USER", {{"USER_ID", "admin"}, {"PASSWORD", "admin"}});
+  LiveServer server(ConfigPath(), clock());
+  ASSERT_TRUE(server.state().audit_log.Open(dir().File("audit.log")).ok());
+  auto login = [&](const char* from, const char* password) {
+    httplib::Client client = server.Client();
+    client.set_interface(from);  // the loopback address to connect from
+    auto res =
+        client.Post("/login", std::string("User_cd=admin&User_PS=") + password, "application/x-www-form-urlencoded");
+    return res ? res->body : std::string("(none)");
+  };
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(login("127.0.0.1", "guess"), "ERROR:LOGIN");
+  EXPECT_EQ(login("127.0.0.2", "admin"), "ERROR:LOGIN");  // within the id's delay
+  clock().Set(LocalTime{2024, 4, 1, 10, 20, 34});
+  EXPECT_EQ(login("127.0.0.1", "admin"), "ERROR:LOGIN");  // this address still waits
+  EXPECT_EQ(login("127.0.0.2", "admin"), "OK");
+  std::string clients, events;
+  std::ifstream in(dir().File("audit.log"));
+  for (std::string line; std::getline(in, line);) {
+    auto j = nlohmann::json::parse(line);
+    clients += j["client"].get<std::string>().substr(8) + " ";
+    events +=
+        j["event"].get<std::string>() + (j.contains("throttled") ? "/" + j["throttled"].get<std::string>() : "") + " ";
+  }
+  EXPECT_EQ(clients, "1 1 1 1 1 2 1 2 ");
+  // The third failure starts the id's delay: the fourth and fifth guesses
+  // are refused unchecked, and count against the address.
+  EXPECT_EQ(events,
+            "login-failed login-failed login-failed login-throttled/user-delay login-throttled/user-delay "
+            "login-throttled/user-delay login-throttled/address login ");
 }
 
 // Over HTTP only administrators (the menu-rights column holding its own

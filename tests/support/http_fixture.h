@@ -21,8 +21,10 @@ class LiveServer {
  public:
   explicit LiveServer(const std::string& config_path, const Clock& clock = SystemClock::Instance(),
                       std::chrono::seconds session_timeout = std::chrono::minutes(20),
-                      HttpOptions options = {"127.0.0.1", 0, 4}, AccessRule access = {})
-      : state_(config_path, std::make_unique<InMemorySessionStore>(session_timeout), clock, &log_) {
+                      HttpOptions options = {"127.0.0.1", 0, 4}, AccessRule access = {},
+                      std::unique_ptr<SessionStore> sessions = nullptr)
+      : state_(config_path, sessions ? std::move(sessions) : std::make_unique<InMemorySessionStore>(session_timeout),
+               clock, &log_) {
     state_.access = std::move(access);
     std::string error;
     LoadApplicationValues(state_.config, state_.app, error);
@@ -35,6 +37,12 @@ class LiveServer {
   }
   LiveServer(const std::string& config_path, AccessRule access, const Clock& clock = SystemClock::Instance())
       : LiveServer(config_path, clock, std::chrono::minutes(20), {"127.0.0.1", 0, 4}, std::move(access)) {}
+  // With a session store of the test's choosing (the database's, to share
+  // sessions between two servers).
+  LiveServer(const std::string& config_path, AccessRule access, std::unique_ptr<SessionStore> sessions,
+             const Clock& clock = SystemClock::Instance())
+      : LiveServer(config_path, clock, std::chrono::minutes(20), {"127.0.0.1", 0, 4}, std::move(access),
+                   std::move(sessions)) {}
   ~LiveServer() {
     server_->Stop();
     thread_.join();
