@@ -105,7 +105,8 @@ std::string MailMenu(const std::string& disp_menu, std::string_view code, const 
 }
 
 data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std::string& upd_kbn,
-                        const WriteFrame::Stamp& stamp, const std::string& disp_menu, bool follow_account) {
+                        const WriteFrame::Stamp& stamp, const std::string& disp_menu, bool follow_account,
+                        const std::string& admin_column) {
   std::vector<std::string> values;
   for (const std::string& code : ctx.menu_codes) {
     bool shown = Shown(disp_menu, code);
@@ -116,6 +117,8 @@ data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std:
     }
     std::string value = shown ? code : "ZZ";
     if (follow_account && (code == "23" || code == "07")) value = MailMenu(disp_menu, code, u[kMailUseFlg]);
+    // Nobody chose to make the new user an administrator: only 213 grants it.
+    if (text::EqualsIgnoreCase("MENU" + code, admin_column)) value = "ZZ";
     values.push_back(std::move(value));
   }
   data::Sql sql;
@@ -187,8 +190,8 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
 
   std::string ml_mode, add_use;
   if (!Key(ctx, "ML_MODE", ml_mode, refusal) || !Key(ctx, "ML_ADDUSEFLG", add_use, refusal)) return Status::Failure("");
-  data::Sql menu =
-      InsertMenuSql(ctx, u, upd_kbn, stamp, ctx.app().DispMenu(), MailMenusFollowAccount(ml_mode, add_use));
+  data::Sql menu = InsertMenuSql(ctx, u, upd_kbn, stamp, ctx.app().DispMenu(), MailMenusFollowAccount(ml_mode, add_use),
+                                 ctx.app().AdminColumn());
   if (Status s = Exec(conn, menu); !s.ok()) return std::move(s).From(kName);
   return Status::Ok();
 }

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
   orvane::cli::AddRequest(app, exit_code);
   orvane::cli::AddInitDb(app, exit_code);
   orvane::cli::AddAudit(app, exit_code);
+  orvane::cli::AddCheckData(app, exit_code);
   CLI11_PARSE(app, argc, argv);
   return exit_code;
 }
