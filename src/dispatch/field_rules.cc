@@ -143,23 +143,24 @@ std::string CheckValue(const FieldRule& rule, std::string_view value, std::strin
 bool CheckFields(RequestContext& ctx, std::span<const FieldRule> rules) {
   std::string start;  // the value of the row's period start
   for (const FieldRule& r : rules)
-    if (r.kind == FieldKind::kDate) start = ctx.Field(r.field);
-  // Fields with an answer of their own come first, so that a request that
-  // answered it before still does whatever else it carries.
-  for (bool own : {true, false}) {
-    for (const FieldRule& r : rules) {
-      if (!r.stored || r.own_answer.empty() != !own) continue;
-      std::string reason = CheckValue(r, ctx.Field(r.field), start);
-      if (reason.empty()) continue;
-      if (own) {
-        ctx.Write(r.own_answer);
-      } else {
-        std::string answer = "ERROR:INVALIDVALUE";
-        answer.append(text::kCrLf).append(r.field).append(": ").append(reason);
-        ctx.Write(answer);
-      }
-      return false;
-    }
+    if (r.stored && r.kind == FieldKind::kDate) start = ctx.Field(r.field);
+  // Values the request refused with an answer of its own before come first,
+  // so that it still answers so whatever else it carries.
+  for (const FieldRule& r : rules) {
+    if (!r.stored || r.own_answer.empty() || CheckValue(r, ctx.Field(r.field)).empty()) continue;
+    ctx.Write(r.own_answer);
+    return false;
+  }
+  // Then every stored value in order; the period's order is a new rule, so
+  // it is refused as one.
+  for (const FieldRule& r : rules) {
+    if (!r.stored) continue;
+    std::string reason = CheckValue(r, ctx.Field(r.field), start);
+    if (reason.empty()) continue;
+    std::string answer = "ERROR:INVALIDVALUE";
+    answer.append(text::kCrLf).append(r.field).append(": ").append(reason);
+    ctx.Write(answer);
+    return false;
   }
   return true;
 }
