@@ -51,6 +51,10 @@ TEST(Cli, HelpExplainsEachSubcommand) {
       {"--help", "serve"},
       {"serve --help", "--listen"},
       {"request --help", "102  GetAllUserList (S_Col, S_Type, S_OPT, S_pos, B_pos)"},
+      {"request --help",
+       "208  RegistMember (Group_cd [code], User_cd [id], Primary [flag, checked], Post_cd [code, checked], ST_Ymd "
+       "[date, checked], ED_Ymd [end date, checked], Upd_Ymd [date], Upd_Hms [free text])"},
+      {"check-data --help", "Exit status 0 when none breaks a rule, 1 when some do"},
   };
   for (const Case& c : cases) {
     CommandRun r = Orvane(c.args);
