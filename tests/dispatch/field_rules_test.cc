@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/db_fixture.h"
+#include "support/exe_proxy_peer.h"
 #include "support/http_fixture.h"
 #include "support/mail_env.h"
 
@@ -118,6 +119,9 @@ TEST_P(FieldRules, RefusedValuesAnswerExactlyAndChangeNothing) {
       {member + "Post_cd=0,2&ST_Ymd=20240230&ED_Ymd=", "ERROR:RECUPDATE"},         // whatever else it carries
       {member + "Post_cd=0,2&ST_Ymd=20240401&ED_Ymd=", kRefused + "Post_cd" + kComma},
   };
+  // The mail server behind the exe proxy: a refusal sends it nothing.
+  testing::ExeProxyPeer peer(dir().File("mail"), "D:\\IMail\\");
+  WriteConfig("ML_MODE=2\nML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
   const std::string audit = dir().File("audit.log");
   LiveServer server(ConfigPath(), clock());
   ASSERT_TRUE(server.state().audit_log.Open(audit).ok());
@@ -128,6 +132,7 @@ TEST_P(FieldRules, RefusedValuesAnswerExactlyAndChangeNothing) {
     EXPECT_EQ(admin.Post(c.form), c.answer) << c.form;
     EXPECT_EQ(Snapshot(), before) << c.form;
   }
+  EXPECT_EQ(peer.Transcripts(), std::vector<std::string>{});
   // The audit line of each refusal names the refusal's code.
   std::ifstream in(audit);
   size_t refused = 0;

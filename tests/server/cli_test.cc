@@ -98,8 +98,8 @@ TEST(Cli, CommandsRefuseToStartWhatCannotWork) {
                    "orvane " + command + ": the data source \"nowhere_defined\" (LOCAL_DB_DSN) is not defined in " +
                        dir.File("undefined") + "/odbc.ini or the system's odbc.ini\n"});
     if (command != "request")  // a request answers ERROR:READINFOFILE_SV_FOLDER for itself
-      all.push_back({command + " --config " + empty, "orvane " + command + ": 環境ファイル(" + empty +
-                                                         ")の\"LOCAL_DB_DSN\"は無効な設定です\n"});
+      all.push_back({command + " --config " + empty,
+                     "orvane " + command + ": 環境ファイル(" + empty + ")の\"LOCAL_DB_DSN\"は無効な設定です\n"});
   }
   for (const Case& c : all) {
     CommandRun r = Orvane(c.args);
