@@ -31,7 +31,6 @@
 
 namespace orvane {
 
-// One argument of an operation as a row names it.
 // How a changing request uses a field: its kind, and whether the request
 // stores the value (then the validation step checks it).
 struct FieldUse {
@@ -48,6 +47,7 @@ constexpr FieldUse Creates(FieldKind kind) { return {kind, true, true, {}}; }
 // existing data that breaks today's rules keeps working.
 constexpr FieldUse Names(FieldKind kind) { return {kind, false, false, {}}; }
 
+// One argument of an operation as a row names it.
 struct ArgSource {
   enum class Kind {
     kText,   // the text of a request field
