@@ -35,7 +35,7 @@ class FieldRules : public DbTest {
   // Every row the requests below could touch, sorted, and the list files.
   std::string Snapshot() {
     std::string out;
-    for (const char* table : {"T_SECTION", "T_USER", "MENU_USER", "T_SECMEMBER", "T_PASSGEN"}) {
+    for (const char* table : {"T_SECTION", "T_USER", "MENU_USER", "T_SECMEMBER", "T_PASSGEN", "ORVANE_TREE_VERSION"}) {
       data::Sql q;
       q << "select * from " << data::Table(table);
       std::vector<std::string> lines;
@@ -128,9 +128,11 @@ TEST_P(FieldRules, RefusedValuesAnswerExactlyAndChangeNothing) {
   Browser admin(server);
   ASSERT_TRUE(admin.LogIn("User_cd=admin&User_PS=admin"));
   const std::string before = Snapshot();
+  const long long tree = server.state().app.SecHierarchicalVersion();
   for (const Case& c : cases) {
     EXPECT_EQ(admin.Post(c.form), c.answer) << c.form;
     EXPECT_EQ(Snapshot(), before) << c.form;
+    EXPECT_EQ(server.state().app.SecHierarchicalVersion(), tree) << c.form;
   }
   EXPECT_EQ(peer.Transcripts(), std::vector<std::string>{});
   // The audit line of each refusal names the refusal's code.
