@@ -223,10 +223,16 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u
   const std::string upd_kbn = UpdKbn(ctx, u);
   auto flag = [](const std::string& f) { return f.empty() ? std::string("0") : f; };
   if (MailMenusFollowAccount(ml_mode, add_use) && flag(u[kMailUseFlg]) != flag(oldMailUseFlag)) {
-    const std::string disp_menu = ctx.app().DispMenu();
+    const std::string disp_menu = ctx.app().DispMenu(), admin_column = ctx.app().AdminColumn();
+    // Should the administrator's column be a mail menu, it keeps what it
+    // holds: only 213 grants it.
+    auto mail_menu = [&](std::string_view code, size_t stored) {
+      if (found && text::EqualsIgnoreCase("MENU" + std::string(code), admin_column)) return row[stored];
+      return MailMenu(disp_menu, code, u[kMailUseFlg]);
+    };
     data::Sql menus;
-    menus << "update " << Table(ctx.USR_MNU) << " set MENU23 = " << Quoted(MailMenu(disp_menu, "23", u[kMailUseFlg]))
-          << ",MENU07 = " << Quoted(MailMenu(disp_menu, "07", u[kMailUseFlg])) << " ,UPD_KBN = " << Quoted(upd_kbn)
+    menus << "update " << Table(ctx.USR_MNU) << " set MENU23 = " << Quoted(mail_menu("23", 1))
+          << ",MENU07 = " << Quoted(mail_menu("07", 2)) << " ,UPD_KBN = " << Quoted(upd_kbn)
           << " ,UPD_YMD = " << Quoted(stamp.ymd) << " ,UPD_HMS = " << Quoted(stamp.hms)
           << " ,UPD_USR = " << Quoted(stamp.usr) << " where USER_ID = " << Quoted(id);
     if (Status s = Exec(conn, menus); !s.ok()) return std::move(s).From(kName);

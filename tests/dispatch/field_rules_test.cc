@@ -210,6 +210,13 @@ TEST_P(FieldRules, ANewUserIsNeverAnAdministrator) {
   ASSERT_TRUE(granted.LogIn("User_cd=newbie&User_PS=nb-pw"));
   granted.Post("ReqNo=101", &status);
   EXPECT_EQ(status, 200);
+
+  // Another administrator's column (as `serve --admin-column MENU01` sets
+  // it) is the one held back; menu 50 is then an ordinary shown menu.
+  server.state().app.SetAdminColumn("MENU01");
+  ASSERT_EQ(admin.Post("ReqNo=204&User_cd=second&User_PS=pw&Mail_UFL=0"), "OK");
+  EXPECT_EQ(Cell("MENU01", "MENU_USER", "USER_ID", "second"), "ZZ");
+  EXPECT_EQ(Cell("MENU50", "MENU_USER", "USER_ID", "second"), "50");
 }
 
 ORVANE_DB_TEST_SUITE(FieldRules);
