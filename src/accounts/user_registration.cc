@@ -13,7 +13,6 @@
 #include "data/password_mode.h"
 #include "dispatch/required_keys.h"
 #include "dispatch/write_frame.h"
-#include "members/member_queries.h"
 
 namespace orvane::accounts {
 namespace {
@@ -111,7 +110,7 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   if (!frame.Open() || !(remove ? frame.Begin(ctx.USR_MST) : frame.Begin())) return;
   data::Connection& conn = frame.conn();
   std::vector<std::string> sections;
-  if (Status s = members::Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s))
+  if (Status s = Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s))
     return frame.Fail("ERROR:GETMAILINGLIST");
 
   // How passwords are kept is read in the transaction that stores one.

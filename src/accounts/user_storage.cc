@@ -106,7 +106,8 @@ std::string MailMenu(const std::string& disp_menu, std::string_view code, const 
 }
 
 data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std::string& upd_kbn,
-                        const WriteFrame::Stamp& stamp, const std::string& disp_menu, bool follow_account) {
+                        const WriteFrame::Stamp& stamp, const std::string& disp_menu, bool follow_account,
+                        const std::string& admin_column) {
   std::vector<std::string> values;
   for (const std::string& code : ctx.menu_codes) {
     bool shown = Shown(disp_menu, code);
@@ -117,6 +118,8 @@ data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std:
     }
     std::string value = shown ? code : "ZZ";
     if (follow_account && (code == "23" || code == "07")) value = MailMenu(disp_menu, code, u[kMailUseFlg]);
+    // Nobody chose to make the new user an administrator: only 213 grants it.
+    if (text::EqualsIgnoreCase("MENU" + code, admin_column)) value = "ZZ";
     values.push_back(std::move(value));
   }
   data::Sql sql;
@@ -201,8 +204,8 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
 
   std::string ml_mode, add_use;
   if (!Key(ctx, "ML_MODE", ml_mode, refusal) || !Key(ctx, "ML_ADDUSEFLG", add_use, refusal)) return Status::Failure("");
-  data::Sql menu =
-      InsertMenuSql(ctx, u, upd_kbn, stamp, ctx.app().DispMenu(), MailMenusFollowAccount(ml_mode, add_use));
+  data::Sql menu = InsertMenuSql(ctx, u, upd_kbn, stamp, ctx.app().DispMenu(), MailMenusFollowAccount(ml_mode, add_use),
+                                 ctx.app().AdminColumn());
   if (Status s = Exec(conn, menu); !s.ok()) return std::move(s).From(kName);
   return Status::Ok();
 }
@@ -234,10 +237,16 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u
   const std::string upd_kbn = UpdKbn(ctx, u);
   auto flag = [](const std::string& f) { return f.empty() ? std::string("0") : f; };
   if (MailMenusFollowAccount(ml_mode, add_use) && flag(u[kMailUseFlg]) != flag(oldMailUseFlag)) {
-    const std::string disp_menu = ctx.app().DispMenu();
+    const std::string disp_menu = ctx.app().DispMenu(), admin_column = ctx.app().AdminColumn();
+    // Should the administrator's column be a mail menu, it keeps what it
+    // holds: only 213 grants it.
+    auto mail_menu = [&](std::string_view code, size_t stored) {
+      if (found && text::EqualsIgnoreCase("MENU" + std::string(code), admin_column)) return row[stored];
+      return MailMenu(disp_menu, code, u[kMailUseFlg]);
+    };
     data::Sql menus;
-    menus << "update " << Table(ctx.USR_MNU) << " set MENU23 = " << Quoted(MailMenu(disp_menu, "23", u[kMailUseFlg]))
-          << ",MENU07 = " << Quoted(MailMenu(disp_menu, "07", u[kMailUseFlg])) << " ,UPD_KBN = " << Quoted(upd_kbn)
+    menus << "update " << Table(ctx.USR_MNU) << " set MENU23 = " << Quoted(mail_menu("23", 1))
+          << ",MENU07 = " << Quoted(mail_menu("07", 2)) << " ,UPD_KBN = " << Quoted(upd_kbn)
           << " ,UPD_YMD = " << Quoted(stamp.ymd) << " ,UPD_HMS = " << Quoted(stamp.hms)
           << " ,UPD_USR = " << Quoted(stamp.usr) << " where USER_ID = " << Quoted(id);
     if (Status s = Exec(conn, menus); !s.ok()) return std::move(s).From(kName);

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   orvane::cli::AddInitDb(app, exit_code);
   orvane::cli::AddAudit(app, exit_code);
   orvane::cli::AddPasswords(app, exit_code);
+  orvane::cli::AddCheckData(app, exit_code);
   CLI11_PARSE(app, argc, argv);
   return exit_code;
 }

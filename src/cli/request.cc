@@ -34,12 +34,20 @@ int RunOne(const RequestOptions& o) {
   return 0;
 }
 
+// A changing request's fields carry their kind; "checked" marks the values
+// the request stores, which the validation step checks.
 std::string CodeListing() {
-  std::string out = "Request codes (fields read, in order):\n";
+  std::string out = "Request codes (fields read, in order; a change's fields with their kind):\n";
   for (const RequestRoute& r : RequestTable()) {
     out += "  " + std::string(r.code) + "  " + std::string(r.operation);
     std::string fields;
-    for (auto f : r.Fields()) fields += (fields.empty() ? "" : ", ") + std::string(f);
+    for (const FieldRule& f : r.field_rules) {
+      fields += (fields.empty() ? "" : ", ") + std::string(f.field);
+      if (!r.changes_data) continue;
+      fields += " [" + std::string(KindName(f.kind));
+      if (f.stored) fields += f.required ? ", checked, required" : ", checked";
+      fields += "]";
+    }
     if (!fields.empty()) out += " (" + fields + ")";
     out += "\n";
   }
@@ -53,6 +61,8 @@ void AddRequest(CLI::App& app, int& exit_code) {
   CLI::App* cmd = app.add_subcommand("request", "Run one request in-process and print its answer exactly");
   cmd->footer(CodeListing() +
               "Common field: DBFlg=1 works on the _WORK tables.\n"
+              "A checked value that breaks its kind's rule (docs/field-rules.md) is refused with\n"
+              "ERROR:INVALIDVALUE, CR LF, \"<field>: <reason>\", and nothing is changed.\n"
               "Example: orvane request --config var/ORVANE.ini 'ReqNo=105&Group_cd=0000'\n"
               "The answer is printed with no newline added; exit status 0 whenever an answer was produced.");
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini)")->capture_default_str();

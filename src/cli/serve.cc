@@ -77,6 +77,8 @@ int Serve(const ServeOptions& o) {
   }
   ServerState state(o.config, std::move(sessions), SystemClock::Instance(), &std::cerr);
   state.access = o.access;
+  // User storage keeps the administrator's column out of new users' rows.
+  state.app.SetAdminColumn(o.access.admin_column);
   const std::string audit_path = o.audit_log.empty() ? state.config.Folder() + "/audit.log" : o.audit_log;
   if (Status s = state.audit_log.Open(audit_path); !s.ok()) {
     std::cerr << "orvane serve: " << s.trail() << "\n";

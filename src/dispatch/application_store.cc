@@ -52,6 +52,16 @@ std::string ApplicationStore::DispMenu() const {
   return disp_menu_;
 }
 
+std::string ApplicationStore::AdminColumn() const {
+  std::lock_guard lock(mu_);
+  return admin_column_;
+}
+
+void ApplicationStore::SetAdminColumn(std::string column) {
+  std::lock_guard lock(mu_);
+  admin_column_ = std::move(column);
+}
+
 void ApplicationStore::SetMenuinfo(MenuCatalogue catalogue) {
   std::string disp = DisplayedMenus(catalogue);
   auto value = std::make_shared<const MenuCatalogue>(std::move(catalogue));

@@ -1,6 +1,7 @@
 // Values shared by every request of one server: the menu catalogue
-// ("App_A_strMenuinfo", "App_strDispMenu") and the drawn section tree
-// ("App_A_strSec_hierarchical").
+// ("App_A_strMenuinfo", "App_strDispMenu"), the drawn section tree
+// ("App_A_strSec_hierarchical") and the administrator's menu-rights column
+// (MENU50 unless `serve --admin-column` names another).
 //
 // Thread-safe. Values are immutable snapshots behind shared pointers and are
 // replaced whole, so a reader never sees half a tree.
@@ -46,6 +47,11 @@ class ApplicationStore {
   std::string DispMenu() const;                           // App_strDispMenu
   void SetMenuinfo(MenuCatalogue catalogue);              // sets both
 
+  // The menu-rights column whose own number marks an administrator. A new
+  // user's menu row never grants it: only 213 does.
+  std::string AdminColumn() const;
+  void SetAdminColumn(std::string column);
+
   std::shared_ptr<const Array2D> SecHierarchical() const;  // may be null
   // The tree version (ORVANE_TREE_VERSION) the held tree was drawn from; -1
   // when none is held.
@@ -58,6 +64,7 @@ class ApplicationStore {
   mutable std::mutex mu_;
   std::shared_ptr<const MenuCatalogue> menuinfo_;    // guarded by mu_
   std::string disp_menu_;                            // guarded by mu_
+  std::string admin_column_ = "MENU50";              // guarded by mu_
   std::shared_ptr<const Array2D> sec_hierarchical_;  // guarded by mu_
   long long sec_hierarchical_version_ = -1;          // guarded by mu_
 };

@@ -6,6 +6,7 @@
 // points at (configuration, session, application store, clock) are.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "base/status.h"
 #include "dispatch/application_store.h"
 #include "dispatch/config.h"
+#include "dispatch/field_rules.h"
 #include "dispatch/proxy_exchange_counter.h"
 #include "dispatch/request_fields.h"
 #include "dispatch/session.h"
@@ -41,6 +43,9 @@ class RequestContext {
   std::string menu_list;
   std::vector<std::string> menu_codes;
   int menu_upper = -1;
+  // The kinds of the request's fields, checked by the write frame after the
+  // session check (set by WebClass_Start from the request table).
+  std::span<const FieldRule> field_rules;
   // True when the request works on the work tables ("DBFlg" is "1").
   bool WorkTables() const;
 

@@ -1,6 +1,7 @@
 #include "dispatch/write_frame.h"
 
 #include "base/clock.h"
+#include "dispatch/field_rules.h"
 #include "dispatch/session_check.h"
 
 namespace orvane {
@@ -30,9 +31,12 @@ bool WriteFrame::Start(std::initializer_list<RequiredKey> keys, std::vector<std:
   stamp_.usr = ctx_.session().Get("PUB_USR_ID");
   Status session = Com_funChkSession(ctx_, ctx_.CookieValue("pubCookie", "cookie_Userid"),
                                      ctx_.CookieValue("pubCookie", "cookie_Passwd"));
-  if (!Failed(session)) return true;
-  ctx_.Write(OwnCode("ERROR:SESSIONCHECK", session));
-  return false;
+  if (Failed(session)) {
+    ctx_.Write(OwnCode("ERROR:SESSIONCHECK", session));
+    return false;
+  }
+  // The values are checked only once the request would go on to write.
+  return CheckFields(ctx_, ctx_.field_rules);
 }
 
 bool WriteFrame::Start() {

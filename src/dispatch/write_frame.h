@@ -2,7 +2,8 @@
 //
 //   Start   the configuration keys in the operation's order, each missing or
 //           empty one answering its own code; then the session check
-//           ("ERROR:SESSIONCHECK"), with no database opened
+//           ("ERROR:SESSIONCHECK"), with no database opened; then the
+//           request's field rules ("ERROR:INVALIDVALUE", dispatch/field_rules.h)
 //   Open    "ERROR:DBOPEN"
 //   Begin   "ERROR:BEGINTRANSACTION", after closing the connection
 //   ...     the operation's statements on conn(); a failed step calls
@@ -64,8 +65,8 @@ class WriteFrame {
   WriteFrame& operator=(const WriteFrame&) = delete;
 
   // Reads `keys` in order into `values` (a failing key writes its code),
-  // then checks the session with the "pubCookie" values. False when the
-  // request has been answered.
+  // then checks the session with the "pubCookie" values, then the request's
+  // field rules. False when the request has been answered.
   bool Start(std::initializer_list<RequiredKey> keys, std::vector<std::string>& values);
   // The same with LOCAL_DB_DSN alone ("ERROR:READINFOFILE_SV_FOLDER").
   bool Start();

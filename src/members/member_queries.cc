@@ -66,13 +66,6 @@ data::Sql SpecificMemberSql(const RequestContext& ctx, const std::string& sec_cd
   return sql;
 }
 
-data::Sql SectionCodesSql(const RequestContext& ctx, const std::string& user_id) {
-  data::Sql sql;
-  sql << "select sec_cd"
-      << " from " << Table(ctx.SEC_MEM) << " where USER_ID =" << Quoted(user_id);
-  return sql;
-}
-
 void GetUsersGroup(RequestContext& ctx, const std::string& user_id) {
   if (WriteListQuery(ctx, UsersGroupSql(ctx, user_id), kUsersGroup.FetchNames())) NoteMembersLoaded(ctx);
 }
@@ -85,17 +78,4 @@ void GetSpecificMember(RequestContext& ctx, const std::string& sec_cd, const std
                      kMembers.FetchNames(), "ERROR:DBFETCH "))
     NoteMembersLoaded(ctx);
 }
-
-Status Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,
-                std::vector<std::string>& sec_codes) {
-  bool first = true;
-  auto add = [&](const std::vector<std::string>& values) {
-    if (first) sec_codes.clear();  // no rows leave the caller's array as it was
-    first = false;
-    sec_codes.push_back(values[0]);
-    return true;
-  };
-  return data::SelectRows(conn, SectionCodesSql(ctx, user_id), {"sec_cd"}, add).From("Get_g_cd");
-}
-
 }  // namespace orvane::members

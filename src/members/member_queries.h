@@ -1,6 +1,5 @@
-// Membership queries: a user's sections (request code 108), a section's
-// members (104), and Get_g_cd, the section codes of a user for the user
-// registration.
+// Membership queries: a user's sections (request code 108) and a
+// section's members (104).
 #pragma once
 
 #include <string>
@@ -20,17 +19,9 @@ void GetUsersGroup(RequestContext& ctx, const std::string& user_id);
 void GetSpecificMember(RequestContext& ctx, const std::string& sec_cd, const std::string& sort_column,
                        const std::string& sort_type, const std::string& current_only);
 
-// The codes of every section `user_id` belongs to (any period, deleted or
-// not), on the caller's open connection. A failure has code -1 and
-// "Get_g_cd" CR LF in front of the data layer's trail. `sec_codes` is
-// replaced by the codes when there are any and left as it was otherwise.
-Status Get_g_cd(const RequestContext& ctx, data::Connection& conn, const std::string& user_id,
-                std::vector<std::string>& sec_codes);
-
 data::Sql UsersGroupSql(const RequestContext& ctx, const std::string& user_id);
 // `today` is yyyymmdd.
 data::Sql SpecificMemberSql(const RequestContext& ctx, const std::string& sec_cd, const std::string& sort_column,
                             const std::string& sort_type, const std::string& current_only, const std::string& today);
-data::Sql SectionCodesSql(const RequestContext& ctx, const std::string& user_id);
 
 }  // namespace orvane::members

@@ -6,6 +6,7 @@
 #include "accounts/section_mail_list.h"
 #include "base/clock.h"
 #include "base/text.h"
+#include "base/text_checks.h"
 #include "dispatch/query_frame.h"
 #include "dispatch/write_frame.h"
 
@@ -68,18 +69,7 @@ Status MustExist(data::Connection& conn, const data::Sql& sql, const std::string
 
 }  // namespace
 
-bool IsCalendarDate(std::string_view ymd) {
-  if (ymd.size() != 8) return false;
-  for (char c : ymd)
-    if (c < '0' || c > '9') return false;
-  int year = std::atoi(std::string(ymd.substr(0, 4)).c_str());
-  int month = std::atoi(std::string(ymd.substr(4, 2)).c_str());
-  int day = std::atoi(std::string(ymd.substr(6, 2)).c_str());
-  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  if (year < 1 || month < 1 || month > 12 || day < 1) return false;
-  bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-  return day <= kDays[month - 1] + (month == 2 && leap ? 1 : 0);
-}
+bool IsCalendarDate(std::string_view ymd) { return text::IsCalendarDate(ymd); }
 
 void NoteMembersLoaded(RequestContext& ctx) {
   std::string date, time;

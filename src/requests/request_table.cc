@@ -17,19 +17,30 @@
 namespace orvane {
 namespace {
 
+using K = FieldKind;
+
 std::vector<RequestRoute> MakeTable() {
   // The user form's fields after the update flag, then the mail name and
   // the page's old mail values; 206 reads neither: a delete takes the old
   // values from the stored user.
+  // The old values steer the mail server and are not stored; only an add
+  // creates the id (and needs a password).
   auto user = [](std::string_view flag) {
-    return Call<accounts::RegistUser1>(Fixed(flag), Text("User_cd"), Text("User_KJ"), Text("User_KN"), Text("User_PS"),
-                                       Text("Mail_AD"), Text("Mail_FL"), Text("Ext_TEL"), Text("Post_NM"),
-                                       Text("Disp_NM"), Text("Mail_UFL"), Text("Mail_NM"), Text("OldMail_UFL"),
-                                       Text("OldAlias"), Text("OldAlias_FL"));
+    const bool add = flag == "3";
+    return Call<accounts::RegistUser1>(
+        Fixed(flag), Text("User_cd", add ? Creates(K::kId) : Names(K::kId)), Text("User_KJ", Stores(K::kName)),
+        Text("User_KN", Stores(K::kReading)), Text("User_PS", add ? Creates(K::kPassword) : Stores(K::kPassword)),
+        Text("Mail_AD", Stores(K::kMail)), Text("Mail_FL", Stores(K::kFlag)), Text("Ext_TEL", Stores(K::kPhone)),
+        Text("Post_NM", Stores(K::kName)), Text("Disp_NM", Stores(K::kName)), Text("Mail_UFL", Stores(K::kFlag)),
+        Text("Mail_NM", Stores(K::kName)), Text("OldMail_UFL", Names(K::kFlag)), Text("OldAlias", Names(K::kMail)),
+        Text("OldAlias_FL", Names(K::kFlag)));
   };
+  // An add or a removal names an existing user and section; the page's
+  // load moment is compared, not stored.
   auto member = [](std::string_view flag) {
-    return Call<members::RegistMember>(Fixed(flag), Text("Group_cd"), Text("User_cd"), Fixed("0"), Fixed(""), Fixed(""),
-                                       Fixed(""), Text("Upd_Ymd"), Text("Upd_Hms"));
+    return Call<members::RegistMember>(Fixed(flag), Text("Group_cd", Names(K::kCode)), Text("User_cd", Names(K::kId)),
+                                       Fixed("0"), Fixed(""), Fixed(""), Fixed(""), Text("Upd_Ymd", Names(K::kDate)),
+                                       Text("Upd_Hms", Names(K::kFreeText)));
   };
   return {
       {.code = "001", .operation = "GetServerInformation", .call = Call<GetServerInformation>()},
@@ -59,52 +70,65 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "201",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Call<org::RegistGroup>(Fixed("3"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
-                                      Text("M_LIST"))},
+       // Group_cd names the parent.
+       .call = Call<org::RegistGroup>(Fixed("3"), Text("Group_cd", Names(K::kCode)), Text("Group_nm", Stores(K::kName)),
+                                      Text("Disp_NM", Stores(K::kName)), Text("BUSHO_CD", Stores(K::kCode)),
+                                      Text("M_LIST", Stores(K::kCode)))},
       // 202 does not read BUSHO_CD: a change passes it empty.
       {.code = "202",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Call<org::RegistGroup>(Fixed("2"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Fixed(""),
-                                      Text("M_LIST"))},
+       .call = Call<org::RegistGroup>(Fixed("2"), Text("Group_cd", Names(K::kCode)), Text("Group_nm", Stores(K::kName)),
+                                      Text("Disp_NM", Stores(K::kName)), Fixed(""), Text("M_LIST", Stores(K::kCode)))},
       {.code = "203",
        .operation = "RegistGroup",
        .changes_data = true,
-       .call = Call<org::RegistGroup>(Fixed("1"), Text("Group_cd"), Text("Group_nm"), Text("Disp_NM"), Text("BUSHO_CD"),
-                                      Text("M_LIST"))},
+       .call = Call<org::RegistGroup>(Fixed("1"), Text("Group_cd", Names(K::kCode)), Text("Group_nm", Names(K::kName)),
+                                      Text("Disp_NM", Names(K::kName)), Text("BUSHO_CD", Names(K::kCode)),
+                                      Text("M_LIST", Names(K::kCode)))},
       {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3")},
       {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2")},
       {.code = "206",
        .operation = "RegistUser1",
        .changes_data = true,
-       .call =
-           Call<accounts::RegistUser1>(Fixed("1"), Text("User_cd"), Text("User_KJ"), Text("User_KN"), Text("User_PS"),
-                                       Text("Mail_AD"), Text("Mail_FL"), Text("Ext_TEL"), Text("Post_NM"),
-                                       Text("Disp_NM"), Text("Mail_UFL"), Fixed(""), Fixed(""), Fixed(""), Fixed(""))},
+       .call = Call<accounts::RegistUser1>(Fixed("1"), Text("User_cd", Names(K::kId)), Text("User_KJ", Names(K::kName)),
+                                           Text("User_KN", Names(K::kReading)), Text("User_PS", Names(K::kPassword)),
+                                           Text("Mail_AD", Names(K::kMail)), Text("Mail_FL", Names(K::kFlag)),
+                                           Text("Ext_TEL", Names(K::kPhone)), Text("Post_NM", Names(K::kName)),
+                                           Text("Disp_NM", Names(K::kName)), Text("Mail_UFL", Names(K::kFlag)),
+                                           Fixed(""), Fixed(""), Fixed(""), Fixed(""))},
       {.code = "207", .operation = "RegistMember", .changes_data = true, .call = member("3")},
       {.code = "208",
        .operation = "RegistMember",
        .changes_data = true,
        .call =
-           Call<members::RegistMember>(Fixed("2"), Text("Group_cd"), Text("User_cd"), Text("Primary"), Text("Post_cd"),
-                                       Text("ST_Ymd"), Text("ED_Ymd"), Text("Upd_Ymd"), Text("Upd_Hms"))},
+           // An impossible date keeps the request's own answer.
+       Call<members::RegistMember>(Fixed("2"), Text("Group_cd", Names(K::kCode)), Text("User_cd", Names(K::kId)),
+                                   Text("Primary", Stores(K::kFlag)), Text("Post_cd", Stores(K::kCode)),
+                                   Text("ST_Ymd", Stores(K::kDate, "ERROR:RECUPDATE")),
+                                   Text("ED_Ymd", Stores(K::kEndDate, "ERROR:RECUPDATE")),
+                                   Text("Upd_Ymd", Names(K::kDate)), Text("Upd_Hms", Names(K::kFreeText)))},
       {.code = "209", .operation = "RegistMember", .changes_data = true, .call = member("1")},
       {.code = "210",
        .operation = "ChangeGroupDisp",
        .changes_data = true,
-       .call = Call<org::ChangeGroupDisp>(Text("Group_cd1"), Text("Group_cd2"), Text("Group_cd3"))},
+       .call = Call<org::ChangeGroupDisp>(Text("Group_cd1", Names(K::kCode)), Text("Group_cd2", Names(K::kCode)),
+                                          Text("Group_cd3", Names(K::kCode)))},
       {.code = "211",
        .operation = "ChangeUserDisp",
        .changes_data = true,
-       .call = Call<members::ChangeUserDisp>(Text("User_cd"), Text("User_cd2"), Text("Group_cd"))},
+       .call = Call<members::ChangeUserDisp>(Text("User_cd", Names(K::kId)), Text("User_cd2", Names(K::kId)),
+                                             Text("Group_cd", Names(K::kCode)))},
       {.code = "212",
        .operation = "ChangeGroupTree",
        .changes_data = true,
-       .call = Call<org::ChangeGroupTree>(Text("Group_cd1"), Text("Group_cd2"))},
+       .call = Call<org::ChangeGroupTree>(Text("Group_cd1", Names(K::kCode)), Text("Group_cd2", Names(K::kCode)))},
       {.code = "213",
        .operation = "ChangeUserMenu",
        .changes_data = true,
-       .call = Call<members::ChangeUserMenu>(Fixed("2"), Text("User_cd"), Text("User_Menu"))},
+       // The rights text only selects which columns are granted.
+       .call = Call<members::ChangeUserMenu>(Fixed("2"), Text("User_cd", Names(K::kId)),
+                                             Text("User_Menu", Names(K::kFreeText)))},
   };
 }
 
@@ -133,8 +157,27 @@ std::vector<std::string_view> RequestRoute::Fields() const {
 }
 
 const std::vector<RequestRoute>& RequestTable() {
-  static const std::vector<RequestRoute> table = MakeTable();
+  static const std::vector<RequestRoute> table = [] {
+    std::vector<RequestRoute> rows = MakeTable();
+    for (RequestRoute& row : rows) {
+      for (std::string_view field : row.Fields()) {
+        for (const ArgSource& a : row.call.args) {
+          if (a.kind == ArgSource::Kind::kFixed || a.text != field) continue;
+          row.field_rules.push_back({a.text, a.use.kind, a.use.stored, a.use.required, a.use.own_answer});
+          break;
+        }
+      }
+    }
+    return rows;
+  }();
   return table;
+}
+
+std::vector<RequestRules> AllFieldRules() {
+  std::vector<RequestRules> out;
+  for (const RequestRoute& row : RequestTable())
+    if (row.changes_data) out.push_back({row.code, row.operation, row.field_rules});
+  return out;
 }
 
 const RequestRoute* FindRoute(std::string_view code) {

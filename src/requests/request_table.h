@@ -8,6 +8,10 @@
 //    .call = Call<members::GetAllUserList>(Text("S_Col"), Text("S_Type"), Text("S_OPT"),
 //                                          Int16("S_pos"), Int16("B_pos"))}
 //
+// A field of a changing request also names its kind and whether the
+// request stores it (dispatch/field_rules.h); the validation step checks
+// the stored ones: Text("Group_nm", Stores(FieldKind::kName)).
+//
 // Call<> checks at compile time that the arguments match the function's
 // parameters in number and kind: a Text or Fixed argument for a text
 // parameter, an Int16 argument for a `short`.
@@ -22,9 +26,26 @@
 #include <utility>
 #include <vector>
 
+#include "dispatch/field_rules.h"
 #include "dispatch/request_context.h"
 
 namespace orvane {
+
+// How a changing request uses a field: its kind, and whether the request
+// stores the value (then the validation step checks it).
+struct FieldUse {
+  FieldKind kind = FieldKind::kFreeText;
+  bool stored = false;
+  bool required = false;        // a new id or password
+  std::string_view own_answer;  // the request's own answer for a value that fails its kind
+};
+// A value the request stores.
+constexpr FieldUse Stores(FieldKind kind, std::string_view own_answer = {}) { return {kind, true, false, own_answer}; }
+// A new id or password: stored, and never empty.
+constexpr FieldUse Creates(FieldKind kind) { return {kind, true, true, {}}; }
+// A key naming an existing row, or a value the request does not store:
+// existing data that breaks today's rules keeps working.
+constexpr FieldUse Names(FieldKind kind) { return {kind, false, false, {}}; }
 
 // One argument of an operation as a row names it.
 struct ArgSource {
@@ -35,12 +56,13 @@ struct ArgSource {
   };
   Kind kind;
   std::string_view text;  // field name or fixed value
+  FieldUse use = {};      // a field's kind and whether it is stored
 };
 
 struct TextArg : ArgSource {};
 struct FixedArg : ArgSource {};
 struct Int16Arg : ArgSource {};
-constexpr TextArg Text(std::string_view field) { return {{ArgSource::Kind::kText, field}}; }
+constexpr TextArg Text(std::string_view field, FieldUse use = {}) { return {{ArgSource::Kind::kText, field, use}}; }
 constexpr FixedArg Fixed(std::string_view value) { return {{ArgSource::Kind::kFixed, value}}; }
 constexpr Int16Arg Int16(std::string_view field) { return {{ArgSource::Kind::kInt16, field}}; }
 
@@ -111,9 +133,15 @@ struct RequestRoute {
 
   // The fields the row reads, in argument order, each once.
   std::vector<std::string_view> Fields() const;
+  // The same fields with their kinds (what the validation step checks),
+  // filled from the arguments when the table is built.
+  std::vector<FieldRule> field_rules = {};
 };
 
 const std::vector<RequestRoute>& RequestTable();
+
+// The field rules of every changing request, in table order.
+std::vector<RequestRules> AllFieldRules();
 
 // The first row whose code equals `code` without regard to case, or null.
 const RequestRoute* FindRoute(std::string_view code);

@@ -33,6 +33,7 @@ const RequestRoute* WebClass_Start(RequestContext& ctx) {
     ctx.Write("ERROR:NOREQUESTCODE");
     return nullptr;
   }
+  ctx.field_rules = route->field_rules;
   std::string conversion_error;
   if (!route->call.invoke(ctx, route->call.args, conversion_error)) {
     // A field that cannot become its parameter's type ends the request

@@ -104,11 +104,11 @@ TEST_P(UserRegistration, DuplicatesAndMailRefusalsWriteNothing) {
   struct Case {
     std::string query, answer;
   } cases[] = {
-      {"ReqNo=204&User_cd=u1", "ERROR:" + id_taken},
-      {"ReqNo=204&User_cd=taro", "ERROR:" + id_taken},  // another user's active alias
-      {"ReqNo=204&User_cd=n1&Mail_AD=u9&Mail_FL=1",
+      {"ReqNo=204&User_PS=p&User_cd=u1", "ERROR:" + id_taken},
+      {"ReqNo=204&User_PS=p&User_cd=taro", "ERROR:" + id_taken},  // another user's active alias
+      {"ReqNo=204&User_PS=p&User_cd=n1&Mail_AD=u9&Mail_FL=1",
        alias("funInsUser", "すでに別のユーザーが「ユーザーID」として使用しています。")},
-      {"ReqNo=204&User_cd=n1&Mail_AD=taro&Mail_FL=1",
+      {"ReqNo=204&User_PS=p&User_cd=n1&Mail_AD=taro&Mail_FL=1",
        alias("funInsUser", "すでに別のユーザーが「同じエイリアス」で使用しています。")},
       {"ReqNo=205&User_cd=u9&Mail_AD=taro&Mail_FL=1",
        alias("funUpdUser", "すでに別のユーザーが「同じエイリアス」で使用しています。")},

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "accounts/section_mail_list.h"
 #include "base/text.h"
 #include "data/schema.h"
 #include "dispatch/request_context.h"
@@ -108,16 +109,16 @@ TEST_P(MemberQueries, SectionCodesOfAUserOnAnOpenConnection) {
   std::string error;
   ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   std::vector<std::string> codes = {"kept"};
-  EXPECT_EQ(Code(Get_g_cd(ctx, conn, "nobody", codes), error), 0);
+  EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "nobody", codes), error), 0);
   EXPECT_EQ(codes, std::vector<std::string>{"kept"});
-  EXPECT_EQ(Code(Get_g_cd(ctx, conn, "u01", codes), error), 0);
+  EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "u01", codes), error), 0);
   std::sort(codes.begin(), codes.end());
   EXPECT_EQ(codes, (std::vector<std::string>{"0000", "0001", "0002"}));
 
   ctx.SEC_MEM = "T_SECMEMBER_WORK";
   Exec(data::Sql() << "drop table " << data::Table("T_SECMEMBER_WORK"));
   error = "";
-  EXPECT_EQ(Code(Get_g_cd(ctx, conn, "u01", codes), error), -1);
+  EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "u01", codes), error), -1);
   EXPECT_TRUE(error.starts_with("Get_g_cd\r\n[Com_funSelect]エラー番号 ")) << error;
   EXPECT_TRUE(error.ends_with("<BR><BR>SQL : select sec_cd from T_SECMEMBER_WORK where USER_ID ='u01'")) << error;
 }

@@ -52,6 +52,10 @@ TEST(Cli, HelpExplainsEachSubcommand) {
       {"serve --help", "--listen"},
       {"request --help", "102  GetAllUserList (S_Col, S_Type, S_OPT, S_pos, B_pos)"},
       {"passwords --help", "converts 0"},
+      {"request --help",
+       "208  RegistMember (Group_cd [code], User_cd [id], Primary [flag, checked], Post_cd [code, checked], ST_Ymd "
+       "[date, checked], ED_Ymd [end date, checked], Upd_Ymd [date], Upd_Hms [free text])"},
+      {"check-data --help", "Exit status 0 when none breaks a rule, 1 when some do"},
   };
   for (const Case& c : cases) {
     CommandRun r = Orvane(c.args);
@@ -86,7 +90,7 @@ TEST(Cli, CommandsRefuseToStartWhatCannotWork) {
        "orvane serve: cannot listen on 127.0.0.1:" + port + ": Address already in use\n"},
   };
   std::vector<Case> all(std::begin(cases), std::end(cases));
-  for (std::string command : {"serve", "request", "init-db", "passwords"}) {
+  for (std::string command : {"serve", "request", "init-db", "passwords", "check-data"}) {
     std::string tail = command == "request" ? " ReqNo=101" : command == "passwords" ? " --hash" : "";
     all.push_back({command + " --config " + dir.File("none/ORVANE.ini") + tail,
                    "orvane " + command + ": cannot read the configuration file " + dir.File("none/ORVANE.ini") +

@@ -291,6 +291,7 @@ try {
     // An ID that is taken: the server's own message, the form as typed.
     await page.getByRole('button', { name: '新しいユーザー' }).click();
     await form.getByLabel('ユーザーID', { exact: true }).fill('yamada');
+    await form.getByLabel('パスワード').fill('pw-other');  // a new user needs one
     await form.getByLabel('氏名(漢字)').fill('別の山田');
     await page.getByRole('button', { name: '登録' }).click();
     await expectText(error, '入力された【ユーザーID】は');

@@ -367,6 +367,7 @@ export const ERRORS = {
   DELETEUSER: ['ユーザーを削除できませんでした。', 'The user could not be deleted.'],
   ADDMAILUSER: ['メールサーバーのアカウントを更新できませんでした。', 'The mail server\'s account could not be updated.'],
   ADDMAILALIAS: ['メールサーバーのエイリアスを更新できませんでした。', 'The mail server\'s alias could not be updated.'],
+  INVALIDVALUE: ['入力された値は保存できません(カンマ、制御文字、長すぎる値、使えないID、終わりが始まりより前の期間など)。詳細の項目名と理由を確かめてください。', 'A value cannot be saved (a comma, a control character, too long, an id that cannot be used, a period ending before it starts, ...). The details name the field and the reason.'],
   TYPEMISMATCH: ['数値であるべき項目が数値ではありません。', 'A field that must be a number is not one.'],
   INTERNAL: ['サーバー内部でエラーが起きました。', 'The server failed internally.'],
   LOGIN: ['ユーザーIDまたはパスワードが違います。', 'Wrong user ID or password.'],
