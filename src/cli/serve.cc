@@ -89,6 +89,13 @@ int Serve(const ServeOptions& o) {
   }
   HttpCharset charset = HttpCharset::kUtf8;
   if (ParseHttpCharset(o.charset, charset)) state.charset = charset;  // the option allows no other
+  // Stop cleanly on Ctrl-C or SIGTERM: a thread waits for the signal. Blocked
+  // before the server starts its threads, which inherit the mask.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   HttpServer server(state, http);
   if (server.Bind(error) < 0) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -99,12 +106,6 @@ int Serve(const ServeOptions& o) {
   // only delays it until the first change of the tree.
   if (Status s = org::LoadSecHierarchical(state.config, state.app); !s.ok())
     std::cerr << "orvane serve: the section tree is not drawn yet: " << s.trail() << "\n";
-  // Stop cleanly on Ctrl-C or SIGTERM: a thread waits for the signal.
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::thread waiter([&] {
     int sig = 0;
     sigwait(&signals, &sig);
