@@ -171,6 +171,15 @@ void HandleLogout(ServerState& state, const HttpRequest& req, HttpResponse& res)
   Log(state, req, timer, 200, "OK");
 }
 
+// The drawn tree's ETag: its tree version and the character set it is sent
+// in; empty when `tree` is not the one the store holds with its version
+// (replaced meanwhile, or none).
+std::string TreeEtag(const ServerState& state, const std::shared_ptr<const Array2D>& tree) {
+  long long version = -1;
+  if (!tree || state.app.SecHierarchical(version) != tree || version < 0) return {};
+  return "\"tree-" + std::to_string(version) + (state.charset == HttpCharset::kShiftJis ? "-sjis\"" : "\"");
+}
+
 }  // namespace
 
 void RegisterRoutes(Router& server, ServerState& state) {
@@ -196,6 +205,14 @@ void RegisterRoutes(Router& server, ServerState& state) {
       Answer(res, 500, "ERROR:DBSELECT");
       return Log(state, req, timer, 500, "ERROR:DBSELECT", {}, false, s.cause());
     }
+    // The tree's version names it: unchanged, the page keeps what it has.
+    const std::string etag = TreeEtag(state, tree);
+    if (!etag.empty()) res.SetHeader("ETag", etag);
+    if (IfNoneMatch(req, etag)) {
+      res.status = 304;
+      res.SetHeader("Cache-Control", "private, no-cache");
+      return Log(state, req, timer, 304, "");
+    }
     std::string body;
     if (tree) {
       for (size_t row = 0; row < RowCount(*tree); ++row) {
@@ -207,6 +224,7 @@ void RegisterRoutes(Router& server, ServerState& state) {
       }
     }
     Answer(res, 200, body, state.charset);
+    if (!etag.empty()) res.SetHeader("Cache-Control", "private, no-cache");  // kept, asked about each time
     Log(state, req, timer, 200, body);
   });
 

@@ -146,8 +146,10 @@ TEST(Edge, FormBodiesUpToTheLimitAreReadWholeAndPipelinedRequestsKeepTheirOrder)
   // on the one connection.
   RawClient raw(server.port());
   // The first asks for compression and gets the plain text anyway.
-  raw.Send("GET /orvane?ReqNo=001 HTTP/1.1\r\nHost: x\r\nAccept-Encoding: br, gzip\r\n\r\nPOST /orvane HTTP/1.1\r\nHost: x\r\n"
-           "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 7\r\n\r\nReqNo=1");
+  raw.Send(
+      "GET /orvane?ReqNo=001 HTTP/1.1\r\nHost: x\r\nAccept-Encoding: br, gzip\r\n\r\nPOST /orvane HTTP/1.1\r\nHost: "
+      "x\r\n"
+      "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 7\r\n\r\nReqNo=1");
   std::this_thread::sleep_for(100ms);
   raw.Send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
   std::string all = raw.ReadAll();
@@ -157,6 +159,35 @@ TEST(Edge, FormBodiesUpToTheLimitAreReadWholeAndPipelinedRequestsKeepTheirOrder)
   EXPECT_LT(second, third) << all;
   EXPECT_NE(third, std::string::npos) << all;
   EXPECT_EQ(all.find("Content-Encoding"), std::string::npos) << all;
+}
+
+TEST(Edge, KeptAliveRequestsAreAnsweredInOrderOnOneConnection) {
+  TempDir dir;
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2), testing::OpenReads());
+  RawClient raw(server.port());
+  struct Step {
+    std::string request, answer_end;
+  } steps[] = {
+      {"GET /orvane?ReqNo=001 HTTP/1.1\r\nHost: x\r\n\r\n", kInfoAnswer},
+      {"GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n", "\r\n\r\nOK"},
+      {"HEAD /healthz HTTP/1.1\r\nHost: x\r\n\r\n", "Content-Length: 2\r\n\r\n"},
+      {"POST /orvane HTTP/1.1\r\nHost: x\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+       "Content-Length: 9\r\n\r\nReqNo=001",
+       kInfoAnswer},
+      {"GET /nowhere HTTP/1.1\r\nHost: x\r\n\r\n", "Not Found"},
+  };
+  for (const Step& step : steps) {
+    ASSERT_TRUE(raw.Send(step.request)) << step.request;
+    std::string answer = raw.ReadUntil(step.answer_end);
+    EXPECT_EQ(answer.rfind("HTTP/1.1 ", 0), 0u) << answer;
+    EXPECT_TRUE(answer.ends_with(step.answer_end)) << step.request << "\n" << answer;
+    EXPECT_EQ(answer.find("Connection: close"), std::string::npos) << answer;
+  }
+  // The last one closes.
+  raw.Send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  std::string last = raw.ReadAll();
+  EXPECT_TRUE(last.ends_with("\r\n\r\nOK")) << last;
+  EXPECT_NE(last.find("Connection: close\r\n"), std::string::npos) << last;
 }
 
 // A SQLite database whose lock another program holds: the login's database
@@ -172,7 +203,8 @@ TEST(Edge, FullServerAnswers503AndDatabaseWorkEndsAtItsLimit) {
   FILE* holder = ::popen(("sqlite3 " + dir.File("locked.db")).c_str(), "w");
   ASSERT_TRUE(holder);
   std::fputs(("CREATE TABLE T_USER (USER_ID text, PASSWORD text);\nBEGIN EXCLUSIVE;\n.system touch " +
-              dir.File("locked") + "\n").c_str(),
+              dir.File("locked") + "\n")
+                 .c_str(),
              holder);
   std::fflush(holder);
   for (int i = 0; i < 500 && !std::ifstream(dir.File("locked")); ++i) std::this_thread::sleep_for(10ms);
