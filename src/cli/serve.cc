@@ -148,7 +148,7 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); menuinfo.csv and odbc.ini beside it")
       ->capture_default_str();
   cmd->add_option("--listen", options->listen, "Address to listen on, HOST:PORT")->capture_default_str();
-  cmd->add_option("--threads", options->threads, "Worker threads serving requests")
+  cmd->add_option("--threads", options->threads, "Worker threads for the requests that reach the database (the sockets have I/O threads of their own, one per core)")
       ->capture_default_str()
       ->check(CLI::Range(1, 1024));
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")
