@@ -52,7 +52,14 @@ std::string HashOf(std::string_view bytes) {
   return hex;
 }
 
-std::string Quoted(std::string_view hash) { return "\"" + std::string(hash) + "\""; }
+std::string Quoted(std::string_view hash) {
+  std::string tag;
+  tag.reserve(hash.size() + 2);
+  tag.push_back('"');
+  tag.append(hash);
+  tag.push_back('"');
+  return tag;
+}
 
 // A dot-separated part of eight or more hex digits before the extension.
 bool NameCarriesHash(std::string_view url_path) {
