@@ -24,6 +24,7 @@ done
 
 ulimit -n 8192  # 1,000 connections at the end
 dir="$(mktemp -d /tmp/orvane-http-bench-XXXXXX)"
+chmod 755 "$dir"  # nginx's workers run as its own user
 pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
