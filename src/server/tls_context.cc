@@ -23,6 +23,8 @@ std::unique_ptr<asio::ssl::context> LoadTlsContext(const std::string& cert_file,
   // A client may not make the server renegotiate (TLS 1.2): only the first
   // handshake is bounded by a deadline.
   SSL_CTX_set_options(ctx, SSL_OP_NO_RENEGOTIATION | SSL_OP_CIPHER_SERVER_PREFERENCE);
+  // An idle kept-alive connection gives its record buffers back.
+  SSL_CTX_set_mode(ctx, SSL_MODE_RELEASE_BUFFERS);
   // OpenSSL's own reasons name its decoders, not the file's fault: a file
   // that cannot be read says so first, the rest is about the contents.
   for (const auto& [file, what] : {std::pair{&cert_file, "certificate"}, std::pair{&key_file, "key"}}) {
