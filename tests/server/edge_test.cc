@@ -188,6 +188,33 @@ TEST(Edge, KeptAliveRequestsAreAnsweredInOrderOnOneConnection) {
   EXPECT_NE(last.find("Connection: close\r\n"), std::string::npos) << last;
 }
 
+TEST(Edge, ConnectionsPastTheCapAre503AndIdleOnesEndAtTheirTimeout) {
+  TempDir dir;
+  HttpOptions options = Options(2);
+  options.limits.max_connections = 2;
+  options.limits.idle_timeout = 300ms;
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, options, testing::OpenReads());
+  const std::string healthz = "GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n";
+  RawClient first(server.port()), second(server.port());
+  for (RawClient* c : {&first, &second}) {
+    ASSERT_TRUE(c->Send(healthz));
+    EXPECT_TRUE(c->ReadUntil("\r\n\r\nOK").ends_with("OK"));  // kept alive, now idle
+  }
+  RawClient third(server.port());
+  std::string busy = third.ReadAll();
+  EXPECT_EQ(busy.substr(0, busy.find("\r\n")), "HTTP/1.1 503 Service Unavailable");
+  EXPECT_NE(busy.find("Retry-After: 1\r\n"), std::string::npos) << busy;
+  EXPECT_NE(server.Log().find("127.0.0.1 - - ReqNo=\"\" 503"), std::string::npos) << server.Log();
+  // Idle past their timeout, the two are closed and make room.
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(first.ReadAll(), "");
+  EXPECT_EQ(second.ReadAll(), "");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  RawClient fourth(server.port());
+  fourth.Send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  EXPECT_EQ(fourth.StatusLine(), "HTTP/1.1 200 OK");
+}
+
 // A SQLite database whose lock another program holds: the login's database
 // work runs out of time and answers its usual code; while it waits, the
 // one request allowed is taken, so the next is answered 503 at once.
