@@ -14,7 +14,7 @@ namespace orvane {
 
 struct HttpOptions {
   std::string host = "127.0.0.1";
-  int port = 8080;  // 0: any free port (tests)
+  int port = 8080;     // 0: any free port (tests)
   int threads = 8;     // workers for the handlers that reach the database
   int io_threads = 0;  // threads that own the sockets; 0: one per core
   EdgeLimits limits = {};

@@ -5,11 +5,10 @@
 // socket; knows nothing of what the routes do.
 #pragma once
 
+#include <atomic>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
-
-#include <atomic>
 
 #include "server/connection_set.h"
 #include "server/edge_limits.h"
