@@ -1,6 +1,6 @@
 // The open connections of one server: their number (the connection cap),
 // and at a stop the means to end the ones waiting to read and to wait for
-// the rest. A connection's entry is touched only on its own strand, except
+// the rest. A connection's entry is touched only on its own I/O thread, except
 // for its place in the set. Thread-safe.
 #pragma once
 
@@ -18,23 +18,23 @@ namespace orvane {
 class ConnectionSet {
  public:
   struct Entry {
-    boost::asio::any_io_executor strand;
+    boost::asio::any_io_executor executor;           // the connection's I/O thread
     boost::asio::ip::tcp::socket* socket = nullptr;  // valid while `open`
     bool open = true;
     bool reading = false;  // waiting for a request's bytes: a stop cancels the read
   };
 
   // A new entry, or null when `cap` connections are open already.
-  std::shared_ptr<Entry> TryAdd(boost::asio::any_io_executor strand, size_t cap) {
+  std::shared_ptr<Entry> TryAdd(boost::asio::any_io_executor executor, size_t cap) {
     std::lock_guard lock(mu_);
     if (entries_.size() >= cap) return nullptr;
     auto entry = std::make_shared<Entry>();
-    entry->strand = std::move(strand);
+    entry->executor = std::move(executor);
     entries_.insert(entry);
     return entry;
   }
 
-  // On the entry's strand, as the connection ends.
+  // On the entry's I/O thread, as the connection ends.
   void Remove(const std::shared_ptr<Entry>& entry) {
     entry->open = false;
     std::lock_guard lock(mu_);
@@ -42,11 +42,11 @@ class ConnectionSet {
     if (entries_.empty()) emptied_.notify_all();
   }
 
-  // Cancels every read a connection is waiting on (each on its strand).
+  // Cancels every read a connection is waiting on (each on its I/O thread).
   void CancelReads() {
     std::lock_guard lock(mu_);
     for (const auto& entry : entries_) {
-      boost::asio::post(entry->strand, [entry] {
+      boost::asio::post(entry->executor, [entry] {
         boost::system::error_code ignored;
         if (entry->open && entry->reading) entry->socket->cancel(ignored);
       });

@@ -8,7 +8,6 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/strand.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <condition_variable>
 #include <cstring>
@@ -32,24 +31,34 @@ struct HttpServer::Impl {
                                                 : std::max(1, static_cast<int>(std::thread::hardware_concurrency()))),
         pool(std::make_unique<WorkerPool>(this->options.threads, this->options.limits.max_requests)),
         shared{state, router, this->options.limits, *pool, connections, stopping},
-        io(io_threads),
-        acceptor(asio::make_strand(io)) {
+        ios(MakeContexts(io_threads)),
+        acceptor(*ios.front()) {
     RegisterRoutes(router, state);
   }
 
-  // Accepts until the acceptor is closed; each connection on a strand of its own.
+  // One context a thread: a connection lives on one of them, so its
+  // coroutine, its timer and its socket need no strand and no lock.
+  static std::vector<std::unique_ptr<asio::io_context>> MakeContexts(int n) {
+    std::vector<std::unique_ptr<asio::io_context>> ios;
+    for (int i = 0; i < n; ++i) ios.push_back(std::make_unique<asio::io_context>(1));
+    return ios;
+  }
+
+  // Accepts until the acceptor is closed; the connections go to the I/O
+  // threads in turn.
   asio::awaitable<void> Listen() {
     asio::steady_timer pause(acceptor.get_executor());
-    while (acceptor.is_open()) {
-      auto [ec, socket] = co_await acceptor.async_accept(asio::make_strand(io), asio::as_tuple(asio::use_awaitable));
+    for (size_t next = 0; acceptor.is_open(); ++next) {
+      asio::io_context& io = *ios[next % ios.size()];
+      auto [ec, socket] = co_await acceptor.async_accept(io, asio::as_tuple(asio::use_awaitable));
       if (ec == asio::error::operation_aborted) break;
       if (ec) {  // out of descriptors, say: try again shortly rather than spin
         pause.expires_after(std::chrono::milliseconds(50));
         co_await pause.async_wait(asio::as_tuple(asio::use_awaitable));
         continue;
       }
-      asio::any_io_executor strand = socket.get_executor();
-      asio::co_spawn(strand, ServeConnection(std::move(socket), tls.get(), shared), asio::detached);
+      asio::any_io_executor executor = socket.get_executor();
+      asio::co_spawn(executor, ServeConnection(std::move(socket), tls.get(), shared), asio::detached);
     }
   }
 
@@ -67,7 +76,7 @@ struct HttpServer::Impl {
   bool stop_requested = false;  // guarded by mu
   // Last, so destroyed first: a connection's coroutine, destroyed with the
   // context, still refers to the members above.
-  asio::io_context io;
+  std::vector<std::unique_ptr<asio::io_context>> ios;
   tcp::acceptor acceptor;
 };
 
@@ -86,7 +95,7 @@ int HttpServer::Bind(std::string& error) {
     if (!impl_->tls) return -1;
   }
   boost::system::error_code ec;
-  tcp::resolver resolver(impl_->io);
+  tcp::resolver resolver(*impl_->ios.front());
   auto endpoints = resolver.resolve(o.host, std::to_string(o.port), tcp::resolver::passive, ec);
   tcp::acceptor& acceptor = impl_->acceptor;
   if (!ec) {
@@ -111,9 +120,12 @@ bool HttpServer::Run() {
   Impl& s = *impl_;
   if (!s.acceptor.is_open()) return false;
   asio::co_spawn(s.acceptor.get_executor(), s.Listen(), asio::detached);
-  auto work = asio::make_work_guard(s.io);
+  std::vector<asio::executor_work_guard<asio::io_context::executor_type>> work;
   std::vector<std::thread> threads;
-  for (int i = 0; i < s.io_threads; ++i) threads.emplace_back([&s] { s.io.run(); });
+  for (auto& io : s.ios) {
+    work.push_back(asio::make_work_guard(*io));
+    threads.emplace_back([&io] { io->run(); });
+  }
   s.running = true;
   {
     std::unique_lock lock(s.mu);
@@ -122,7 +134,7 @@ bool HttpServer::Run() {
   // No new connection is taken; idle ones close; the requests in flight
   // finish and send their answers.
   bool finished = s.connections.WaitEmpty(s.options.limits.shutdown_grace);
-  s.io.stop();
+  for (auto& io : s.ios) io->stop();
   for (auto& t : threads) t.join();
   if (finished) {
     s.pool->Join();

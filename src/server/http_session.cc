@@ -182,7 +182,7 @@ class Connection {
     bool expired = false;
     deadline_.expires_after(limit);
     deadline_.async_wait([this, entry = entry_, operation, &expired](const error_code& ec) {
-      // Runs on the connection's strand; an expiry queued just as the
+      // Runs on the connection's I/O thread; an expiry queued just as the
       // operation finished, or after the connection ended, does nothing.
       if (ec || !entry->open || operation != operation_) return;
       expired = true;

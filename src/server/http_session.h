@@ -28,7 +28,7 @@ struct SessionShared {
   const std::atomic<bool>& stopping;  // no new request is read; answers close their connection
 };
 
-// Serves `socket` (on its own strand) until the client leaves, a deadline
+// Serves `socket` (on its I/O thread) until the client leaves, a deadline
 // passes or the server stops; with `tls`, over TLS. Past the connection
 // cap the client is told 503 at once (plain HTTP) or only closed (TLS).
 boost::asio::awaitable<void> ServeConnection(boost::asio::ip::tcp::socket socket, boost::asio::ssl::context* tls,
