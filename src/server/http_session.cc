@@ -64,9 +64,9 @@ class BeastRequest final : public HttpRequest {
   http::request<http::string_body> message_;  // the head; its body moved out
 };
 
-// The status that answers a failed read of a request's head or body; 0:
-// none (the client left, or the server is stopping with nothing received).
-int RefusalFor(const error_code& ec, bool got_some, const beast::flat_buffer& unread) {
+// The status that answers a failed read of a request's head or body (some
+// of it received); 0: none (the client left).
+int RefusalFor(const error_code& ec, const beast::flat_buffer& unread) {
   if (ec == beast::error::timeout) return 408;
   if (ec == http::error::header_limit) return 431;
   if (ec == http::error::body_limit) return 413;
@@ -80,7 +80,7 @@ int RefusalFor(const error_code& ec, bool got_some, const beast::flat_buffer& un
     bool digits = value.size() > 19 && value.find_first_not_of("0123456789") == std::string_view::npos;
     return digits ? 413 : 400;
   }
-  if (ec == asio::error::operation_aborted) return got_some ? 503 : 0;  // the server stops
+  if (ec == asio::error::operation_aborted) return 503;  // the server stops: come back
   if (ec == http::error::end_of_stream || ec == asio::error::eof || ec == asio::error::connection_reset ||
       ec == http::error::partial_message || ec.category() == asio::error::get_ssl_category() ||
       ec == asio::ssl::error::stream_truncated)
@@ -136,7 +136,7 @@ class Connection {
       parser.header_limit(static_cast<uint32_t>(limits_.max_header_bytes));
       parser.body_limit(limits_.max_body);
       auto [ec, n] = co_await Read(http::async_read_header(stream_, buffer_, parser, kTuple), limits_.header_timeout);
-      int refusal = ec ? RefusalFor(ec, true, buffer_) : RefusalForHead(parser.get());
+      int refusal = ec ? RefusalFor(ec, buffer_) : RefusalForHead(parser.get());
       if (!ec && !refusal && parser.get()[http::field::expect] == "100-continue") {
         http::response<http::empty_body> go_on{http::status::continue_, parser.get().version()};
         std::tie(ec, n) = co_await Timed(http::async_write(stream_, go_on, kTuple), limits_.write_timeout);
@@ -144,7 +144,7 @@ class Connection {
       }
       if (!ec && !refusal && !parser.is_done()) {
         std::tie(ec, n) = co_await Read(http::async_read(stream_, buffer_, parser, kTuple), limits_.body_timeout);
-        if (ec) refusal = RefusalFor(ec, true, buffer_);
+        if (ec) refusal = RefusalFor(ec, buffer_);
       }
       if (refusal) co_return co_await Refuse(refusal, parser.get(), started);
       if (ec) co_return;  // the client left mid-request: no one to answer
