@@ -1,7 +1,8 @@
 # Writes a C++ source holding every file under WEB_DIR as a table of
-# {path, content type, bytes} (src/server/web_assets.h), so that one binary
-# carries the administration pages. Run as a script:
-#   cmake -DWEB_DIR=... -DOUTPUT=... -P embed_web.cmake
+# {path, content type, bytes, gzip bytes, hash} (src/server/web_assets.h),
+# so that one binary carries the administration pages, compressed once here
+# rather than on every request. Run as a script:
+#   cmake -DWEB_DIR=... -DOUTPUT=... [-DGZIP=gzip] -P embed_web.cmake
 cmake_minimum_required(VERSION 3.25)
 
 file(GLOB_RECURSE files RELATIVE "${WEB_DIR}" "${WEB_DIR}/*")
@@ -17,6 +18,27 @@ set(types_png "image/png")
 set(types_ico "image/x-icon")
 set(types_txt "text/plain; charset=utf-8")
 
+if(NOT GZIP)
+  set(GZIP gzip)
+endif()
+get_filename_component(work "${OUTPUT}" DIRECTORY)
+
+# A C array initialiser of `hex` (two digits a byte) in `out`, its byte
+# count in `size_out`.
+function(hex_array hex out size_out)
+  string(LENGTH "${hex}" hex_length)
+  if(hex_length EQUAL 0)
+    set(${out} "0" PARENT_SCOPE)
+    set(${size_out} 0 PARENT_SCOPE)
+    return()
+  endif()
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${hex}")
+  string(REGEX REPLACE "((0x..,){24})" "\\1\n    " bytes "${bytes}")
+  math(EXPR size "${hex_length} / 2")
+  set(${out} "${bytes}" PARENT_SCOPE)
+  set(${size_out} ${size} PARENT_SCOPE)
+endfunction()
+
 set(arrays "")
 set(rows "")
 set(index 0)
@@ -28,17 +50,27 @@ foreach(path IN LISTS files)
     message(FATAL_ERROR "web/${path}: no content type is known for .${ext}")
   endif()
   file(READ "${WEB_DIR}/${path}" hex HEX)
-  string(LENGTH "${hex}" hex_length)
-  if(hex_length EQUAL 0)
-    set(bytes "0")
-    set(size 0)
-  else()
-    string(REGEX REPLACE "([0-9a-f][0-9a-f])" "0x\\1," bytes "${hex}")
-    string(REGEX REPLACE "((0x..,){24})" "\\1\n    " bytes "${bytes}")
-    math(EXPR size "${hex_length} / 2")
+  hex_array("${hex}" bytes size)
+  # -n: no name or time in the header, so the same page gives the same bytes.
+  execute_process(COMMAND ${GZIP} -9 -n -c "${WEB_DIR}/${path}" OUTPUT_FILE "${work}/embed_web.gz"
+                  RESULT_VARIABLE gzip_failed)
+  if(gzip_failed)
+    message(FATAL_ERROR "web/${path}: ${GZIP} failed")
   endif()
-  string(APPEND arrays "// ${path}\nconstexpr unsigned char kFile${index}[] = {\n    ${bytes}};\n")
-  string(APPEND rows "    {\"${path}\", \"${types_${ext}}\", Bytes(kFile${index}, ${size})},\n")
+  file(READ "${work}/embed_web.gz" gz_hex HEX)
+  hex_array("${gz_hex}" gz_bytes gz_size)
+  # Served compressed only when that saves something.
+  if(NOT gz_size LESS size)
+    set(gz_bytes "0")
+    set(gz_size 0)
+  endif()
+  # The content's hash names this version of the file (the ETag).
+  file(SHA256 "${WEB_DIR}/${path}" sha)
+  string(SUBSTRING "${sha}" 0 20 etag)
+  string(APPEND arrays "// ${path}\nconstexpr unsigned char kFile${index}[] = {\n    ${bytes}};\n"
+         "constexpr unsigned char kGzip${index}[] = {\n    ${gz_bytes}};\n")
+  string(APPEND rows "    {\"${path}\", \"${types_${ext}}\", Bytes(kFile${index}, ${size}), "
+         "Bytes(kGzip${index}, ${gz_size}), \"${etag}\"},\n")
   math(EXPR index "${index} + 1")
 endforeach()
 
@@ -63,6 +95,7 @@ ${rows}  };
 
 }  // namespace orvane
 ")
+file(REMOVE "${work}/embed_web.gz")
 # Only a changed text touches the file, so unchanged pages rebuild nothing.
 if(EXISTS "${OUTPUT}")
   file(READ "${OUTPUT}" old)

@@ -23,8 +23,9 @@ set(CPACK_PACKAGE_DESCRIPTION
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-# The shared libraries (unixODBC, cpp-httplib, prometheus-cpp, ...) from
-# dpkg-shlibdeps; the ODBC driver of the default data source or of
+# The shared libraries (unixODBC, OpenSSL, prometheus-cpp, ...) from
+# dpkg-shlibdeps (Boost.Beast and Asio are headers only: building needs
+# libboost1.81-dev, running nothing); the ODBC driver of the default data source or of
 # PostgreSQL; adduser for the system user.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, libsqliteodbc | odbc-postgresql")

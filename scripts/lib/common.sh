@@ -6,7 +6,7 @@ ORVANE_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 # Debian packages that building and running orvane needs.
 ORVANE_BUILD_PACKAGES=(
   g++ cmake ninja-build pkg-config
-  libcpp-httplib-dev libcli11-dev nlohmann-json3-dev prometheus-cpp-dev
+  libboost1.81-dev libcpp-httplib-dev libcli11-dev nlohmann-json3-dev prometheus-cpp-dev
   unixodbc unixodbc-dev libsqliteodbc sqlite3
   odbc-postgresql
   libssl-dev libsodium-dev

@@ -92,6 +92,13 @@ int Serve(const ServeOptions& o) {
   }
   HttpCharset charset = HttpCharset::kUtf8;
   if (ParseHttpCharset(o.charset, charset)) state.charset = charset;  // the option allows no other
+  // Stop cleanly on Ctrl-C or SIGTERM: a thread waits for the signal. Blocked
+  // before the server starts its threads, which inherit the mask.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   HttpServer server(state, http);
   if (server.Bind(error) < 0) {
     std::cerr << "orvane serve: " << error << "\n";
@@ -102,12 +109,6 @@ int Serve(const ServeOptions& o) {
   // only delays it until the first change of the tree.
   if (Status s = org::LoadSecHierarchical(state.config, state.app); !s.ok())
     std::cerr << "orvane serve: the section tree is not drawn yet: " << s.trail() << "\n";
-  // Stop cleanly on Ctrl-C or SIGTERM: a thread waits for the signal.
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::thread waiter([&] {
     int sig = 0;
     sigwait(&signals, &sig);
@@ -150,7 +151,7 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); menuinfo.csv and odbc.ini beside it")
       ->capture_default_str();
   cmd->add_option("--listen", options->listen, "Address to listen on, HOST:PORT")->capture_default_str();
-  cmd->add_option("--threads", options->threads, "Worker threads serving requests")
+  cmd->add_option("--threads", options->threads, "Worker threads for the requests that reach the database (the sockets have I/O threads of their own, one per core)")
       ->capture_default_str()
       ->check(CLI::Range(1, 1024));
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")

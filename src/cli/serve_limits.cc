@@ -11,7 +11,7 @@ void ServeLimits::Add(CLI::App& cmd) {
       "Requests queued or being served at once; more are answered 503 with Retry-After");
   add("--max-headers", max_headers, 1, 10000, "Header lines of a request, else 431");
   add("--header-bytes", header_bytes, 1024, 1 << 20, "Bytes of a request's head (line and headers), else 431");
-  add("--request-line", request_line, 256, 8000,  // httplib answers 414 itself past 8 KB
+  add("--request-line", request_line, 256, 8000,  // a longer line would meet the head's limit first
       "Bytes of the request line, else 414");
   add("--body-limit", body_limit, 0, 64 << 20, "Bytes of a request body (Content-Length), else 413");
   add("--header-timeout", header_timeout, 1, 3600, "Seconds from a request's first byte to its head's end, else 408");

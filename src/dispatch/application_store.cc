@@ -80,6 +80,12 @@ long long ApplicationStore::SecHierarchicalVersion() const {
   return sec_hierarchical_version_;
 }
 
+std::shared_ptr<const Array2D> ApplicationStore::SecHierarchical(long long& version) const {
+  std::lock_guard lock(mu_);
+  version = sec_hierarchical_version_;
+  return sec_hierarchical_;
+}
+
 void ApplicationStore::SetSecHierarchical(Array2D tree, long long version) {
   auto value = std::make_shared<const Array2D>(std::move(tree));
   std::lock_guard lock(mu_);

@@ -56,6 +56,9 @@ class ApplicationStore {
   // The tree version (ORVANE_TREE_VERSION) the held tree was drawn from; -1
   // when none is held.
   long long SecHierarchicalVersion() const;
+  // The held tree and, in `version`, the version it was drawn from, read
+  // together.
+  std::shared_ptr<const Array2D> SecHierarchical(long long& version) const;
   // Keeps `tree`, drawn from `version`, unless the held one is from a newer
   // version already (two requests may draw at once).
   void SetSecHierarchical(Array2D tree, long long version);

@@ -1,7 +1,5 @@
 #include "server/charset.h"
 
-#include <httplib.h>
-
 #include <cerrno>
 
 #include "base/text.h"
@@ -154,11 +152,11 @@ bool DecodeRequestCharset(HttpCharset charset, RequestContext& ctx) {
   return true;
 }
 
-void SetTextAnswer(httplib::Response& res, const std::string& body, HttpCharset charset) {
+void SetTextAnswer(HttpResponse& res, const std::string& body, HttpCharset charset) {
   if (charset == HttpCharset::kShiftJis)
-    res.set_content(Utf8ToCp932(body), kShiftJisText);
+    res.SetContent(Utf8ToCp932(body), kShiftJisText);
   else
-    res.set_content(body, kUtf8Text);
+    res.SetContent(body, kUtf8Text);
 }
 
 }  // namespace orvane

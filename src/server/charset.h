@@ -10,10 +10,7 @@
 #include <string_view>
 
 #include "dispatch/request_context.h"
-
-namespace httplib {
-struct Response;
-}
+#include "server/http_message.h"
 
 namespace orvane {
 
@@ -58,6 +55,6 @@ bool DecodeRequestCharset(HttpCharset charset, RequestContext& ctx);
 
 // Puts `body` into `res` as its text answer: as it is with UTF-8; in CP932
 // as "text/plain; charset=Shift_JIS" with Shift_JIS.
-void SetTextAnswer(httplib::Response& res, const std::string& body, HttpCharset charset);
+void SetTextAnswer(HttpResponse& res, const std::string& body, HttpCharset charset);
 
 }  // namespace orvane

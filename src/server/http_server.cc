@@ -1,72 +1,166 @@
 #include "server/http_server.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <cerrno>
+#include <boost/asio/as_tuple.hpp>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
+#include <thread>
 
 #include "data/db.h"
-#include "server/edge.h"
+#include "server/http_session.h"
 #include "server/routes.h"
-#include "server/tls_channel.h"
+#include "server/tls_context.h"
 
 namespace orvane {
 
+namespace asio = boost::asio;
+using tcp = asio::ip::tcp;
+
+struct HttpServer::Impl {
+  Impl(ServerState& state, HttpOptions options)
+      : options(std::move(options)),
+        io_threads(this->options.io_threads > 0 ? this->options.io_threads
+                                                : std::max(1, static_cast<int>(std::thread::hardware_concurrency()))),
+        pool(std::make_unique<WorkerPool>(this->options.threads, this->options.limits.max_requests)),
+        shared{state, router, this->options.limits, *pool, connections, stopping},
+        ios(MakeContexts(io_threads)),
+        acceptor(*ios.front()) {
+    RegisterRoutes(router, state);
+  }
+
+  // One context a thread: a connection lives on one of them, so its
+  // coroutine, its timer and its socket need no strand and no lock.
+  static std::vector<std::unique_ptr<asio::io_context>> MakeContexts(int n) {
+    std::vector<std::unique_ptr<asio::io_context>> ios;
+    for (int i = 0; i < n; ++i) ios.push_back(std::make_unique<asio::io_context>(1));
+    return ios;
+  }
+
+  // Accepts until the acceptor is closed; the connections go to the I/O
+  // threads in turn.
+  asio::awaitable<void> Listen() {
+    asio::steady_timer pause(acceptor.get_executor());
+    for (size_t next = 0; acceptor.is_open(); ++next) {
+      asio::io_context& io = *ios[next % ios.size()];
+      auto [ec, socket] = co_await acceptor.async_accept(io, asio::as_tuple(asio::use_awaitable));
+      if (ec == asio::error::operation_aborted) break;
+      if (ec) {  // out of descriptors, say: try again shortly rather than spin
+        pause.expires_after(std::chrono::milliseconds(50));
+        co_await pause.async_wait(asio::as_tuple(asio::use_awaitable));
+        continue;
+      }
+      asio::any_io_executor executor = socket.get_executor();
+      asio::co_spawn(executor, ServeConnection(std::move(socket), tls.get(), shared), asio::detached);
+    }
+  }
+
+  HttpOptions options;
+  const int io_threads;
+  std::unique_ptr<asio::ssl::context> tls;
+  Router router;
+  std::unique_ptr<WorkerPool> pool;
+  ConnectionSet connections;
+  std::atomic<bool> stopping{false};
+  SessionShared shared;
+  std::atomic<bool> running{false};
+  std::mutex mu;
+  std::condition_variable stop_cv;
+  bool stop_requested = false;  // guarded by mu
+  // Last, so destroyed first: a connection's coroutine, destroyed with the
+  // context, still refers to the members above.
+  std::vector<std::unique_ptr<asio::io_context>> ios;
+  tcp::acceptor acceptor;
+};
+
 HttpServer::HttpServer(ServerState& state, HttpOptions options)
-    : state_(state),
-      options_(std::move(options)),
-      server_(std::make_unique<EdgeServer>(options_.limits, options_.threads, state_.access_log)) {
-  data::SetStatementTimeout(options_.db_timeout);
-  state_.secure_cookie = !options_.tls_cert.empty();
-  // SO_REUSEADDR alone: a restart can listen again at once, but a port
-  // another server is listening on is refused, never shared (SO_REUSEPORT).
-  server_->set_socket_options([](socket_t sock) {
-    int yes = 1;
-    ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  });
-  server_->set_keep_alive_max_count(1000);
-  server_->set_keep_alive_timeout(
-      std::max<time_t>(1, std::chrono::duration_cast<std::chrono::seconds>(options_.limits.idle_timeout).count()));
-  server_->set_payload_max_length(options_.limits.max_body);
-  server_->set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
-    res.status = 500;
-    res.set_content("ERROR:INTERNAL", "text/plain; charset=utf-8");
-  });
-  RegisterRoutes(*server_, state_);
+    : impl_(std::make_unique<Impl>(state, std::move(options))) {
+  data::SetStatementTimeout(impl_->options.db_timeout);
+  state.secure_cookie = !impl_->options.tls_cert.empty();
 }
 
 HttpServer::~HttpServer() { Stop(); }
 
 int HttpServer::Bind(std::string& error) {
-  if (!options_.tls_cert.empty() || !options_.tls_key.empty()) {
-    std::shared_ptr<TlsContext> tls = TlsContext::Load(options_.tls_cert, options_.tls_key, error);
-    if (!tls) return -1;
-    server_->UseTls(std::move(tls));
+  const HttpOptions& o = impl_->options;
+  if (!o.tls_cert.empty() || !o.tls_key.empty()) {
+    impl_->tls = LoadTlsContext(o.tls_cert, o.tls_key, error);
+    if (!impl_->tls) return -1;
   }
-  int port = 0;
-  if (options_.port == 0) {
-    port = server_->bind_to_any_port(options_.host);
-  } else {
-    port = server_->bind_to_port(options_.host, options_.port) ? options_.port : -1;
+  boost::system::error_code ec;
+  tcp::resolver resolver(*impl_->ios.front());
+  auto endpoints = resolver.resolve(o.host, std::to_string(o.port), tcp::resolver::passive, ec);
+  tcp::acceptor& acceptor = impl_->acceptor;
+  if (!ec) {
+    tcp::endpoint endpoint = *endpoints.begin();
+    acceptor.open(endpoint.protocol(), ec);
+    // SO_REUSEADDR alone: a restart can listen again at once, but a port
+    // another server is listening on is refused, never shared (SO_REUSEPORT).
+    if (!ec) acceptor.set_option(tcp::acceptor::reuse_address(true), ec);
+    if (!ec) acceptor.bind(endpoint, ec);
+    if (!ec) acceptor.listen(asio::socket_base::max_listen_connections, ec);
   }
-  if (port < 0) {
-    int reason = errno;  // of the failed bind or listen, before anything else runs
-    error = "cannot listen on " + options_.host + ":" + std::to_string(options_.port) + ": " + std::strerror(reason);
-    return port;
+  if (ec) {
+    error = "cannot listen on " + o.host + ":" + std::to_string(o.port) + ": " +
+            (ec.category() == boost::system::system_category() ? std::strerror(ec.value()) : ec.message());
+    acceptor.close(ec);
+    return -1;
   }
-  // httplib listens with a queue of 5; the edge accepts at once, so the
-  // queue only has to absorb a burst as large as the requests it may hold.
-  server_->SetBacklog(static_cast<int>(std::max<size_t>(options_.limits.max_requests, options_.threads)));
-  return port;
+  return acceptor.local_endpoint().port();
 }
 
-bool HttpServer::Run() { return server_->Serve(); }
+bool HttpServer::Run() {
+  Impl& s = *impl_;
+  if (!s.acceptor.is_open()) return false;
+  asio::co_spawn(s.acceptor.get_executor(), s.Listen(), asio::detached);
+  std::vector<asio::executor_work_guard<asio::io_context::executor_type>> work;
+  std::vector<std::thread> threads;
+  for (auto& io : s.ios) {
+    work.push_back(asio::make_work_guard(*io));
+    threads.emplace_back([&io] { io->run(); });
+  }
+  s.running = true;
+  {
+    std::unique_lock lock(s.mu);
+    s.stop_cv.wait(lock, [&s] { return s.stop_requested; });
+  }
+  // No new connection is taken; idle ones close; the requests in flight
+  // finish and send their answers.
+  bool finished = s.connections.WaitEmpty(s.options.limits.shutdown_grace);
+  for (auto& io : s.ios) io->stop();
+  for (auto& t : threads) t.join();
+  if (finished) {
+    s.pool->Join();
+  } else {
+    // A handler still runs on a worker; the caller ends the process.
+    [[maybe_unused]] WorkerPool* left = s.pool.release();
+  }
+  s.running = false;
+  return finished;
+}
 
 void HttpServer::Stop() {
-  if (server_) server_->stop();
+  Impl& s = *impl_;
+  if (s.stopping.exchange(true)) return;
+  asio::post(s.acceptor.get_executor(), [&s] {
+    boost::system::error_code ignored;
+    s.acceptor.close(ignored);
+  });
+  s.connections.CancelReads();
+  {
+    std::lock_guard lock(s.mu);
+    s.stop_requested = true;
+  }
+  s.stop_cv.notify_all();
 }
 
-bool HttpServer::IsRunning() const { return server_->is_running(); }
+bool HttpServer::IsRunning() const { return impl_->running; }
 
 }  // namespace orvane

@@ -1,6 +1,6 @@
-// The HTTP front end: the edge (edge.h) in front of httplib's request
-// handling, a fixed pool of worker threads, the routes of routes.cc and a
-// catch-all that turns an exception into a 500.
+// The HTTP front end: a listener on Asio I/O threads that starts a session
+// (http_session.h, Boost.Beast) per connection, the routes of routes.cc,
+// and a bounded pool of worker threads for the handlers that may wait.
 #pragma once
 
 #include <chrono>
@@ -12,12 +12,11 @@
 
 namespace orvane {
 
-class EdgeServer;
-
 struct HttpOptions {
   std::string host = "127.0.0.1";
-  int port = 8080;  // 0: any free port (tests)
-  int threads = 8;
+  int port = 8080;     // 0: any free port (tests)
+  int threads = 8;     // workers for the handlers that reach the database
+  int io_threads = 0;  // threads that own the sockets; 0: one per core
   EdgeLimits limits = {};
   // Each database statement's time limit (0: none); on SQLite also the
   // longest wait for another writer's lock.
@@ -44,9 +43,8 @@ class HttpServer {
   bool IsRunning() const;
 
  private:
-  ServerState& state_;
-  HttpOptions options_;
-  std::unique_ptr<EdgeServer> server_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace orvane

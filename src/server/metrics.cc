@@ -1,6 +1,5 @@
 #include "server/metrics.h"
 
-#include <httplib.h>
 #include <prometheus/text_serializer.h>
 
 #include <chrono>
@@ -106,16 +105,16 @@ std::string Metrics::Render(SessionStore& sessions) {
 
 // Open like /healthz: it names no user and no value, only counts. Keep it
 // off the public side of a load balancer.
-void RegisterMetricsRoute(httplib::Server& server, ServerState& state) {
-  server.Get("/metrics", [&state](const httplib::Request& req, httplib::Response& res) {
+void RegisterMetricsRoute(Router& server, ServerState& state) {
+  server.Get("/metrics", [&state](const HttpRequest& req, HttpResponse& res) {
     auto start = std::chrono::steady_clock::now();
     std::string body = state.metrics.Render(*state.sessions);
     res.status = 200;
-    res.set_header("Cache-Control", "no-store");
-    res.set_content(body, "text/plain; version=0.0.4; charset=utf-8");
+    res.SetHeader("Cache-Control", "no-store");
+    res.SetContent(std::move(body), "text/plain; version=0.0.4; charset=utf-8");
     auto micros =
         std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start).count();
-    state.access_log.Write({req.remote_addr, req.method, req.path, "", 200, micros, "(metrics)", false, {}});
+    state.access_log.Write({req.remote_address, req.method, req.path, "", 200, micros, "(metrics)", false, {}});
   });
 }
 

@@ -25,10 +25,7 @@
 #include <string_view>
 
 #include "dispatch/proxy_exchange_counter.h"
-
-namespace httplib {
-class Server;
-}
+#include "server/router.h"
 
 namespace orvane {
 
@@ -67,6 +64,6 @@ class Metrics final : public ProxyExchangeCounter {
 };
 
 // GET /metrics on `server`, answered from `state.metrics`.
-void RegisterMetricsRoute(httplib::Server& server, ServerState& state);
+void RegisterMetricsRoute(Router& server, ServerState& state);
 
 }  // namespace orvane

@@ -1,7 +1,5 @@
 #include "server/routes.h"
 
-#include <httplib.h>
-
 #include <chrono>
 #include <thread>
 
@@ -14,7 +12,6 @@
 #include "server/metrics.h"
 #include "server/origin_check.h"
 #include "server/static_files.h"
-#include "server/edge.h"
 
 namespace orvane {
 namespace {
@@ -25,19 +22,14 @@ constexpr char kSessionRefused[] = "ERROR:SESSIONCHECK";
 // The answer of a change sent by another site's page.
 constexpr char kCrossOrigin[] = "ERROR:CROSSORIGIN";
 
-std::string QueryOf(const httplib::Request& req) {
-  size_t q = req.target.find('?');
-  return q == std::string::npos ? std::string() : req.target.substr(q + 1);
-}
-
-bool IsFormBody(const httplib::Request& req) {
-  return text::StartsWithIgnoreCase(req.get_header_value("Content-Type"), "application/x-www-form-urlencoded");
+bool IsFormBody(const HttpRequest& req) {
+  return text::StartsWithIgnoreCase(req.Header("Content-Type"), "application/x-www-form-urlencoded");
 }
 
 // Request fields: the query string first, then a form body.
-NamedValues FieldsOf(const httplib::Request& req) {
+NamedValues FieldsOf(const HttpRequest& req) {
   NamedValues fields;
-  ParseUrlEncoded(QueryOf(req), fields);
+  ParseUrlEncoded(req.Query(), fields);
   if (req.method == "POST" && IsFormBody(req)) ParseUrlEncoded(req.body, fields);
   return fields;
 }
@@ -46,9 +38,9 @@ std::string SessionIdOf(const NamedValues& cookies) { return cookies.Get(kSessio
 
 // The one gate of every changing endpoint: a browser says the request
 // comes from a page of another site.
-bool FromAnotherSite(const ServerState& state, const httplib::Request& req) {
-  return IsCrossSiteChange(req.get_header_value("Sec-Fetch-Site"), req.get_header_value("Origin"),
-                           req.get_header_value("Host"), state.secure_cookie, state.access.trusted_origins);
+bool FromAnotherSite(const ServerState& state, const HttpRequest& req) {
+  return IsCrossSiteChange(req.Header("Sec-Fetch-Site"), req.Header("Origin"),
+                           req.Header("Host"), state.secure_cookie, state.access.trusted_origins);
 }
 
 // The status of a refused access: 401, or 503 when the database could not
@@ -75,10 +67,10 @@ std::string SessionCookie(const ServerState& state, const std::string& id, bool 
 
 // No answer may be kept by a browser or a proxy: 106 carries a password,
 // and every other one is stale after the next change.
-void Answer(httplib::Response& res, int status, const std::string& body, HttpCharset charset = HttpCharset::kUtf8) {
+void Answer(HttpResponse& res, int status, const std::string& body, HttpCharset charset = HttpCharset::kUtf8) {
   res.status = status;
-  res.set_header("Cache-Control", "no-store");
-  res.set_header("X-Content-Type-Options", "nosniff");  // an answer is text, never a page or a script
+  res.SetHeader("Cache-Control", "no-store");
+  res.SetHeader("X-Content-Type-Options", "nosniff");  // an answer is text, never a page or a script
   SetTextAnswer(res, body, charset);
 }
 
@@ -92,9 +84,9 @@ class Timer {
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-void Log(ServerState& state, const httplib::Request& req, const Timer& timer, int status, std::string_view answer,
+void Log(ServerState& state, const HttpRequest& req, const Timer& timer, int status, std::string_view answer,
          std::string_view code = {}, bool secret = false, Cause failure = {}) {
-  state.access_log.Write({req.remote_addr, req.method, req.path, std::string(code), status, timer.Micros(), answer,
+  state.access_log.Write({req.remote_address, req.method, req.path, std::string(code), status, timer.Micros(), answer,
                           secret, std::move(failure)});
 }
 
@@ -108,9 +100,9 @@ Cause LoggedFailure(const RequestContext& ctx) {
   return failure;
 }
 
-void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Response& res) {
+void HandleOrvane(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   Timer timer;
-  NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
+  NamedValues cookies = ParseCookieHeader(req.Header("Cookie"));
   const std::string session_id = SessionIdOf(cookies);
   std::shared_ptr<Session> session = state.sessions->Find(session_id);
   if (!session) session = std::make_shared<Session>();  // anonymous: reads only, kept nowhere
@@ -143,7 +135,7 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
     if (Status ended = state.sessions->RemoveUserSessions(user, session_id); !ended.ok()) failure = CheckFailure(ended);
   }
   if (route && route->changes_data)  // before the answer leaves: an answered change always has its line
-    state.audit_log.Write({"request", session->Get("PUB_USR_ID"), req.remote_addr, std::string(route->code),
+    state.audit_log.Write({"request", session->Get("PUB_USR_ID"), req.remote_address, std::string(route->code),
                            &ctx.fields, ctx.response()});
   Answer(res, ctx.http_status, ctx.response(), state.charset);
   state.metrics.NoteRequest(route, ctx.response(), timer.Micros());
@@ -156,7 +148,7 @@ void HandleOrvane(ServerState& state, const httplib::Request& req, httplib::Resp
 // dropped, so it can not be fixed in advance) and its cookie; a miss
 // changes no session and counts against the id and the address (see
 // LoginThrottle). Neither field is ever logged or put in a cookie.
-void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Response& res) {
+void HandleLogin(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   Timer timer;
   if (FromAnotherSite(state, req)) {
     Answer(res, 403, kCrossOrigin);
@@ -169,15 +161,15 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   auto session = std::make_shared<Session>();
   std::string error;
   members::LoginOutcome outcome = members::LoginOutcome::kRefused;
-  const LoginThrottle::Verdict throttled = state.login_throttle.Check(user_id, req.remote_addr);
+  const LoginThrottle::Verdict throttled = state.login_throttle.Check(user_id, req.remote_address);
   if (throttled == LoginThrottle::Verdict::kAllowed) {
     outcome = members::LogIn(state.config, state.clock, user_id, fields.Get("User_PS"), state.access.admin_column,
                              *session, error);
-    if (outcome == members::LoginOutcome::kRefused) state.login_throttle.NoteFailure(user_id, req.remote_addr);
-    if (outcome == members::LoginOutcome::kOk) state.login_throttle.NoteSuccess(user_id, req.remote_addr);
+    if (outcome == members::LoginOutcome::kRefused) state.login_throttle.NoteFailure(user_id, req.remote_address);
+    if (outcome == members::LoginOutcome::kOk) state.login_throttle.NoteSuccess(user_id, req.remote_address);
   }
   if (outcome == members::LoginOutcome::kOk) {
-    NamedValues cookies = ParseCookieHeader(req.get_header_value("Cookie"));
+    NamedValues cookies = ParseCookieHeader(req.Header("Cookie"));
     std::string old_id = SessionIdOf(cookies);
     if (!old_id.empty()) state.sessions->Remove(old_id);
     std::string id;
@@ -195,7 +187,7 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
         failure.message = text::ReplaceAll(failure.message, password, "***");
       return Log(state, req, timer, 200, answer, {}, false, std::move(failure));
     }
-    res.set_header("Set-Cookie", SessionCookie(state, id));
+    res.SetHeader("Set-Cookie", SessionCookie(state, id));
   }
   // Only the code: a failed lookup's error text renders the statement, and
   // with it the password.
@@ -203,46 +195,53 @@ void HandleLogin(ServerState& state, const httplib::Request& req, httplib::Respo
   const char* event = outcome == members::LoginOutcome::kOk           ? "login"
                       : throttled != LoginThrottle::Verdict::kAllowed ? "login-throttled"
                                                                       : "login-failed";
-  state.audit_log.Write({event, user_id, req.remote_addr, "", nullptr, answer, LoginThrottle::Name(throttled)});
+  state.audit_log.Write({event, user_id, req.remote_address, "", nullptr, answer, LoginThrottle::Name(throttled)});
   Answer(res, 200, answer);
   Log(state, req, timer, 200, answer);
 }
 
 // POST /logout: ends the session named by the cookie (if any) and expires
 // the cookie.
-void HandleLogout(ServerState& state, const httplib::Request& req, httplib::Response& res) {
+void HandleLogout(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   Timer timer;
   if (FromAnotherSite(state, req)) {
     Answer(res, 403, kCrossOrigin);
     return Log(state, req, timer, 403, kCrossOrigin);
   }
-  std::string id = SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie")));
+  std::string id = SessionIdOf(ParseCookieHeader(req.Header("Cookie")));
   std::shared_ptr<Session> session = state.sessions->Find(id);
-  state.audit_log.Write({"logout", session ? session->Get("PUB_USR_ID") : "", req.remote_addr, "", nullptr, "OK"});
+  state.audit_log.Write({"logout", session ? session->Get("PUB_USR_ID") : "", req.remote_address, "", nullptr, "OK"});
   if (!id.empty()) state.sessions->Remove(id);
-  res.set_header("Set-Cookie", SessionCookie(state, "", /*expire=*/true));
+  res.SetHeader("Set-Cookie", SessionCookie(state, "", /*expire=*/true));
   Answer(res, 200, "OK");
   Log(state, req, timer, 200, "OK");
 }
 
+// The drawn tree's ETag: its tree version and the character set it is sent
+// in; empty when `tree` is not the one the store holds with its version
+// (replaced meanwhile, or none).
+std::string TreeEtag(const ServerState& state, const std::shared_ptr<const Array2D>& tree) {
+  long long version = -1;
+  if (!tree || state.app.SecHierarchical(version) != tree || version < 0) return {};
+  return "\"tree-" + std::to_string(version) + (state.charset == HttpCharset::kShiftJis ? "-sjis\"" : "\"");
+}
+
 }  // namespace
 
-void RegisterRoutes(httplib::Server& server, ServerState& state) {
-  auto orvane = [&state](const httplib::Request& req, httplib::Response& res) { HandleOrvane(state, req, res); };
+void RegisterRoutes(Router& server, ServerState& state) {
+  auto orvane = [&state](const HttpRequest& req, HttpResponse& res) { HandleOrvane(state, req, res); };
   server.Get("/orvane", orvane);
-  PostWithWholeBody(server, "/orvane", orvane);  // form bodies up to the edge's limit, not httplib's 8 KB
+  server.Post("/orvane", orvane);
 
-  server.Post("/login",
-              [&state](const httplib::Request& req, httplib::Response& res) { HandleLogin(state, req, res); });
-  server.Post("/logout",
-              [&state](const httplib::Request& req, httplib::Response& res) { HandleLogout(state, req, res); });
+  server.Post("/login", [&state](const HttpRequest& req, HttpResponse& res) { HandleLogin(state, req, res); });
+  server.Post("/logout", [&state](const HttpRequest& req, HttpResponse& res) { HandleLogout(state, req, res); });
 
   // The drawn tree, for pages: one row a line ended by CR LF, its twelve
   // columns joined by TAB, in tree order. Drawn again first when another
   // instance changed the tree since (one keyed select to know).
-  server.Get("/application/App_A_strSec_hierarchical", [&state](const httplib::Request& req, httplib::Response& res) {
+  server.Get("/application/App_A_strSec_hierarchical", [&state](const HttpRequest& req, HttpResponse& res) {
     Timer timer;
-    std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(ParseCookieHeader(req.get_header_value("Cookie"))));
+    std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(ParseCookieHeader(req.Header("Cookie"))));
     if (AccessDecision access = MayReadTree(state.access, state.config, session.get()); !access.allowed) {
       Answer(res, RefusalStatus(access), kSessionRefused);
       return Log(state, req, timer, RefusalStatus(access), kSessionRefused, {}, false, CheckFailure(access.failure));
@@ -251,6 +250,14 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
     if (Status s = org::CurrentSecHierarchical(state.config, state.app, tree); !s.ok()) {
       Answer(res, 500, "ERROR:DBSELECT");
       return Log(state, req, timer, 500, "ERROR:DBSELECT", {}, false, s.cause());
+    }
+    // The tree's version names it: unchanged, the page keeps what it has.
+    const std::string etag = TreeEtag(state, tree);
+    if (!etag.empty()) res.SetHeader("ETag", etag);
+    if (IfNoneMatch(req, etag)) {
+      res.status = 304;
+      res.SetHeader("Cache-Control", "private, no-cache");
+      return Log(state, req, timer, 304, "");
     }
     std::string body;
     if (tree) {
@@ -263,23 +270,28 @@ void RegisterRoutes(httplib::Server& server, ServerState& state) {
       }
     }
     Answer(res, 200, body, state.charset);
+    if (!etag.empty()) res.SetHeader("Cache-Control", "private, no-cache");  // kept, asked about each time
     Log(state, req, timer, 200, body);
   });
 
   RegisterMetricsRoute(server, state);
 
-  server.Get("/healthz", [&state](const httplib::Request& req, httplib::Response& res) {
-    Timer timer;
-    Answer(res, 200, "OK");
-    Log(state, req, timer, 200, "OK");
-  });
+  server.Get(
+      "/healthz",
+      [&state](const HttpRequest& req, HttpResponse& res) {
+        Timer timer;
+        Answer(res, 200, "OK");
+        Log(state, req, timer, 200, "OK");
+      },
+      Router::RunOn::kIoThread);
 
   // Last: any GET that no route above took is a file of the pages.
   RegisterStaticFiles(server, state);
 
-  server.set_error_handler([&state](const httplib::Request& req, httplib::Response& res) {
+  server.SetNotFound([&state](const HttpRequest& req, HttpResponse& res) {
     Timer timer;
-    if (res.status == 404) res.set_content("Not Found", kTextPlain);
+    res.status = 404;
+    res.SetContent("Not Found", kTextPlain);
     Log(state, req, timer, res.status, res.body);
   });
 }

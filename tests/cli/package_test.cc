@@ -151,10 +151,11 @@ TEST(Package, TheBuiltPackageCarriesItsFilesConffilesAndDependencies) {
             ReadFile(kPackaging + "/orvane.service"));
 
   std::string depends = Shell("dpkg-deb -f " + deb + " Depends");
-  for (const char* dependency : {"adduser", "libsqliteodbc | odbc-postgresql", "libodbc2", "libcpp-httplib0.11",
+  for (const char* dependency : {"adduser", "libsqliteodbc | odbc-postgresql", "libodbc2", "libssl3",
                                  "libprometheus-cpp-core1.0", "libsodium23", "libc6", "libstdc++6"})
     EXPECT_NE(depends.find(dependency), std::string::npos) << dependency << " in " << depends;
   EXPECT_EQ(depends.find("libprometheus-cpp-pull"), std::string::npos) << depends;  // the core library only
+  EXPECT_EQ(depends.find("httplib"), std::string::npos) << depends;  // Beast and Asio are headers only
   EXPECT_NE(Shell("dpkg-deb -I " + deb + " postinst").find("adduser --system"), std::string::npos);
 }
 

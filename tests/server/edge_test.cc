@@ -159,6 +159,62 @@ TEST(Edge, FormBodiesUpToTheLimitAreReadWholeAndPipelinedRequestsKeepTheirOrder)
   EXPECT_EQ(all.find("Content-Encoding"), std::string::npos) << all;
 }
 
+TEST(Edge, KeptAliveRequestsAreAnsweredInOrderOnOneConnection) {
+  TempDir dir;
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, Options(2), testing::OpenReads());
+  RawClient raw(server.port());
+  struct Step {
+    std::string request, answer_end;
+  } steps[] = {
+      {"GET /orvane?ReqNo=001 HTTP/1.1\r\nHost: x\r\n\r\n", kInfoAnswer},
+      {"GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n", "\r\n\r\nOK"},
+      {"HEAD /healthz HTTP/1.1\r\nHost: x\r\n\r\n", "Content-Length: 2\r\n\r\n"},
+      {"POST /orvane HTTP/1.1\r\nHost: x\r\nContent-Type: application/x-www-form-urlencoded\r\n"
+       "Content-Length: 9\r\n\r\nReqNo=001",
+       kInfoAnswer},
+      {"GET /nowhere HTTP/1.1\r\nHost: x\r\n\r\n", "Not Found"},
+  };
+  for (const Step& step : steps) {
+    ASSERT_TRUE(raw.Send(step.request)) << step.request;
+    std::string answer = raw.ReadUntil(step.answer_end);
+    EXPECT_EQ(answer.rfind("HTTP/1.1 ", 0), 0u) << answer;
+    EXPECT_TRUE(answer.ends_with(step.answer_end)) << step.request << "\n" << answer;
+    EXPECT_EQ(answer.find("Connection: close"), std::string::npos) << answer;
+  }
+  // The last one closes.
+  raw.Send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  std::string last = raw.ReadAll();
+  EXPECT_TRUE(last.ends_with("\r\n\r\nOK")) << last;
+  EXPECT_NE(last.find("Connection: close\r\n"), std::string::npos) << last;
+}
+
+TEST(Edge, ConnectionsPastTheCapAre503AndIdleOnesEndAtTheirTimeout) {
+  TempDir dir;
+  HttpOptions options = Options(2);
+  options.limits.max_connections = 2;
+  options.limits.idle_timeout = 300ms;
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, options, testing::OpenReads());
+  const std::string healthz = "GET /healthz HTTP/1.1\r\nHost: x\r\n\r\n";
+  RawClient first(server.port()), second(server.port());
+  for (RawClient* c : {&first, &second}) {
+    ASSERT_TRUE(c->Send(healthz));
+    EXPECT_TRUE(c->ReadUntil("\r\n\r\nOK").ends_with("OK"));  // kept alive, now idle
+  }
+  RawClient third(server.port());
+  std::string busy = third.ReadAll();
+  EXPECT_EQ(busy.substr(0, busy.find("\r\n")), "HTTP/1.1 503 Service Unavailable");
+  EXPECT_NE(busy.find("Retry-After: 1\r\n"), std::string::npos) << busy;
+  EXPECT_NE(server.Log().find("127.0.0.1 - - ReqNo=\"\" 503"), std::string::npos) << server.Log();
+  // Idle past their timeout, the two are closed and make room.
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(first.ReadAll(), "");
+  EXPECT_EQ(second.ReadAll(), "");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+  RawClient fourth(server.port());
+  fourth.Send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+  EXPECT_EQ(fourth.StatusLine(), "HTTP/1.1 200 OK");
+}
+
 // A SQLite database whose lock another program holds: the login's database
 // work runs out of time and answers its usual code; while it waits, the
 // one request allowed is taken, so the next is answered 503 at once.
@@ -172,7 +228,8 @@ TEST(Edge, FullServerAnswers503AndDatabaseWorkEndsAtItsLimit) {
   FILE* holder = ::popen(("sqlite3 " + dir.File("locked.db")).c_str(), "w");
   ASSERT_TRUE(holder);
   std::fputs(("CREATE TABLE T_USER (USER_ID text, PASSWORD text);\nBEGIN EXCLUSIVE;\n.system touch " +
-              dir.File("locked") + "\n").c_str(),
+              dir.File("locked") + "\n")
+                 .c_str(),
              holder);
   std::fflush(holder);
   for (int i = 0; i < 500 && !std::ifstream(dir.File("locked")); ++i) std::this_thread::sleep_for(10ms);

@@ -3,6 +3,7 @@
 // speak TLS gets, and the start refused when the key is not the
 // certificate's.
 #include <gtest/gtest.h>
+#include <openssl/ssl.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -29,8 +30,9 @@ struct Certificate {
   std::string cert = dir.File("cert.pem"), key = dir.File("key.pem"), other_key = dir.File("other.pem");
 
   Certificate() {
-    const std::string ec = " -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj /CN=localhost"
-                           " -addext subjectAltName=IP:127.0.0.1";
+    const std::string ec =
+        " -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj /CN=localhost"
+        " -addext subjectAltName=IP:127.0.0.1";
     Run("openssl req -x509" + ec + " -keyout " + key + " -out " + cert);
     Run("openssl req -x509" + ec + " -keyout " + other_key + " -out " + dir.File("other_cert.pem"));
   }
@@ -130,6 +132,45 @@ TEST(Tls, ClientsThatDoNotSpeakTlsAreClosedWithoutHoldingTheServer) {
   // Nothing the edge answered itself: no HTTP words were exchanged.
   EXPECT_EQ(server.Log().find(" 400 "), std::string::npos) << server.Log();
   EXPECT_EQ(server.Log().find(" 408 "), std::string::npos) << server.Log();
+}
+
+// A handshake of one protocol version only, from a client that would
+// speak even the old ones (security level 0): the server alone decides.
+// The negotiated version, or "refused".
+std::string HandshakeWith(int port, int version) {
+  RawClient raw(port, 5s);
+  if (!raw.connected()) return "not connected";
+  SSL_CTX* ctx = SSL_CTX_new(TLS_client_method());
+  SSL_CTX_set_security_level(ctx, 0);
+  SSL_CTX_set_cipher_list(ctx, "DEFAULT:@SECLEVEL=0");
+  SSL_CTX_set_min_proto_version(ctx, version);
+  SSL_CTX_set_max_proto_version(ctx, version);
+  SSL* ssl = SSL_new(ctx);
+  SSL_set_fd(ssl, raw.fd());
+  std::string outcome = SSL_connect(ssl) == 1 ? SSL_get_version(ssl) : "refused";
+  SSL_free(ssl);
+  SSL_CTX_free(ctx);
+  return outcome;
+}
+
+TEST(Tls, OnlyTls12AndLaterAreSpoken) {
+  Certificate tls;
+  TempDir dir;
+  LiveServer server(dir.Write("ORVANE.ini", kConfig), SystemClock::Instance(), 20min, tls.Options(1s));
+  ASSERT_GT(server.port(), 0);
+  struct Case {
+    int version;
+    const char* outcome;
+  } cases[] = {
+      {TLS1_VERSION, "refused"},
+      {TLS1_1_VERSION, "refused"},
+      {TLS1_2_VERSION, "TLSv1.2"},
+      {TLS1_3_VERSION, "TLSv1.3"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(HandshakeWith(server.port(), c.version), c.outcome) << c.version;
+  auto res = tls.Client(server.port()).Get("/healthz");  // still serving
+  ASSERT_TRUE(res);
+  EXPECT_EQ(res->body, "OK");
 }
 
 TEST(Tls, ServeRefusesCertificatesAndKeysItCannotUse) {

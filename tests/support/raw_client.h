@@ -30,6 +30,7 @@ class RawClient {
   RawClient& operator=(const RawClient&) = delete;
 
   bool connected() const { return connected_; }
+  int fd() const { return fd_; }
   // False once the server stopped taking bytes.
   bool Send(const std::string& bytes) {
     for (size_t done = 0; done < bytes.size();) {
@@ -44,6 +45,15 @@ class RawClient {
     std::string out;
     char buf[4096];
     for (ssize_t n; (n = ::recv(fd_, buf, sizeof buf, 0)) > 0;) out.append(buf, static_cast<size_t>(n));
+    return out;
+  }
+  // What arrives until `needle` is in it (or the server closes, or the
+  // timeout); kept-alive answers come one at a time.
+  std::string ReadUntil(const std::string& needle) {
+    std::string out;
+    char buf[4096];
+    for (ssize_t n; out.find(needle) == std::string::npos && (n = ::recv(fd_, buf, sizeof buf, 0)) > 0;)
+      out.append(buf, static_cast<size_t>(n));
     return out;
   }
   // The status line of what the server sent.
