@@ -252,6 +252,12 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (remove) {
     std::string has_children;
     if (!frame.Step("ERROR:SQLEXEC", funDelGroup(ctx, conn, sec_cd, has_children))) return;
+    // The silent refusal changed nothing: the tree version and the drawn
+    // tree stay as they are, so no page reloads the tree for nothing.
+    if (!has_children.empty()) {
+      if (frame.Commit()) frame.Finish();
+      return;
+    }
   } else if (add) {
     // Refused as a foreign key would refuse the insert: a group under no
     // section would have a path to nowhere (and a freed code reused for it
