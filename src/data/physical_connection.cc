@@ -1,9 +1,9 @@
 #include "data/physical_connection.h"
-#include "data/db.h"
 
 #include <sqlext.h>
 #include <sqlucode.h>
 
+#include "data/db.h"
 #include "data/failure_seam.h"
 #include "data/odbc_env.h"
 #include "data/statement.h"

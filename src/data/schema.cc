@@ -49,7 +49,11 @@ std::vector<TableDef> MakeTables() {
        // Every sort key of the user list with the key behind it (a page
        // skips through the index alone, then reads its rows by key), and
        // the kana-row range.
-       {{"NAME_KN"}, {"NAME_KJ", "USER_ID"}, {"POST_NM", "USER_ID"}, {"DSP_NM", "USER_ID"}, {"MAIL", "USER_ID"},
+       {{"NAME_KN"},
+        {"NAME_KJ", "USER_ID"},
+        {"POST_NM", "USER_ID"},
+        {"DSP_NM", "USER_ID"},
+        {"MAIL", "USER_ID"},
         {"UPD_YMD"}},
        {},
        // A kana row's page by name: the range and the order in one index.
@@ -167,7 +171,7 @@ std::vector<std::string> SchemaStatements(const Dialect& dialect) {
         // PostgreSQL wants an expression in parentheses of its own.
         for (const std::string& key : index.keys)
           keys.push_back(key.find('(') == std::string::npos && key.find(' ') == std::string::npos ? key
-                                                                                                   : "(" + key + ")");
+                                                                                                  : "(" + key + ")");
         out.push_back("CREATE INDEX IF NOT EXISTS IX_" + t.name + "_" + index.name + " ON " + t.name + " (" +
                       text::Join(keys, ", ") + ")");
       }

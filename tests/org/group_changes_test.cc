@@ -303,9 +303,12 @@ TEST_P(GroupChanges, ReorderOfGroupsThatAreNotSiblingsIsRefused) {
     const char* query;
     const char* answer;
   } cases[] = {
-      {"ReqNo=210&Group_cd1=0011&Group_cd2=0002&Group_cd3=0000", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
-      {"ReqNo=210&Group_cd1=0002&Group_cd2=0011&Group_cd3=0000", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
-      {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=0001", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0001: 0001"},
+      {"ReqNo=210&Group_cd1=0011&Group_cd2=0002&Group_cd3=0000",
+       "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
+      {"ReqNo=210&Group_cd1=0002&Group_cd2=0011&Group_cd3=0000",
+       "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
+      {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=0001",
+       "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0001: 0001"},
       {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of : 0001"},
       // On the work tables a deleted group is no child.
       {"ReqNo=210&DBFlg=1&Group_cd1=0001&Group_cd2=0002&Group_cd3=0000",
