@@ -57,7 +57,8 @@ std::vector<TableDef> MakeTables() {
         {"UPD_YMD"}},
        {},
        // A kana row's page by name: the range and the order in one index.
-       {{"KANA_NAME", {std::string(kKanaRowOfName.text), "NAME_KJ", "USER_ID"}}}},
+       // NAME_KN behind them lets PostgreSQL skip through the index alone.
+       {{"KANA_NAME", {std::string(kKanaRowOfName.text), "NAME_KJ", "USER_ID", "NAME_KN"}}}},
       {"T_SECTION",
        With({"SEC_CD", "JOI_SEC", "SEC_NM", "DSP_NM", "SEC_SEQ", "SEC_TREE", "TREE_NM", "BUSHO_CD", "IMAIL_LIST"},
             kStamp),
