@@ -132,7 +132,7 @@ class Patcher {
     out.reserve(lines_.size() - (end - begin) + region.size());
     out.insert(out.end(), lines_.begin(), lines_.begin() + static_cast<long>(begin));
     if (parent_index >= 0) {
-      const std::string has_children = kept.empty() ? "0" : "1";
+      const std::string has_children(1, kept.empty() ? '0' : '1');
       if ((*out.back())[kHasChildrenColumn] != has_children) {
         auto line = std::make_shared<SecTreeLine>(*out.back());
         (*line)[kHasChildrenColumn] = has_children;
@@ -217,7 +217,7 @@ bool ApplyTreePatch(const SecTreeLines& base, const TreePatch& patch, SecTreeLin
     if (added.count(v.sec_cd)) {
       auto line = std::make_shared<SecTreeLine>();
       for (const auto& [column, value] : v.columns) (*line)[column] = value;
-      (*line)[kHasChildrenColumn] = "0";
+      (*line)[kHasChildrenColumn] = std::string(1, '0');  // GCC 12 warns falsely on a literal assignment here
       if ((*line)[kSecCd] != v.sec_cd || find_in(v.sec_cd) >= 0) return false;
       fresh[v.sec_cd] = Block{std::move(line)};
       continue;
