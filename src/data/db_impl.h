@@ -58,7 +58,10 @@ class RecordsetImpl {
   // Forward-only results read their rows in blocks into bound buffers;
   // null when read cell by cell (positionable results, or a refused bind).
   std::unique_ptr<BlockFetch> block;
-  size_t block_row = 0;       // the current row within the block
+  size_t block_row = 0;  // the current row within the block
+  // The names of the last fetch and the columns they name.
+  std::vector<std::string> fetch_names;
+  std::vector<size_t> fetch_columns;
   bool positionable = false;  // opened by Com_funSelectP
   bool scrollable = false;    // the driver gave a static cursor
   long position = 0;          // 1-based number of the current row

@@ -99,14 +99,22 @@ bool FetchRow(RecordsetImpl& rec, const std::vector<std::string>& names, std::ve
   }
   eof = false;
   values.resize(names.size());
-  for (size_t i = 0; i < names.size(); ++i) {
-    int column = rec.ColumnOf(names[i]);
-    if (column < 0) {
-      d = OwnDiagnostic("42S22", "Column not found: " + names[i]);
-      return false;
+  // A caller fetches row after row by the same names: they are looked up
+  // once and the columns they name kept.
+  if (rec.fetch_names != names) {
+    rec.fetch_columns.clear();
+    for (const std::string& name : names) {
+      int column = rec.ColumnOf(name);
+      if (column < 0) {
+        rec.fetch_names.clear();
+        d = OwnDiagnostic("42S22", "Column not found: " + name);
+        return false;
+      }
+      rec.fetch_columns.push_back(static_cast<size_t>(column));
     }
-    values[i] = rec.row[column];
+    rec.fetch_names = names;
   }
+  for (size_t i = 0; i < names.size(); ++i) values[i] = rec.row[rec.fetch_columns[i]];
   return rec.MoveNext(true, d);
 }
 

@@ -66,7 +66,7 @@ std::vector<TableDef> MakeTables() {
        {{"JOI_SEC", "SEC_SEQ"}, {"SEC_TREE"}, {"UPD_YMD"}},
        {},
        // The group list's order (shorter paths first), holding what it lists.
-       {{"TREE_ORDER", {"length(SEC_TREE)", "JOI_SEC", "SEC_SEQ", "SEC_CD", "SEC_NM"}}}},
+       {{"LIST_ORDER", {"length(SEC_TREE)", "JOI_SEC", "SEC_SEQ", "SEC_CD", "SEC_NM", "SEC_TREE"}}}},
       {"T_SECMEMBER",
        With({"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD"}, kStamp),
        {"SEC_CD", "USER_ID"},
