@@ -5,6 +5,7 @@
 // drawn again, whenever the held tree is the one the change started from.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
 
 #include "base/text.h"
@@ -114,6 +115,49 @@ TEST_P(TreePatchTest, PatchedTreeEqualsAFullDrawingAfterRandomChanges) {
     EXPECT_TRUE(what.find(" OK") != std::string::npos || what.find("ERROR:ILLEGALTREE") != std::string::npos ||
                 what.find("ERROR:SQLEXEC") != std::string::npos)
         << what << " " << count;
+}
+
+// Where the held tree cannot tell what a full drawing gives, the change
+// draws the tree in full: a section whose parent is missing (drawn as an
+// empty line), siblings with one SEC_SEQ (a full drawing may put them
+// either way), a version another instance made.
+TEST_P(TreePatchTest, DrawsInFullWhereAPatchCannotTell) {
+  auto section = [&](const char* code, const char* parent, const char* seq, const char* tree) {
+    Insert("T_SECTION",
+           {{"SEC_CD", code}, {"JOI_SEC", parent}, {"SEC_SEQ", seq}, {"SEC_TREE", tree}, {"SEC_NM", code}});
+  };
+  // Another instance's change: the rows and the version together.
+  auto other_instance = [&] {
+    std::string version = Rows(data::Sql() << "select VERSION from " << Table("ORVANE_TREE_VERSION"))[0][0];
+    Exec(data::Sql() << "update " << Table("ORVANE_TREE_VERSION")
+                     << " set VERSION = " << data::Quoted(std::to_string(std::stol(version) + 1)));
+  };
+  section("0002", "0000", "002", "0000/0002");
+  struct Case {
+    std::function<void()> arrange;
+    bool held_is_current;  // the tree drawn anew since the other instance's change
+    const char* request;
+    bool patched;
+  } cases[] = {
+      {[&] { section("0009", "0404", "001", "0000/0404/0009"); }, true, "ReqNo=202&Group_cd=0002&Group_nm=b", false},
+      {[&] { Exec(data::Sql() << "delete from " << Table("T_SECTION") << " where SEC_CD = '0009'"); }, true,
+       "ReqNo=202&Group_cd=0002&Group_nm=c", true},
+      {[&] { section("0003", "0000", "002", "0000/0003"); }, true, "ReqNo=201&Group_cd=0000&Group_nm=d", false},
+      {[] {}, false, "ReqNo=202&Group_cd=0001&Group_nm=e", false},
+  };
+  for (const Case& c : cases) {
+    c.arrange();
+    other_instance();
+    std::shared_ptr<const Array2D> tree;
+    if (c.held_is_current) {
+      ASSERT_TRUE(CurrentSecHierarchical(ConfigFile(ConfigPath()), app(), tree).ok());
+    }
+    long long version = 0;
+    auto before = app().SecTreeLinesHeld(version);
+    ASSERT_EQ(Request(c.request), "OK");
+    EXPECT_EQ(Shared(before) > 0, c.patched) << c.request;
+    EXPECT_EQ(*app().SecHierarchical(), FullDrawing()) << c.request;
+  }
 }
 
 ORVANE_DB_TEST_SUITE(TreePatchTest);
