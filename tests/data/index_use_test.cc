@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "base/text.h"
+#include "data/schema.h"
 #include "members/member_queries.h"
 #include "members/user_queries.h"
 #include "org/group_queries.h"
@@ -91,6 +92,20 @@ TEST_P(IndexUse, EveryReadStatementFindsItsIndex) {
     EXPECT_NE(by_id.find("t_user_pkey"), std::string::npos) << by_id;
     EXPECT_NE(members.find("t_secmember_pkey"), std::string::npos) << members;
   }
+}
+
+// init-db on a database made before an index existed adds it, and the
+// statement finds it again.
+TEST_P(IndexUse, InitDbAddsAMissingIndexToAnExistingDatabase) {
+  ConfigFile config(ConfigPath());
+  RequestContext ctx(config, session(), app(), clock());
+  const Sql kana_page = members::KeyedUserPageSql(ctx, "name", "0", "3", 100, 50);
+  Exec(Sql() << "drop index IX_T_USER_KANA_NAME");
+  EXPECT_EQ(Plan(kana_page).find("ix_t_user_kana_name"), std::string::npos);
+  Connection conn;
+  ASSERT_TRUE(Com_funDbOpen(Dsn(), "", "", conn).ok());
+  ASSERT_TRUE(CreateSchema(conn).ok());
+  EXPECT_NE(Plan(kana_page).find("ix_t_user_kana_name"), std::string::npos);
 }
 
 ORVANE_DB_TEST_SUITE(IndexUse);
