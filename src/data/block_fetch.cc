@@ -13,22 +13,27 @@ namespace orvane::data {
 bool BlockFetch::Bind(SQLHSTMT stmt, TextMode mode, size_t columns, bool in_blocks) {
   mode_ = mode;
   columns_ = columns;
-  block_ = in_blocks ? kRowsPerBlock : 1;
+  in_blocks_ = in_blocks;
   unit_ = mode == TextMode::kUtf16 ? sizeof(char16_t) : 1;
-  const size_t cell = (kCellUnits + 1) * unit_;  // the driver writes a terminator
-  // Not cleared: the driver writes what is read, and a one-row result of a
-  // large block touches only its first row's pages.
-  cells_ = std::make_unique_for_overwrite<char[]>(columns * block_ * cell);
-  lengths_.assign(columns * block_, 0);
-  status_.assign(block_, SQL_ROW_SUCCESS);
   if (!SQL_SUCCEEDED(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_BIND_TYPE, SQL_BIND_BY_COLUMN, 0)) ||
-      !SQL_SUCCEEDED(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(block_), 0)) ||
-      !SQL_SUCCEEDED(SQLSetStmtAttr(stmt, SQL_ATTR_ROWS_FETCHED_PTR, &fetched_, 0)) ||
+      !SQL_SUCCEEDED(SQLSetStmtAttr(stmt, SQL_ATTR_ROWS_FETCHED_PTR, &fetched_, 0)))
+    return false;
+  return Allocate(stmt, in_blocks ? kFirstBlock : 1);
+}
+
+bool BlockFetch::Allocate(SQLHSTMT stmt, size_t rows) {
+  block_ = rows;
+  const size_t cell = (kCellUnits + 1) * unit_;  // the driver writes a terminator
+  // Not cleared: the driver writes what is read.
+  cells_ = std::make_unique_for_overwrite<char[]>(columns_ * block_ * cell);
+  lengths_.assign(columns_ * block_, 0);
+  status_.assign(block_, SQL_ROW_SUCCESS);
+  if (!SQL_SUCCEEDED(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(block_), 0)) ||
       !SQL_SUCCEEDED(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_STATUS_PTR, status_.data(), 0)))
     return false;
-  const SQLSMALLINT c_type = mode == TextMode::kUtf16 ? SQL_C_WCHAR : SQL_C_CHAR;
-  for (size_t c = 0; c < columns; ++c) {
-    if (!SQL_SUCCEEDED(SQLBindCol(stmt, static_cast<SQLUSMALLINT>(c + 1), c_type, &cells_[c * block_ * cell],
+  const SQLSMALLINT c_type = mode_ == TextMode::kUtf16 ? SQL_C_WCHAR : SQL_C_CHAR;
+  for (size_t c = 0; c < columns_; ++c) {
+    if (!SQL_SUCCEEDED(SQLBindCol(stmt, static_cast<SQLUSMALLINT>(c + 1), c_type, cells_.get() + c * block_ * cell,
                                   static_cast<SQLLEN>(cell), &lengths_[c * block_])))
       return false;
   }
@@ -36,6 +41,8 @@ bool BlockFetch::Bind(SQLHSTMT stmt, TextMode mode, size_t columns, bool in_bloc
 }
 
 SQLRETURN BlockFetch::Fetch(SQLHSTMT stmt) {
+  // The rows of the block before have all been read: the buffers may go.
+  if (in_blocks_ && block_ < kRowsPerBlock && fetched_ == block_ && !Allocate(stmt, kRowsPerBlock)) return SQL_ERROR;
   fetched_ = 0;
   return SQLFetch(stmt);
 }

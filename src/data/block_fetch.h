@@ -20,6 +20,10 @@ class BlockFetch {
  public:
   // Characters (code units) a cell holds before it counts as long.
   static constexpr size_t kCellUnits = 256;
+  // Blocks start small, so that the many results of a row or a few take no
+  // large buffer (one would be mapped and unmapped per result, which costs
+  // every thread of the process), and grow once the first one comes full.
+  static constexpr size_t kFirstBlock = 16;
   static constexpr size_t kRowsPerBlock = 256;
 
   // Binds the `columns` columns of the executed statement; `in_blocks` says
@@ -35,7 +39,11 @@ class BlockFetch {
   bool Read(SQLHSTMT stmt, size_t i, std::vector<std::string>& row);
 
  private:
+  // Buffers and bindings for blocks of `rows` rows.
+  bool Allocate(SQLHSTMT stmt, size_t rows);
+
   TextMode mode_ = TextMode::kUtf8;
+  bool in_blocks_ = false;
   size_t columns_ = 0, block_ = 1, unit_ = 1;
   std::unique_ptr<char[]> cells_;  // [column][row][kCellUnits + 1 units], written by the driver
   std::vector<SQLLEN> lengths_;    // [column][row]
