@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "data/block_fetch.h"
 #include "data/db.h"
 #include "data/physical_connection.h"
 
@@ -54,6 +55,13 @@ class RecordsetImpl {
   std::vector<std::string> labels;  // upper-cased
   std::vector<std::string> row;     // the current row, when !eof
   bool eof = true;
+  // Forward-only results read their rows in blocks into bound buffers;
+  // null when read cell by cell (positionable results, or a refused bind).
+  std::unique_ptr<BlockFetch> block;
+  size_t block_row = 0;  // the current row within the block
+  // The names of the last fetch and the columns they name.
+  std::vector<std::string> fetch_names;
+  std::vector<size_t> fetch_columns;
   bool positionable = false;  // opened by Com_funSelectP
   bool scrollable = false;    // the driver gave a static cursor
   long position = 0;          // 1-based number of the current row
@@ -63,6 +71,7 @@ class RecordsetImpl {
 
  private:
   bool ReadRow(Diagnostic& diag);
+  bool MoveNextInBlock(bool read, Diagnostic& diag);
 };
 
 // "[routine]エラー番号 n [SQLSTATE] message", and the "<BR><BR>SQL : ..." tail.

@@ -63,6 +63,17 @@ Status OpenResult(const char* routine, Connection& conn, const Sql& sql, Records
       impl.StatementFailed(d);
     }
   }
+  if (ok && !positionable && !rec->labels.empty()) {
+    rec->block = std::make_unique<BlockFetch>();
+    if (!rec->block->Bind(rec->stmt(), rec->mode, rec->labels.size(), phys.reads_within_blocks())) {
+      // Cell by cell, as before: undo whatever part of the binding took.
+      SQLFreeStmt(rec->stmt(), SQL_UNBIND);
+      SQLSetStmtAttr(rec->stmt(), SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(1), 0);
+      SQLSetStmtAttr(rec->stmt(), SQL_ATTR_ROWS_FETCHED_PTR, nullptr, 0);
+      SQLSetStmtAttr(rec->stmt(), SQL_ATTR_ROW_STATUS_PTR, nullptr, 0);
+      rec->block.reset();
+    }
+  }
   if (ok && positionable) {
     SQLULEN type = SQL_CURSOR_FORWARD_ONLY;
     SQLGetStmtAttr(rec->stmt(), SQL_ATTR_CURSOR_TYPE, &type, 0, nullptr);
@@ -88,14 +99,22 @@ bool FetchRow(RecordsetImpl& rec, const std::vector<std::string>& names, std::ve
   }
   eof = false;
   values.resize(names.size());
-  for (size_t i = 0; i < names.size(); ++i) {
-    int column = rec.ColumnOf(names[i]);
-    if (column < 0) {
-      d = OwnDiagnostic("42S22", "Column not found: " + names[i]);
-      return false;
+  // A caller fetches row after row by the same names: they are looked up
+  // once and the columns they name kept.
+  if (rec.fetch_names != names) {
+    rec.fetch_columns.clear();
+    for (const std::string& name : names) {
+      int column = rec.ColumnOf(name);
+      if (column < 0) {
+        rec.fetch_names.clear();
+        d = OwnDiagnostic("42S22", "Column not found: " + name);
+        return false;
+      }
+      rec.fetch_columns.push_back(static_cast<size_t>(column));
     }
-    values[i] = rec.row[column];
+    rec.fetch_names = names;
   }
+  for (size_t i = 0; i < names.size(); ++i) values[i] = rec.row[rec.fetch_columns[i]];
   return rec.MoveNext(true, d);
 }
 
@@ -113,6 +132,7 @@ bool RecordsetImpl::ReadRow(Diagnostic& diag) {
 }
 
 bool RecordsetImpl::MoveNext(bool read, Diagnostic& diag) {
+  if (block) return MoveNextInBlock(read, diag);
   SQLRETURN r = scrollable ? SQLFetchScroll(stmt(), SQL_FETCH_NEXT, 0) : SQLFetch(stmt());
   if (r == SQL_NO_DATA) {
     eof = true;
@@ -126,6 +146,29 @@ bool RecordsetImpl::MoveNext(bool read, Diagnostic& diag) {
   eof = false;
   ++position;
   return !read || ReadRow(diag);
+}
+
+bool RecordsetImpl::MoveNextInBlock(bool read, Diagnostic& diag) {
+  if (block_row + 1 < block->rows()) {
+    ++block_row;
+  } else {
+    SQLRETURN r = block->Fetch(stmt());
+    if (r == SQL_NO_DATA || (SQL_SUCCEEDED(r) && block->rows() == 0)) {
+      eof = true;
+      row.clear();
+      return true;
+    }
+    if (!SQL_SUCCEEDED(r)) {
+      diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
+      return false;
+    }
+    block_row = 0;
+  }
+  eof = false;
+  ++position;
+  if (!read || block->Read(stmt(), block_row, row)) return true;
+  diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
+  return false;
 }
 
 bool RecordsetImpl::MoveTo(long target, Diagnostic& diag) {
@@ -160,6 +203,8 @@ bool RecordsetImpl::MoveTo(long target, Diagnostic& diag) {
     }
     position = 0;
     eof = false;
+    if (block) block->Restart();
+    block_row = 0;
   }
   while (position < target) {
     if (!MoveNext(position + 1 == target, diag)) return false;

@@ -1,9 +1,9 @@
 #include "data/physical_connection.h"
-#include "data/db.h"
 
 #include <sqlext.h>
 #include <sqlucode.h>
 
+#include "data/db.h"
 #include "data/failure_seam.h"
 #include "data/odbc_env.h"
 #include "data/statement.h"
@@ -43,6 +43,9 @@ std::unique_ptr<PhysicalConnection> PhysicalConnection::Open(const std::string& 
   c->connected_ = true;
   c->dialect_ = &Dialect::ForDbmsName(DbmsName(c->dbc()));
   c->mode_ = c->dialect_->kind() == Dialect::Kind::kSqlite ? TextMode::kUtf8 : TextMode::kUtf16;
+  SQLUINTEGER getdata = 0;
+  if (SQL_SUCCEEDED(SQLGetInfo(c->dbc(), SQL_GETDATA_EXTENSIONS, &getdata, sizeof getdata, nullptr)))
+    c->reads_within_blocks_ = (getdata & SQL_GD_BLOCK) && (getdata & SQL_GD_BOUND);
   if (c->dialect_->kind() == Dialect::Kind::kSqlite) {
     Diagnostic ignored;
     // The driver ignores the statement time-out; what a statement of ours

@@ -25,6 +25,10 @@ class PhysicalConnection {
   SQLHDBC dbc() const { return dbc_.get(); }
   const Dialect& dialect() const { return *dialect_; }
   TextMode text_mode() const { return mode_; }
+  // The driver can position within a fetched block of rows and read a bound
+  // column there again (SQL_GD_BLOCK and SQL_GD_BOUND): a long value cut by
+  // its bound buffer can then be read whole from any row of the block.
+  bool reads_within_blocks() const { return reads_within_blocks_; }
 
   // Runs a statement without parameters and drops its result.
   bool ExecDirect(std::string_view sql, Diagnostic& diag);
@@ -57,6 +61,7 @@ class PhysicalConnection {
   TextMode mode_ = TextMode::kUtf16;
   bool in_transaction_ = false;
   bool broken_ = false;
+  bool reads_within_blocks_ = false;
 };
 
 }  // namespace orvane::data

@@ -46,13 +46,27 @@ std::vector<TableDef> MakeTables() {
              "MAIL_NM", "EXT_TEL", "POST_NM", "DSP_NM", "POST_CD"},
             kStamp),
        {"USER_ID"},
-       // Every sort key of the user list, and its kana-row range.
-       {{"NAME_KN"}, {"NAME_KJ"}, {"POST_NM"}, {"DSP_NM"}, {"MAIL"}, {"UPD_YMD"}}},
+       // Every sort key of the user list with the key behind it (a page
+       // skips through the index alone, then reads its rows by key), and
+       // the kana-row range.
+       {{"NAME_KN"},
+        {"NAME_KJ", "USER_ID"},
+        {"POST_NM", "USER_ID"},
+        {"DSP_NM", "USER_ID"},
+        {"MAIL", "USER_ID"},
+        {"UPD_YMD"}},
+       {},
+       // A kana row's page by name: the range and the order in one index.
+       // NAME_KN behind them lets PostgreSQL skip through the index alone.
+       {{"KANA_NAME", {std::string(kKanaRowOfName.text), "NAME_KJ", "USER_ID", "NAME_KN"}}}},
       {"T_SECTION",
        With({"SEC_CD", "JOI_SEC", "SEC_NM", "DSP_NM", "SEC_SEQ", "SEC_TREE", "TREE_NM", "BUSHO_CD", "IMAIL_LIST"},
             kStamp),
        {"SEC_CD"},
-       {{"JOI_SEC", "SEC_SEQ"}, {"SEC_TREE"}, {"UPD_YMD"}}},
+       {{"JOI_SEC", "SEC_SEQ"}, {"SEC_TREE"}, {"UPD_YMD"}},
+       {},
+       // The group list's order (shorter paths first), holding what it lists.
+       {{"LIST_ORDER", {"length(SEC_TREE)", "JOI_SEC", "SEC_SEQ", "SEC_CD", "SEC_NM", "SEC_TREE"}}}},
       {"T_SECMEMBER",
        With({"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD"}, kStamp),
        {"SEC_CD", "USER_ID"},
@@ -154,6 +168,17 @@ std::vector<std::string> SchemaStatements(const Dialect& dialect) {
   for (const TableDef& t : SchemaTables()) {
     out.push_back(CreateTable(t, dialect));
     for (const auto& index : t.indexes) out.push_back(CreateIndex(t, index, dialect));
+    if (dialect.kind() != Dialect::Kind::kSqlServer) {
+      for (const ExpressionIndex& index : t.expression_indexes) {
+        std::vector<std::string> keys;
+        // PostgreSQL wants an expression in parentheses of its own.
+        for (const std::string& key : index.keys)
+          keys.push_back(key.find('(') == std::string::npos && key.find(' ') == std::string::npos ? key
+                                                                                                  : "(" + key + ")");
+        out.push_back("CREATE INDEX IF NOT EXISTS IX_" + t.name + "_" + index.name + " ON " + t.name + " (" +
+                      text::Join(keys, ", ") + ")");
+      }
+    }
   }
   const std::string table(kTreeVersionTable);
   if (dialect.kind() == Dialect::Kind::kSqlServer) {

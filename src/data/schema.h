@@ -18,6 +18,23 @@ namespace orvane::data {
 inline constexpr std::string_view kMenuCodeList =
     "01,02,03,04,05,06,07,21,22,23,24,25,26,27,50,51,70,71,72,73,74,75,76,77,78,79";
 
+// An index over expressions as well as columns (SQLite and PostgreSQL; SQL
+// Server would need computed columns and goes without). A statement the
+// index serves spells each expression exactly as here.
+struct ExpressionIndex {
+  std::string name;  // behind "IX_<table>_"
+  std::vector<std::string> keys;
+};
+
+// The kana row (0 to 9) of NAME_KN, null below ア: the same half-open ranges
+// as the kana-row clauses, tested from the top row down. An index on it
+// followed by the sort key serves a kana row's page in order.
+inline constexpr SqlText kKanaRowOfName =
+    "CASE WHEN NAME_KN>='ワ' THEN 9 WHEN NAME_KN>='ラ' THEN 8 WHEN NAME_KN>='ヤ' THEN 7"
+    " WHEN NAME_KN>='マ' THEN 6 WHEN NAME_KN>='ハ' THEN 5 WHEN NAME_KN>='ナ' THEN 4"
+    " WHEN NAME_KN>='タ' THEN 3 WHEN NAME_KN>='サ' THEN 2 WHEN NAME_KN>='カ' THEN 1"
+    " WHEN NAME_KN>='ア' THEN 0 END";
+
 struct TableDef {
   std::string name;
   std::vector<std::string> columns;
@@ -25,6 +42,7 @@ struct TableDef {
   std::vector<std::vector<std::string>> indexes;  // columns of each secondary index
   // Columns that may hold more than 255 characters (SQL Server: nvarchar(max)).
   std::vector<std::string> long_text = {};
+  std::vector<ExpressionIndex> expression_indexes = {};
 };
 
 // The one row of ORVANE_TREE_VERSION: every change of the live section

@@ -131,6 +131,11 @@ Sql& Sql::Page(long offset, long limit) {
   return *this;
 }
 
+Sql& Sql::PageHere(long offset, long limit) {
+  pieces_.push_back({Kind::kPage, std::to_string(offset), {std::to_string(limit)}});
+  return *this;
+}
+
 Sql& Sql::operator<<(const Sql& other) {
   pieces_.insert(pieces_.end(), other.pieces_.begin(), other.pieces_.end());
   if (problem_.empty()) problem_ = other.problem_;
@@ -149,6 +154,8 @@ std::string Sql::Render() const {
         break;
       case Kind::kConcat:
         out += text::Join(p.parts, "+");
+        break;
+      case Kind::kPage:
         break;
       default:
         out += p.text;
@@ -172,6 +179,9 @@ std::string Sql::Statement(const Dialect& dialect) const {
         break;
       case Kind::kConcat:
         out += dialect.Concat(p.parts);
+        break;
+      case Kind::kPage:
+        out += dialect.PageClause(std::stol(p.text), std::stol(p.parts[0]));
         break;
       default:
         out += p.text;

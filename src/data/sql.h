@@ -108,6 +108,8 @@ class Sql {
   // where the dialect can (Dialect::PageClause). Not part of Render(): the
   // trail shows the statement as the system writes it.
   Sql& Page(long offset, long limit);
+  // The same clause at this point of the statement (a subquery's page).
+  Sql& PageHere(long offset, long limit);
   // Appends `other`'s pieces (a statement behind an EXPLAIN, say).
   Sql& operator<<(const Sql& other);
 
@@ -125,7 +127,7 @@ class Sql {
   std::vector<std::string> Parameters(const Dialect& dialect) const;
 
  private:
-  enum class Kind { kText, kTable, kQuoted, kNumber, kLen, kConcat, kIdentifier };
+  enum class Kind { kText, kTable, kQuoted, kNumber, kLen, kConcat, kIdentifier, kPage };
   struct Piece {
     Kind kind;
     std::string text;                // text, table, value, digits, column, identifier

@@ -1,5 +1,6 @@
 #include "dispatch/application_store.h"
 
+#include <algorithm>
 #include <fstream>
 
 #include "base/text.h"
@@ -70,9 +71,33 @@ void ApplicationStore::SetMenuinfo(MenuCatalogue catalogue) {
   disp_menu_ = std::move(disp);
 }
 
+namespace {
+
+SecTreeLines LinesOf(const Array2D& tree) {
+  SecTreeLines lines;
+  const size_t rows = RowCount(tree), columns = std::min<size_t>(ColumnCount(tree), 12);
+  lines.reserve(rows);
+  for (size_t r = 0; r < rows; ++r) {
+    auto line = std::make_shared<SecTreeLine>();
+    for (size_t c = 0; c < columns; ++c) (*line)[c] = tree[c][r];
+    lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+Array2D ArrayOf(const SecTreeLines& lines) {
+  Array2D tree(12, std::vector<std::string>(lines.size()));
+  // Column by column: the array is [column][row].
+  for (size_t c = 0; c < 12; ++c)
+    for (size_t r = 0; r < lines.size(); ++r) tree[c][r] = (*lines[r])[c];
+  return tree;
+}
+
+}  // namespace
+
 std::shared_ptr<const Array2D> ApplicationStore::SecHierarchical() const {
-  std::lock_guard lock(mu_);
-  return sec_hierarchical_;
+  long long version;
+  return SecHierarchical(version);
 }
 
 long long ApplicationStore::SecHierarchicalVersion() const {
@@ -82,16 +107,36 @@ long long ApplicationStore::SecHierarchicalVersion() const {
 
 std::shared_ptr<const Array2D> ApplicationStore::SecHierarchical(long long& version) const {
   std::lock_guard lock(mu_);
+  if (!sec_hierarchical_ && sec_tree_lines_)
+    sec_hierarchical_ = std::make_shared<const Array2D>(ArrayOf(*sec_tree_lines_));
   version = sec_hierarchical_version_;
   return sec_hierarchical_;
 }
 
 void ApplicationStore::SetSecHierarchical(Array2D tree, long long version) {
+  auto lines = std::make_shared<const SecTreeLines>(LinesOf(tree));
   auto value = std::make_shared<const Array2D>(std::move(tree));
   std::lock_guard lock(mu_);
-  if (sec_hierarchical_ && version < sec_hierarchical_version_) return;
+  if (sec_tree_lines_ && version < sec_hierarchical_version_) return;
   sec_hierarchical_ = std::move(value);
+  sec_tree_lines_ = std::move(lines);
   sec_hierarchical_version_ = version;
+}
+
+std::shared_ptr<const SecTreeLines> ApplicationStore::SecTreeLinesHeld(long long& version) const {
+  std::lock_guard lock(mu_);
+  version = sec_hierarchical_version_;
+  return sec_tree_lines_;
+}
+
+bool ApplicationStore::ReplaceSecTreeLines(long long expected_version, SecTreeLines lines, long long version) {
+  auto value = std::make_shared<const SecTreeLines>(std::move(lines));
+  std::lock_guard lock(mu_);
+  if (!sec_tree_lines_ || sec_hierarchical_version_ != expected_version) return false;
+  sec_tree_lines_ = std::move(value);
+  sec_hierarchical_ = nullptr;
+  sec_hierarchical_version_ = version;
+  return true;
 }
 
 bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error) {

@@ -7,6 +7,7 @@
 // replaced whole, so a reader never sees half a tree.
 #pragma once
 
+#include <array>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,6 +31,12 @@ bool LoadMenuCatalogue(const std::string& path, MenuCatalogue& out, std::string&
 
 // "/02/20/11/" from the shown menus in catalogue order; "/" alone when none.
 std::string DisplayedMenus(const MenuCatalogue& catalogue);
+
+// The drawn tree line by line (the twelve values of a row), as the tree
+// changes patch it: a patched version shares every line it did not change
+// with the version before.
+using SecTreeLine = std::array<std::string, 12>;
+using SecTreeLines = std::vector<std::shared_ptr<const SecTreeLine>>;
 
 class ApplicationStore;
 class ConfigFile;
@@ -62,14 +69,22 @@ class ApplicationStore {
   // Keeps `tree`, drawn from `version`, unless the held one is from a newer
   // version already (two requests may draw at once).
   void SetSecHierarchical(Array2D tree, long long version);
+  // The held tree's lines and version (null and -1 when none is held).
+  std::shared_ptr<const SecTreeLines> SecTreeLinesHeld(long long& version) const;
+  // Keeps `lines`, drawn from `version`, only when the held tree is still
+  // the one of `expected_version` (false otherwise: another change came
+  // first). The array of SecHierarchical is made from them when next asked.
+  bool ReplaceSecTreeLines(long long expected_version, SecTreeLines lines, long long version);
 
  private:
   mutable std::mutex mu_;
-  std::shared_ptr<const MenuCatalogue> menuinfo_;    // guarded by mu_
-  std::string disp_menu_;                            // guarded by mu_
-  std::string admin_column_ = "MENU50";              // guarded by mu_
-  std::shared_ptr<const Array2D> sec_hierarchical_;  // guarded by mu_
-  long long sec_hierarchical_version_ = -1;          // guarded by mu_
+  std::shared_ptr<const MenuCatalogue> menuinfo_;  // guarded by mu_
+  std::string disp_menu_;                          // guarded by mu_
+  std::string admin_column_ = "MENU50";            // guarded by mu_
+  // The held tree: its lines always, its array once asked for.
+  mutable std::shared_ptr<const Array2D> sec_hierarchical_;  // guarded by mu_
+  std::shared_ptr<const SecTreeLines> sec_tree_lines_;       // guarded by mu_
+  long long sec_hierarchical_version_ = -1;                  // guarded by mu_
 };
 
 }  // namespace orvane

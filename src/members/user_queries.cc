@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "data/password_mode.h"
+#include "data/schema.h"
 #include "dispatch/query_frame.h"
 
 namespace orvane::members {
@@ -25,12 +26,21 @@ constexpr SqlText kKanaRows[] = {
 struct SortKey {
   std::string_view column;  // the pages' keyword
   SqlText order_by;
+  SqlText key;  // a page by key: the sort column, and USER_ID behind it
 };
 // "mail" sorts by DSP_NM and "term" by MAIL: the pairing the pages use.
 constexpr SortKey kUserListSort[] = {
-    {"name", " order by NAME_KJ"}, {"id", " order by USER_ID"}, {"post", " order by POST_NM"},
-    {"mail", " order by DSP_NM"},  {"term", " order by MAIL"},
+    {"name", " order by NAME_KJ", "NAME_KJ"}, {"id", " order by USER_ID", "USER_ID"},
+    {"post", " order by POST_NM", "POST_NM"}, {"mail", " order by DSP_NM", "DSP_NM"},
+    {"term", " order by MAIL", "MAIL"},
 };
+constexpr SqlText kKanaRowIs[] = {" = 0", " = 1", " = 2", " = 3", " = 4", " = 5", " = 6", " = 7", " = 8", " = 9"};
+
+const SortKey* SortKeyOf(const std::string& sort_column) {
+  for (const SortKey& key : kUserListSort)
+    if (text::EqualsIgnoreCase(sort_column, key.column)) return &key;
+  return nullptr;
+}
 
 const data::Columns kUserList = {"NAME_KJ", "USER_ID", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN"};
 const data::Columns kUserProperty = {"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD",     "MAIL",    "IMAIL_FLG",
@@ -59,12 +69,40 @@ data::Sql AllUserListSql(const RequestContext& ctx, const std::string& sort_colu
   data::Sql sql;
   sql << "SELECT " << kUserList << " from " << Table(ctx.USR_MST);
   AppendKanaRow(sql, kana_row);
-  for (const SortKey& key : kUserListSort) {
-    if (!text::EqualsIgnoreCase(sort_column, key.column)) continue;
-    sql << key.order_by;
+  if (const SortKey* key = SortKeyOf(sort_column)) {
+    sql << key->order_by;
     if (sort_type == "1") sql << " DESC";
-    break;
   }
+  return sql;
+}
+
+data::Sql KeyedUserPageSql(const RequestContext& ctx, const std::string& sort_column, const std::string& sort_type,
+                           const std::string& kana_row, long offset, long limit) {
+  data::Sql sql;
+  const SortKey* key = SortKeyOf(sort_column);
+  if (!key) return sql;
+  const bool desc = sort_type == "1";
+  const bool by_id = key->column == "id";
+  sql << "SELECT U.NAME_KJ,U.USER_ID,U.POST_NM,U.DSP_NM,U.MAIL,U.UPD_KBN from (SELECT USER_ID as K_ID," << key->key
+      << " as K_SORT from " << Table(ctx.USR_MST);
+  const bool kana = kana_row.size() == 1 && kana_row[0] >= '0' && kana_row[0] <= '9';
+  if (kana && key->column == "name") {
+    // The kana row as the index holds it: the range and the name order in one.
+    sql << " where " << data::kKanaRowOfName << kKanaRowIs[kana_row[0] - '0'];
+  } else {
+    AppendKanaRow(sql, kana_row);
+  }
+  sql << " order by " << key->key;
+  if (desc) sql << " DESC";
+  if (!by_id) {
+    sql << ",USER_ID";
+    if (desc) sql << " DESC";
+  }
+  sql.PageHere(offset, limit);
+  sql << ") K, " << Table(ctx.USR_MST) << " U where U.USER_ID = K.K_ID order by K.K_SORT";
+  if (desc) sql << " DESC";
+  sql << ",K.K_ID";
+  if (desc) sql << " DESC";
   return sql;
 }
 
@@ -110,7 +148,15 @@ void GetAllUserList(RequestContext& ctx, const std::string& sort_column, const s
     // The database skips to S_pos and stops after the page, so no more rows
     // than the page are read or held. A position before the first row asks
     // for none, and, like one past the last, finds none.
-    sql.Page(start_pos < 1 ? 0 : start_pos - 1, start_pos < 1 ? 0 : rows);
+    const long offset = start_pos < 1 ? 0 : start_pos - 1, limit = start_pos < 1 ? 0 : rows;
+    // With a sort key the page is found through the index alone and then
+    // read by key, so a deep page does not visit the rows it skips.
+    data::Sql keyed = KeyedUserPageSql(ctx, sort_column, sort_type, kana_row, offset, limit);
+    if (keyed.Empty()) {
+      sql.Page(offset, limit);
+    } else {
+      sql = std::move(keyed);
+    }
     if (!frame.Select(sql, rs)) return;
   } else if (!frame.SelectP(sql, rs)) {
     return;

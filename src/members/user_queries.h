@@ -32,6 +32,13 @@ void AppendKanaRow(data::Sql& sql, const std::string& kana_row);
 data::Sql AllCountSql(const RequestContext& ctx, const std::string& kind, const std::string& kana_row);
 data::Sql AllUserListSql(const RequestContext& ctx, const std::string& sort_column, const std::string& sort_type,
                          const std::string& kana_row);
+// A page of the user list by key, where a sort key is given (empty
+// otherwise): the page's keys skipped to through the sort key's index alone
+// (for a kana row by name, the index that holds the row and the name order),
+// then the page's rows read by key. Rows equal in the sort key come in
+// USER_ID order. Needs a dialect with a page clause.
+data::Sql KeyedUserPageSql(const RequestContext& ctx, const std::string& sort_column, const std::string& sort_type,
+                           const std::string& kana_row, long offset, long limit);
 data::Sql PostMasterSql(const RequestContext& ctx);
 data::Sql UserPropertySql(const RequestContext& ctx, const std::string& user_id);
 

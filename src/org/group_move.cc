@@ -41,6 +41,9 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
   const size_t levels_above = Levels(moved_tree) - 1;
   const std::string new_tree = parent_tree + "/" + move_sec_cd;
   std::vector<data::Sql> updates;
+  TreePatch patch;
+  patch.moved = move_sec_cd;
+  patch.relaid.push_back(new_joi_sec);
   for (TreeRow& row : rows) {
     bool moved = row.SEC_TREE == moved_tree;
     // "Like" would also match a longer code that begins like the moved one.
@@ -48,6 +51,10 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
     std::string names = moved ? PathName(row.SEC_NM) : NamesFrom(row.TREE_NM, levels_above);
     row.SEC_TREE = new_tree + row.SEC_TREE.substr(moved_tree.size());
     row.TREE_NM = ChildTreeNm(new_joi_sec, parent_tree_nm, names);
+    std::vector<std::pair<SecColumn, std::string>> values = {
+        {kSecTree, row.SEC_TREE}, {kUpdKbn, "2"}, {kUpdYmd, date}, {kUpdHms, time}, {kUpdUsr, user}};
+    if (moved) values.insert(values.end(), {{kJoiSec, new_joi_sec}, {kSecSeq, seq}});
+    patch.Set(row.SEC_CD, std::move(values));
     data::Sql& sql = updates.emplace_back();
     sql << "update " << Table(ctx.SEC_MST) << " set";
     if (moved)
@@ -60,8 +67,8 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
   for (const data::Sql& sql : updates)
     if (!frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(conn, sql))) return;
 
-  if (!CommitTreeChange(ctx, frame)) return;
-  FinishTreeChange(ctx, frame);
+  if (!CommitTreeChange(ctx, frame, &patch)) return;
+  FinishTreeChange(ctx, frame, &patch);
 }
 
 }  // namespace orvane::org

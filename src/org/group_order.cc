@@ -66,8 +66,11 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
   // group of another parent (or none) would take a sibling's order there.
   for (const std::string* code : {&move_sec_cd, &target_sec_cd}) {
     if (std::none_of(places.begin(), places.end(), [&](const Place& p) { return p.SEC_CD == *code; }))
-      return frame.Fail(std::string("ERROR:SQLEXEC").append("ChangeGroupDisp\r\nnot a child of ").append(joi_sec)
-                            .append(": ").append(*code));
+      return frame.Fail(std::string("ERROR:SQLEXEC")
+                            .append("ChangeGroupDisp\r\nnot a child of ")
+                            .append(joi_sec)
+                            .append(": ")
+                            .append(*code));
   }
 
   // The codes turn by one place; every SEC_SEQ stays where it is.
@@ -81,7 +84,10 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
       places[0].SEC_CD = move_sec_cd;
     }
   }
+  TreePatch patch;
+  patch.relaid.push_back(joi_sec);
   for (const Place& p : places) {
+    patch.Set(p.SEC_CD, {{kSecSeq, p.SEC_SEQ}, {kUpdKbn, "2"}, {kUpdYmd, date}, {kUpdHms, time}, {kUpdUsr, user}});
     data::Sql sql;
     sql << "update " << Table(ctx.SEC_MST) << " set"
         << " SEC_SEQ = " << Quoted(p.SEC_SEQ) << " ,UPD_KBN = '2'"
@@ -90,8 +96,8 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
     if (!frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(conn, sql))) return;
   }
 
-  if (!CommitTreeChange(ctx, frame)) return;
-  FinishTreeChange(ctx, frame);
+  if (!CommitTreeChange(ctx, frame, &patch)) return;
+  FinishTreeChange(ctx, frame, &patch);
 }
 
 }  // namespace orvane::org

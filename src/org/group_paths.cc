@@ -134,8 +134,7 @@ Status DrawWithVersion(data::Connection& conn, const std::string& table, Applica
 
 // Raises the version by one; every tree change holds the section table's
 // lock (or SQLite's write lock) already, so no two raise it at once.
-Status RaiseTreeVersion(data::Connection& conn) {
-  long long version = 0;
+Status RaiseTreeVersion(data::Connection& conn, long long& version) {
   if (Status s = ReadTreeVersion(conn, version); !s.ok()) return s;
   data::Sql sql;
   sql << "update " << Table(data::kTreeVersionTable) << " set VERSION = " << Quoted(std::to_string(version + 1))
@@ -149,14 +148,32 @@ Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn) {
   return DrawWithVersion(conn, ctx.SEC_MST, ctx.app());
 }
 
-bool CommitTreeChange(RequestContext& ctx, WriteFrame& frame) {
-  if (!ctx.WorkTables() && !frame.Step("ERROR:SQLEXEC", RaiseTreeVersion(frame.conn()))) return false;
+bool CommitTreeChange(RequestContext& ctx, WriteFrame& frame, TreePatch* patch) {
+  long long version = -1;
+  if (!ctx.WorkTables() && !frame.Step("ERROR:SQLEXEC", RaiseTreeVersion(frame.conn(), version))) return false;
+  if (patch) patch->version_before = version;
   return frame.Commit();
 }
 
-void FinishTreeChange(RequestContext& ctx, WriteFrame& frame) {
+namespace {
+
+// The held tree patched: only when it is the tree of the version the change
+// started from, so that it and the change together are the committed table.
+bool PatchSecHierarchical(ApplicationStore& app, const TreePatch& patch) {
+  long long held = -1;
+  std::shared_ptr<const SecTreeLines> lines = app.SecTreeLinesHeld(held);
+  if (!lines || patch.version_before < 0 || held != patch.version_before) return false;
+  SecTreeLines patched;
+  if (!ApplyTreePatch(*lines, patch, patched)) return false;
+  return app.ReplaceSecTreeLines(held, std::move(patched), held + 1);
+}
+
+}  // namespace
+
+void FinishTreeChange(RequestContext& ctx, WriteFrame& frame, const TreePatch* patch) {
   // The code alone: the pages have never been shown the drawing's trail.
-  if (!ctx.WorkTables() && frame.Failed(RefreshSecHierarchical(ctx, frame.conn())))
+  if (!ctx.WorkTables() && !(patch && PatchSecHierarchical(ctx.app(), *patch)) &&
+      frame.Failed(RefreshSecHierarchical(ctx, frame.conn())))
     return frame.Fail("ERROR:SETAPPLICATIONVALUE");
   frame.Finish();
 }

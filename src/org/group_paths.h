@@ -14,6 +14,7 @@
 #include "data/db.h"
 #include "dispatch/request_context.h"
 #include "dispatch/write_frame.h"
+#include "org/tree_patch.h"
 
 namespace orvane::org {
 
@@ -81,12 +82,15 @@ Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn);
 // raised first, inside the change's transaction ("ERROR:SQLEXEC"), so
 // every instance sharing the database learns of the change with it. False
 // when the request has been answered.
-bool CommitTreeChange(RequestContext& ctx, WriteFrame& frame);
+// With `patch`, the version read before raising it is kept there.
+bool CommitTreeChange(RequestContext& ctx, WriteFrame& frame, TreePatch* patch = nullptr);
 
 // The end of every tree change after its commit: on the live tables the
-// drawn tree is rebuilt ("ERROR:SETAPPLICATIONVALUE"), then the connection
-// is closed and "OK" answered.
-void FinishTreeChange(RequestContext& ctx, WriteFrame& frame);
+// held drawn tree is patched with `patch` when it is the tree of the version
+// the change started from, else drawn again in full
+// ("ERROR:SETAPPLICATIONVALUE"); then the connection is closed and "OK"
+// answered.
+void FinishTreeChange(RequestContext& ctx, WriteFrame& frame, const TreePatch* patch = nullptr);
 
 // At start: the drawn tree of the live section table of LOCAL_DB_DSN into
 // `app`, on a connection of its own.

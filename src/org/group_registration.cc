@@ -224,6 +224,11 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
   std::string parent_tree, parent_tree_nm, stored_list;
+  // What the drawn tree needs to follow the change, from what it writes.
+  TreePatch patch;
+  auto stamps = [&r]() -> std::vector<std::pair<SecColumn, std::string>> {
+    return {{kUpdKbn, r.UPD_KBN}, {kUpdYmd, r.UPD_YMD}, {kUpdHms, r.UPD_HMS}, {kUpdUsr, r.UPD_USR}};
+  };
   bool parent_exists = false;
   if (add && !frame.Step("ERROR:DBSELECT",
                          funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm, nullptr, &parent_exists)))
@@ -252,22 +257,41 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (remove) {
     std::string has_children;
     if (!frame.Step("ERROR:SQLEXEC", funDelGroup(ctx, conn, sec_cd, has_children))) return;
+    // The silent refusal changed nothing: the tree version and the drawn
+    // tree stay as they are, so no page reloads the tree for nothing.
+    if (!has_children.empty()) {
+      if (frame.Commit()) frame.Finish();
+      return;
+    }
+    patch.removed.push_back(sec_cd);
+    patch.relaid.push_back(r.JOI_SEC);
   } else if (add) {
     // Refused as a foreign key would refuse the insert: a group under no
     // section would have a path to nowhere (and a freed code reused for it
     // would make it its own parent). The parent was read under the lock a
     // group's delete (203) takes too.
     if (!parent_exists)
-      return frame.Fail("ERROR:SQLEXEC", Status::Failure(std::string("no such parent section: ").append(r.JOI_SEC), Status::kDbFailed)
-                                             .Prefixed("funInsGroup")
-                                             .Prefixed("RegistGroup"));
+      return frame.Fail("ERROR:SQLEXEC",
+                        Status::Failure(std::string("no such parent section: ").append(r.JOI_SEC), Status::kDbFailed)
+                            .Prefixed("funInsGroup")
+                            .Prefixed("RegistGroup"));
     if (!frame.Step("ERROR:SQLEXEC", funGetRespidx(ctx, conn, r.SEC_CD))) return;
     r.SEC_TREE = parent_tree + "/" + r.SEC_CD;
     if (!frame.Step("ERROR:SQLEXEC", Group_funNextSortidx(ctx, conn, r.JOI_SEC, r.SEC_SEQ)) ||
         !frame.Step("ERROR:SQLEXEC", funInsGroup(ctx, conn, r, with_busho).Prefixed("RegistGroup")))
       return;
-  } else if (change && !frame.Step("ERROR:SQLEXEC", funUpdGroup(ctx, conn, r, with_busho))) {
-    return;
+    std::vector<std::pair<SecColumn, std::string>> values = {{kSecCd, r.SEC_CD},   {kSecNm, r.SEC_NM},
+                                                             {kDspNm, r.DSP_NM},   {kJoiSec, r.JOI_SEC},
+                                                             {kSecSeq, r.SEC_SEQ}, {kSecTree, r.SEC_TREE}};
+    for (auto& stamp : stamps()) values.push_back(std::move(stamp));
+    patch.Set(r.SEC_CD, std::move(values));
+    patch.added.push_back(r.SEC_CD);
+    patch.relaid.push_back(r.JOI_SEC);
+  } else if (change) {
+    if (!frame.Step("ERROR:SQLEXEC", funUpdGroup(ctx, conn, r, with_busho))) return;
+    std::vector<std::pair<SecColumn, std::string>> values = {{kSecNm, r.SEC_NM}, {kDspNm, r.DSP_NM}};
+    for (auto& stamp : stamps()) values.push_back(std::move(stamp));
+    patch.Set(r.SEC_CD, std::move(values));
   }
 
   if (add || change) {
@@ -288,13 +312,14 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
           << " ,UPD_HMS = " << Quoted(r.UPD_HMS) << " ,UPD_USR = " << Quoted(r.UPD_USR)
           << " where SEC_CD = " << Quoted(row.SEC_CD);
       if (!frame.Step("ERROR:SQLEXEC", Exec(conn, sql).Prefixed("RegistGroup"))) return;
+      patch.Set(row.SEC_CD, stamps());
     }
   }
 
-  if (!CommitTreeChange(ctx, frame)) return;
+  if (!CommitTreeChange(ctx, frame, &patch)) return;
   if ((add || change) && !imail_list.empty() && stored_list != imail_list)
     AddMembersToList(ctx, conn, r.SEC_CD, imail_list, r.UPD_YMD);
-  FinishTreeChange(ctx, frame);
+  FinishTreeChange(ctx, frame, &patch);
 }
 
 }  // namespace orvane::org

@@ -128,6 +128,49 @@ TEST_P(UserQueries, PagesByTheDatabaseEqualTheStaticCursors) {
   }
 }
 
+// Pages by key (the skip through an index alone, then the rows by key)
+// give today's pages: the statement as the system writes it, read through
+// a positioned static cursor, at the first, a middle and the last page and
+// one past, for every sort key both ways, all users and kana rows.
+TEST_P(UserQueries, PagesByKeyEqualTodaysPages) {
+  auto pad = [](int n) { return text::Right("0" + std::to_string(n), 2); };
+  const char* kana[] = {"ア", "カ", "サ", "タ", "ナ", "ハ", "マ", "ヤ", "ラ", "ワ", "ン", "ァ", "A"};
+  for (int i = 0; i < 60; ++i)
+    Insert("T_USER", {{"USER_ID", "g" + pad(i)},
+                      {"NAME_KJ", "名" + pad(i * 37 % 60)},
+                      {"NAME_KN", kana[i % 13] + pad(i)},
+                      {"POST_NM", "役" + pad(i * 7 % 60)},
+                      {"DSP_NM", pad(i * 11 % 60)},
+                      {"MAIL", "m" + pad(i * 13 % 60) + "@x"}});
+  ConfigFile config(ConfigPath());
+  RequestContext ctx(config, session(), app(), clock());
+  data::Connection conn;
+  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+  const std::vector<std::string> names = {"NAME_KJ", "USER_ID", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN"};
+  for (const char* column : {"name", "id", "post", "mail", "term"}) {
+    for (const char* type : {"0", "1"}) {
+      for (const char* row : {"", "0", "9"}) {
+        data::Recordset rs;
+        Array2D all;
+        ASSERT_TRUE(data::Com_funSelectP(conn, AllUserListSql(ctx, column, type, row), rs).ok());
+        ASSERT_TRUE(data::Com_funRecodsetToArray(rs, all).ok());
+        const int count = static_cast<int>(all[0].size()), size = 4;
+        ASSERT_GT(count, size);
+        for (int position : {1, count / 2, count - size + 1, count + 1}) {
+          std::string today;
+          for (int r = position - 1; r < std::min(count, position - 1 + size); ++r) {
+            for (size_t c = 0; c < names.size(); ++c) today += (today.empty() ? "" : ",") + all[c][r];
+          }
+          if (today.empty()) today = "ERROR:ABSOLUTEPOS";
+          std::string query = std::string("ReqNo=102&S_Col=") + column + "&S_Type=" + type + "&S_OPT=" + row +
+                              "&S_pos=" + std::to_string(position) + "&B_pos=" + std::to_string(size);
+          EXPECT_EQ(Request(query), today) << query;
+        }
+      }
+    }
+  }
+}
+
 TEST_P(UserQueries, UserPropertiesAndPosts) {
   AddUsers();
   // Every column filled, in the answer's order.

@@ -303,9 +303,12 @@ TEST_P(GroupChanges, ReorderOfGroupsThatAreNotSiblingsIsRefused) {
     const char* query;
     const char* answer;
   } cases[] = {
-      {"ReqNo=210&Group_cd1=0011&Group_cd2=0002&Group_cd3=0000", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
-      {"ReqNo=210&Group_cd1=0002&Group_cd2=0011&Group_cd3=0000", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
-      {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=0001", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0001: 0001"},
+      {"ReqNo=210&Group_cd1=0011&Group_cd2=0002&Group_cd3=0000",
+       "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
+      {"ReqNo=210&Group_cd1=0002&Group_cd2=0011&Group_cd3=0000",
+       "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0000: 0011"},
+      {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=0001",
+       "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of 0001: 0001"},
       {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=", "ERROR:SQLEXECChangeGroupDisp\r\nnot a child of : 0001"},
       // On the work tables a deleted group is no child.
       {"ReqNo=210&DBFlg=1&Group_cd1=0001&Group_cd2=0002&Group_cd3=0000",
@@ -347,10 +350,20 @@ TEST_P(GroupChanges, TheTreeVersionTellsOtherInstancesToDrawAgain) {
       {"ReqNo=212&Group_cd1=0002&Group_cd2=0111", "ERROR:ILLEGALTREE", "1"},  // rolled back
       {"ReqNo=202&Group_cd=0002&Group_nm=b", "OK", "2"},
       {"ReqNo=210&Group_cd1=0001&Group_cd2=0002&Group_cd3=0000", "OK", "3"},
+      // Refused: the version and the held tree stay as they were.
+      {"ReqNo=203&Group_cd=0001", "OK", "3"},  // a group with children: silently refused
+      {"ReqNo=201&Group_cd=0002&Group_nm=c&BUSHO_CD=B00000001", "ERROR:ALREADYBUSHO", "3"},
+      {"ReqNo=210&Group_cd1=0001&Group_cd2=0111&Group_cd3=0000", "ERROR:SQLEXEC", "3"},
   };
+  std::shared_ptr<const Array2D> held;
   for (const Case& c : cases) {
-    EXPECT_EQ(Request(c.request), c.answer) << c.request;
+    const bool refused = std::string_view(c.request).starts_with("ReqNo=203") || std::string_view(c.answer) != "OK";
+    EXPECT_TRUE(std::string_view(Request(c.request)).starts_with(c.answer)) << c.request;
     EXPECT_EQ(version(), c.version) << c.request;
+    if (refused && held) {
+      EXPECT_EQ(app().SecHierarchical(), held) << c.request;
+    }
+    held = app().SecHierarchical();
   }
   EXPECT_EQ(app().SecHierarchicalVersion(), 3);
   EXPECT_EQ(codes(), "0000 0002 0111 0001 0011");
