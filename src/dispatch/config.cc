@@ -29,6 +29,8 @@ ConfigEntries ParseConfigText(std::string_view contents) {
 
 ConfigFile::ConfigFile(std::string path) : path_(std::move(path)) {}
 
+ConfigFile::ConfigFile(const ConfigFile& source) : path_(source.path_), source_(&source) {}
+
 std::string ConfigFile::Folder() const {
   size_t slash = path_.rfind('/');
   if (slash == std::string::npos) return ".";
@@ -37,6 +39,12 @@ std::string ConfigFile::Folder() const {
 }
 
 std::shared_ptr<const ConfigEntries> ConfigFile::Load(std::string& error) const {
+  if (source_) {
+    std::lock_guard lock(mu_);
+    if (!read_) cached_ = source_->Load(read_error_), read_ = true;
+    error = read_error_;
+    return cached_;
+  }
   struct stat st {};
   if (::stat(path_.c_str(), &st) != 0) {
     error = std::strerror(errno);

@@ -29,6 +29,12 @@ class ConfigFile {
  public:
   explicit ConfigFile(std::string path);
 
+  // A view of `source` for one request: its first lookup asks `source` (one
+  // stat), every later one sees that same reading. A request is one
+  // operation, and an operation reads the file once; the view must not
+  // outlive `source`.
+  static ConfigFile ForOneRequest(const ConfigFile& source) { return ConfigFile(source); }
+
   const std::string& path() const { return path_; }
   // The folder that holds the file, with no trailing "/" ("." for a bare name).
   std::string Folder() const;
@@ -50,10 +56,16 @@ class ConfigFile {
   // Null with `error` set when the file cannot be read.
   std::shared_ptr<const ConfigEntries> Load(std::string& error) const;
 
+  // The view's constructor (private: copies are views, see ForOneRequest).
+  ConfigFile(const ConfigFile& source);
+
   std::string path_;
+  const ConfigFile* source_ = nullptr;  // set in a view
   mutable std::mutex mu_;
   mutable Identity cached_id_;                           // guarded by mu_
   mutable std::shared_ptr<const ConfigEntries> cached_;  // guarded by mu_
+  mutable bool read_ = false;                           // a view's: guarded by mu_
+  mutable std::string read_error_;                      // a view's: guarded by mu_
 };
 
 }  // namespace orvane

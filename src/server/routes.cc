@@ -107,7 +107,8 @@ void HandleOrvane(ServerState& state, const HttpRequest& req, HttpResponse& res)
   std::shared_ptr<Session> session = state.sessions->Find(session_id);
   if (!session) session = std::make_shared<Session>();  // anonymous: reads only, kept nowhere
 
-  RequestContext ctx(state.config, *session, state.app, state.clock);
+  const ConfigFile config = ConfigFile::ForOneRequest(state.config);  // one stat for the whole request
+  RequestContext ctx(config, *session, state.app, state.clock);
   ctx.fields = FieldsOf(req);
   ctx.cookies = std::move(cookies);
   ctx.proxy_exchanges = &state.metrics;
@@ -117,7 +118,7 @@ void HandleOrvane(ServerState& state, const HttpRequest& req, HttpResponse& res)
   const RequestRoute* route = decoded ? FindRoute(ctx.Field("ReqNo")) : nullptr;
   const bool cross_site = route && route->changes_data && FromAnotherSite(state, req);
   AccessDecision access;
-  if (decoded && !cross_site) access = MayCall(state.access, state.config, *session, route);
+  if (decoded && !cross_site) access = MayCall(state.access, config, *session, route);
   Cause failure = CheckFailure(access.failure);
   if (cross_site) {
     ctx.http_status = 403;
