@@ -68,6 +68,13 @@ export async function request(code, fields = {}) {
   }
 }
 
+// Whether the browser holds a live administrator session, asked without
+// calling for a login (a page opened from its address, or F5).
+export async function hasSession() {
+  const r = await send('/orvane?ReqNo=109', { method: 'GET' });
+  return r.status === 200 && !r.text.startsWith('ERROR:');
+}
+
 export async function login(user, password) {
   const r = await send('/login', { method: 'POST', body: form({ User_cd: user, User_PS: password }) });
   return r.text === 'OK';

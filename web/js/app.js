@@ -1,7 +1,10 @@
-// The start of the pages: language, login and logout, the screens.
+// The start of the pages: language, login and logout, the screens and
+// their addresses.
 import * as api from './api.js';
 import { setLanguage, language, t, translate } from './texts.js';
-import { $, clearError } from './ui.js';
+import { $, clearError, retranslateError } from './ui.js';
+import * as router from './router.js';
+import { watchFields, loadFieldRules } from './fieldcheck.js';
 import { GroupsScreen } from './groups.js';
 import { MembersScreen } from './members.js';
 import { UsersScreen } from './users.js';
@@ -10,8 +13,9 @@ import { MenusScreen } from './menus.js';
 const screens = {};
 let current = 'login';
 let loggedIn = false;
-let pendingLogin = null;  // {resolve} while a lost session waits for a login
+let waiting = [];  // resolvers of requests waiting for a login after a lost session
 let justLoggedIn = false;
+let routed = '';   // the address last shown
 
 function show(name) {
   for (const s of document.querySelectorAll('.screen')) s.hidden = s.id !== `screen-${name}`;
@@ -22,10 +26,28 @@ function show(name) {
   current = name;
 }
 
-export function openScreen(name, arg) {
+// Opens a screen; `arg` comes from the screen that sends there or from the
+// address. Afterwards the address says where the screen is.
+export async function openScreen(name, arg, fromAddress = false) {
   clearError();
   show(name);
-  screens[name]?.open(arg);
+  const screen = screens[name];
+  await screen?.open(arg);
+  if (current === name && screen?.place) place(name, screen.place(), fromAddress);
+}
+
+// A screen's new place: a history entry (or the current one replaced).
+export function place(name, params, replace = false) {
+  if (!loggedIn || current !== name) return;
+  router.report(name, params, replace);
+  routed = location.hash;
+}
+
+function route() {
+  if (!loggedIn || location.hash === routed) return;
+  routed = location.hash;
+  const r = router.parse() ?? { screen: 'groups', params: {} };
+  openScreen(r.screen, { route: r.params }, true);
 }
 
 function showLogin(note) {
@@ -38,18 +60,33 @@ function showLogin(note) {
 }
 
 // The session is gone in the middle of work: the screen stays as it is
-// (hidden), the login comes up, and the request is sent again after it.
+// (hidden), the login comes up, and the requests are sent again after it.
 api.onSessionLost(() => {
-  const note = justLoggedIn ? t('login.notAdmin') : t('login.expired');
-  loggedIn = false;
-  showLogin(note);
-  return new Promise((resolve) => { pendingLogin = { resolve }; });
+  if (!waiting.length) {
+    const note = justLoggedIn ? t('login.notAdmin') : t('login.expired');
+    loggedIn = false;
+    showLogin(note);
+  }
+  return new Promise((resolve) => { waiting.push(resolve); });
 });
 
 api.onBusy((busy) => {
   $('busy').textContent = busy ? t('busy') : '';
   document.body.classList.toggle('is-busy', busy);
 });
+
+function enter(user) {
+  loggedIn = true;
+  try { sessionStorage.setItem('orvane.who', user); } catch (e) { /* shown until F5 only */ }
+  $('who').textContent = user ? t('who', user) : '';
+  $('nav').hidden = false;
+  $('logout').hidden = false;
+  loadFieldRules();
+}
+
+function who() {
+  try { return sessionStorage.getItem('orvane.who') ?? ''; } catch (e) { return ''; }
+}
 
 async function submitLogin(ev) {
   ev.preventDefault();
@@ -60,19 +97,18 @@ async function submitLogin(ev) {
     $('login-password').select();
     return;
   }
-  loggedIn = true;
   justLoggedIn = true;
   setTimeout(() => { justLoggedIn = false; }, 3000);
-  $('who').textContent = t('who', user);
-  $('nav').hidden = false;
-  $('logout').hidden = false;
-  if (pendingLogin) {
-    const p = pendingLogin;
-    pendingLogin = null;
+  enter(user);
+  if (waiting.length) {
+    const w = waiting;
+    waiting = [];
     show(current === 'login' ? 'groups' : current);
-    p.resolve();
+    for (const resolve of w) resolve();
   } else {
-    openScreen('groups');
+    // Back to the address the page was opened with, if any.
+    routed = null;
+    route();
   }
 }
 
@@ -80,30 +116,41 @@ function switchLanguage() {
   setLanguage(language() === 'ja' ? 'en' : 'ja');
   translate();
   for (const s of Object.values(screens)) s.retranslate?.();
-  const who = $('who').textContent;
-  if (loggedIn && who) $('who').textContent = t('who', $('login-user').value.trim());
+  retranslateError();
+  if (loggedIn) $('who').textContent = who() ? t('who', who()) : '';
 }
 
-function start() {
+async function start() {
   setLanguage(language());
   translate();
-  screens.groups = new GroupsScreen({ openScreen });
-  screens.members = new MembersScreen({ openScreen });
-  screens.users = new UsersScreen({ openScreen });
-  screens.menus = new MenusScreen({ openScreen });
+  const ctx = { openScreen, place };
+  screens.groups = new GroupsScreen(ctx);
+  screens.members = new MembersScreen(ctx);
+  screens.users = new UsersScreen(ctx);
+  screens.menus = new MenusScreen(ctx);
+  watchFields();
   $('login-form').addEventListener('submit', submitLogin);
   $('lang').addEventListener('click', switchLanguage);
   $('logout').addEventListener('click', async () => {
     await api.logout().catch(() => {});
     loggedIn = false;
     $('who').textContent = '';
+    try { sessionStorage.removeItem('orvane.who'); } catch (e) { /* nothing kept */ }
     showLogin(t('login.intro'));
   });
   $('error-close').addEventListener('click', clearError);
   for (const b of document.querySelectorAll('#nav button')) {
     b.addEventListener('click', () => openScreen(b.dataset.screen));
   }
+  window.addEventListener('popstate', route);
+  window.addEventListener('hashchange', route);
   showLogin(t('login.intro'));
+  // F5 or a link: with a live session the address opens at once; without
+  // one, the login comes first and then the address.
+  if (await api.hasSession().catch(() => false)) {
+    enter(who());
+    route();
+  }
 }
 
 start();

@@ -5,11 +5,18 @@
 import * as api from './api.js';
 import { TreeModel, TreeView } from './tree.js';
 import { t } from './texts.js';
-import { $, el, showMessage, showProblem, confirmDialog, guarded, clearError } from './ui.js';
+import { $, el, showMessage, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
+import { formPasses } from './fieldcheck.js';
+import { askMove, placeOf } from './group_move.js';
+
+// Japanese names in the order of their reading (kana of both kinds
+// together), as a person expects them.
+export const byReading = new Intl.Collator('ja', { sensitivity: 'base', numeric: true });
 
 export class GroupsScreen {
-  constructor({ openScreen }) {
+  constructor({ openScreen, place }) {
     this.openScreen = openScreen;
+    this.placed = place;
     this.view = new TreeView($('tree'), {
       onSelect: (i) => this.selectGroup(i),
       onDrop: (moved, target, zone) => this.dropped(moved, target, zone),
@@ -40,15 +47,23 @@ export class GroupsScreen {
     return i === undefined ? code : this.model.name[i];
   }
 
-  async open() {
-    if (!this.loaded) await guarded(() => this.loadTree());
+  // `arg.route.g`: the group the address names.
+  async open(arg) {
+    const wanted = arg?.route?.g;
+    if (!this.loaded) await guarded(() => this.loadTree(wanted));
+    if (wanted && wanted !== this.code) {
+      const i = this.model.index.get(wanted);
+      if (i !== undefined) this.view.reveal(i);
+    }
   }
+
+  place() { return { g: this.code }; }
 
   retranslate() {
     if (this.loaded) $('tree-count').textContent = t('groups.count', this.model.size.toLocaleString());
   }
 
-  async loadTree() {
+  async loadTree(initial) {
     $('tree-count').textContent = t('groups.loadingTree');
     const started = performance.now();
     let model = TreeModel.fromDrawn(await api.drawnTree());
@@ -56,7 +71,10 @@ export class GroupsScreen {
     this.view.setModel(model);
     this.loaded = true;
     this.retranslate();
-    if (this.view.selected < 0 && model.roots.length) this.view.reveal(model.roots[0]);
+    if (this.view.selected < 0 && model.roots.length) {
+      const i = initial === undefined ? undefined : model.index.get(initial);
+      this.view.reveal(i ?? model.roots[0]);
+    }
     document.body.dataset.treeMs = String(Math.round(performance.now() - started));
   }
 
@@ -71,11 +89,12 @@ export class GroupsScreen {
     const code = this.model.code[i];
     const token = ++this.token;
     this.code = code;
+    this.placed('groups', this.place());
     clearError();
     await guarded(async () => {
       const [property, children] = await Promise.all([
         api.request('105', { Group_cd: code }),
-        api.request('103', { Group_cd: code, S_Col: this.childOrder, S_Type: '' }),
+        api.request('103', { Group_cd: code, S_Col: '', S_Type: '' }),
       ]);
       if (token !== this.token) return;
       const p = property.split(',');
@@ -93,6 +112,7 @@ export class GroupsScreen {
 
   fillProperty() {
     const p = this.property;
+    clearFieldErrors($('group-form'));
     $('group-none').hidden = true;
     $('group-fields').hidden = false;
     $('children-card').hidden = false;
@@ -127,17 +147,18 @@ export class GroupsScreen {
       ul.replaceChildren(el('li', { class: 'help' }, t('groups.noChildren')));
       return;
     }
-    ul.replaceChildren(...this.children.map(([code, , name]) => el('li', {},
+    // The wire's name order is broken: by name means by reading, here.
+    const shown = this.childOrder === 'name'
+      ? [...this.children].sort((a, b) => byReading.compare(a[2], b[2]) || byReading.compare(a[0], b[0]))
+      : this.children;
+    ul.replaceChildren(...shown.map(([code, , name]) => el('li', {},
       el('button', { type: 'button', class: 'link', onclick: () => this.revealCode(code) }, name),
       ' ', el('span', { class: 'code' }, code))));
   }
 
-  async sortChildren(order) {
+  sortChildren(order) {
     this.childOrder = order;
-    await guarded(async () => {
-      this.children = api.rows(await api.request('103', { Group_cd: this.code, S_Col: order, S_Type: '' }), 3);
-      this.fillChildren();
-    });
+    this.fillChildren();
   }
 
   revealCode(code) {
@@ -149,6 +170,7 @@ export class GroupsScreen {
   }
 
   async save() {
+    if (!formPasses($('group-form'))) return;
     const name = $('g-name').value.trim();
     if (!name) return showProblem(t('groups.nameRequired'));
     const done = await guarded(() => api.request('202', {
@@ -160,6 +182,7 @@ export class GroupsScreen {
   }
 
   async add() {
+    if (!formPasses($('add-form'))) return;
     const name = $('a-name').value.trim();
     if (!name) return showProblem(t('groups.nameRequired'));
     const parent = this.code;
@@ -213,11 +236,17 @@ export class GroupsScreen {
 
   // Moves group `moved` under `parent`, before sibling `before` (-1: at
   // the end): 212 for a new parent, 210 for the place among siblings.
-  async moveTo(moved, parent, before) {
+  // `undo`: false for the move that undoes another.
+  async moveTo(moved, parent, before, undo = true) {
     const m = this.model;
     const name = m.name[moved];
     if (m.parent[moved] < 0 || parent < 0) return showProblem(t('groups.rootMove'));
     if (m.within(parent, moved)) return showProblem(t('groups.intoItself'));
+    const was = placeOf(m, moved);
+    if (m.parent[moved] !== parent && undo) {
+      const go = await guarded(() => askMove(m, moved, parent));
+      if (!go) return;
+    }
     const parentCode = m.code[parent];
     const done = await guarded(async () => {
       if (m.parent[moved] === parent) {
@@ -240,8 +269,19 @@ export class GroupsScreen {
       if (done === undefined) await guarded(() => this.refresh(code));
       return;
     }
-    showMessage(t('groups.moved', name));
+    showMessage(t(undo ? 'groups.moved' : 'groups.moveUndone', name),
+      undo ? { label: t('groups.undo'), run: () => this.undoMove(was), ms: 30000 } : undefined);
     await guarded(() => this.refresh(code));
+  }
+
+  // Back to the parent and the place a group had before a move.
+  async undoMove(was) {
+    const m = this.model;
+    const i = m.index.get(was.code);
+    const parent = m.index.get(was.parent);
+    if (i === undefined || parent === undefined) return;
+    const before = was.before ? m.index.get(was.before) ?? -1 : -1;
+    await this.moveTo(i, parent, before, false);
   }
 
   openMoveDialog() {

@@ -1,0 +1,216 @@
+// The pages an administrator trusts, in a real Chromium against a real
+// `orvane serve` on a fresh demo database: a link for every screen (login
+// returns to it, F5 keeps it, Back and Forward move between screens), the
+// child groups in the order of their reading, a refused value beside its
+// field, English with no Japanese text left, the phone-sized layout.
+//
+//   node tests/web/pages_test.mjs path/to/orvane
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import path from 'node:path';
+import { ROOT, demoInstallation, launchBrowser, sql, startServer } from './harness.mjs';
+
+const binary = process.argv[2];
+if (!binary) {
+  console.error('usage: node pages_test.mjs ORVANE_BINARY');
+  process.exit(2);
+}
+const shots = path.join(ROOT, 'docs/screenshots');
+const install = demoInstallation(binary);
+const db = (q) => sql(install.db, q);
+const server = await startServer(binary, install.config);
+const browser = await launchBrowser();
+if (!browser) {
+  console.log('SKIPPED: /usr/bin/chromium is missing (scripts/test installs it)');
+  await server.stop();
+  process.exit(77);
+}
+const page = await browser.context.newPage();
+page.setDefaultTimeout(15000);
+const pageErrors = [];
+page.on('pageerror', (e) => pageErrors.push(String(e)));
+const asked = [];
+page.on('request', (r) => asked.push(r.url()));
+
+let failed = false;
+async function step(name, fn) {
+  const started = Date.now();
+  try {
+    await fn();
+    console.log(`ok   ${name} (${Date.now() - started} ms)`);
+  } catch (e) {
+    failed = true;
+    console.log(`FAIL ${name}\n${e.stack}`);
+    await page.screenshot({ path: path.join(install.dir, 'failure.png') }).catch(() => {});
+    throw e;
+  }
+}
+
+const hash = () => page.evaluate(() => location.hash);
+const treeRow = (name) => page.locator('#tree [role="treeitem"] > .row', { has: page.locator('.name', { hasText: new RegExp(`^${name}$`) }) });
+async function shows(locator, text) { await locator.filter({ hasText: text }).first().waitFor(); }
+async function value(id, text) {
+  await page.waitForFunction(([i, v]) => document.getElementById(i)?.value === v, [id, text], { timeout: 10000 });
+}
+
+try {
+  await step('a link opened before logging in: the login returns to it; F5 keeps it', async () => {
+    await page.goto(`${server.url}/#/users?row=7&u=yamada`);
+    const login = page.locator('#login-form');
+    await login.getByLabel('ユーザーID').fill('admin');
+    await login.getByLabel('パスワード').fill('admin');
+    await login.getByRole('button', { name: 'ログイン' }).click();
+    await value('f-name', '山田 太郎');
+    assert.equal(await page.locator('#u-list [role="tab"][aria-selected="true"]').textContent(), 'ヤ 1');
+    assert.equal(await hash(), '#/users?row=7&u=yamada');
+    await page.reload();
+    await value('f-name', '山田 太郎');
+    assert.equal(await page.locator('#login-form').isVisible(), false);
+    assert.equal(await page.locator('#u-list [role="tab"][aria-selected="true"]').textContent(), 'ヤ 1');
+  });
+
+  await step('F5 and Back on the group, member and menu screens', async () => {
+    await page.locator('#nav').getByRole('button', { name: 'グループ' }).click();
+    await treeRow('総務部').click();
+    await value('g-name', '総務部');
+    assert.equal(await hash(), '#/groups?g=0002');
+    await page.reload();
+    await value('g-name', '総務部');
+    await page.getByRole('button', { name: 'メンバーを表示' }).click();
+    await shows(page.locator('#m-rows'), 'yamada');
+    assert.equal(await hash(), '#/members?g=0002');
+    await page.reload();
+    await shows(page.locator('#members-heading'), 'グループ「総務部」のメンバー');
+    await shows(page.locator('#m-rows'), 'yamada');
+    await page.goto(`${server.url}/#/menus?u=sato`);
+    await shows(page.locator('#menu-legend'), 'sato');
+    await page.reload();
+    await shows(page.locator('#menu-legend'), 'sato');
+
+    await page.goBack();
+    await shows(page.locator('#members-heading'), '総務部');
+    assert.equal(await page.locator('#screen-members').isVisible(), true);
+    await page.goBack();
+    await value('g-name', '総務部');
+    assert.equal(await page.locator('#screen-groups').isVisible(), true);
+    await page.goBack();
+    await page.goBack();
+    await value('f-name', '山田 太郎');
+    assert.equal(await page.locator('#screen-users').isVisible(), true);
+    await page.goForward();
+    await page.goForward();
+    await value('g-name', '総務部');
+  });
+
+  await step('subgroups by name come in the order of their reading, asked of no broken sort', async () => {
+    for (const name of ['さくら', 'カエデ', 'あおい']) {
+      await page.locator('#a-name').fill(name);
+      await page.getByRole('button', { name: '追加', exact: true }).click();
+      await shows(page.locator('#message'), `グループ「${name}」を追加しました`);
+      await treeRow('総務部').click();
+      await value('g-name', '総務部');
+    }
+    await page.getByRole('button', { name: '名前順' }).click();
+    assert.deepEqual(await page.locator('#children li button').allTextContents(), ['あおい', 'カエデ', 'さくら']);
+    await page.getByRole('button', { name: '並び順', exact: true }).click();
+    assert.deepEqual(await page.locator('#children li button').allTextContents(), ['さくら', 'カエデ', 'あおい']);
+    assert.equal(asked.filter((u) => /ReqNo=103/.test(u) && /S_Col=name/.test(u)).length, 0);
+  });
+
+  await step('a comma is refused beside its field; the screen stays usable', async () => {
+    await page.locator('#a-name').fill('経理,課');
+    await page.getByRole('button', { name: '追加', exact: true }).click();
+    await page.locator('#add-form .field-error').waitFor();
+    assert.equal(await page.locator('#a-name').getAttribute('aria-invalid'), 'true');
+    assert.equal(await page.locator('#a-name').inputValue(), '経理,課');
+    assert.equal(db("select count(*) from T_SECTION where SEC_NM like '経理%'"), '0');
+    await page.locator('#a-name').fill('経理課');
+    assert.equal(await page.locator('#add-form .field-error').count(), 0);
+    await page.getByRole('button', { name: '追加', exact: true }).click();
+    await shows(page.locator('#message'), 'グループ「経理課」を追加しました');
+  });
+
+  await step('a drop that carries subgroups and members asks first; undo puts it back', async () => {
+    await page.goto(`${server.url}/#/groups?g=0002`);
+    await value('g-name', '総務部');
+    await treeRow('総務部').dragTo(treeRow('開発部'));
+    await shows(page.locator('#confirm-text'), 'グループ 5 件(このグループを含む)と、現在のメンバー 1 人');
+    await page.screenshot({ path: path.join(shots, 'move-question.png') });
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#message'), 'グループ「総務部」を移動しました');
+    assert.equal(db("select JOI_SEC from T_SECTION where SEC_CD='0002'"), '0003');
+    await page.locator('#message').getByRole('button', { name: '元に戻す' }).click();
+    await shows(page.locator('#message'), 'グループ「総務部」を元の場所に戻しました');
+    assert.equal(db("select SEC_CD from T_SECTION where JOI_SEC='0000' order by SEC_SEQ").split('\n').join(' '), '0001 0002 0003');
+    assert.equal(db("select count(*) from T_SECTION where SEC_TREE like '0000/0002/%'"), '4');
+  });
+
+  await step('the member picker marks members and asks before changing a primary membership', async () => {
+    await page.goto(`${server.url}/#/members?g=0004`);
+    await shows(page.locator('#m-rows'), 'yamada');
+    await page.getByRole('button', { name: 'メンバーを追加…' }).click();
+    const pick = page.locator('#pick-dialog');
+    await pick.getByRole('tab', { name: /^ヤ/ }).click();
+    await shows(pick.locator('tbody tr', { hasText: '山田 太郎' }), '主所属のメンバー');
+    await pick.getByRole('tab', { name: /^ア/ }).click();
+    await pick.locator('tbody tr', { hasText: '伊藤 健' }).waitFor();
+    assert.equal(await pick.locator('tbody tr', { hasText: '伊藤 健' }).locator('.tag.member').count(), 0);
+    await pick.getByRole('tab', { name: /^ヤ/ }).click();
+    await pick.getByLabel('山田 太郎 を選ぶ').check();
+    await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
+    await shows(page.locator('#confirm-text'), '山田 太郎 (主所属のメンバー) はすでにこのグループのメンバーです');
+    await page.screenshot({ path: path.join(shots, 'member-question.png') });
+    await page.locator('#confirm').getByRole('button', { name: 'キャンセル' }).click();
+    assert.equal(db("select SEC_KBN||ST_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '120150401');
+    assert.equal(await pick.isVisible(), true);
+    await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#message'), '1 人を追加しました');
+    assert.equal(db("select SEC_KBN||ED_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '099999999');
+  });
+
+  await step('English mode shows no Japanese text of the pages', async () => {
+    await page.getByRole('button', { name: 'Switch to English' }).click();
+    // Data (names, kana rows) and the way back to Japanese are Japanese by right.
+    const japanese = () => page.evaluate(() => {
+      const copy = document.body.cloneNode(true);
+      for (const e of copy.querySelectorAll('#tree, #children, #m-rows, #u-list tbody, #pick-list, #f-sections, '
+        + '#menu-boxes, #lang, #who, #message, #error-human, #error-details, [role="tab"], option, '
+        + '#members-heading, #user-form-heading, #add-heading, #menu-legend, #move-heading, #member-dialog-heading, #pick-heading')) e.remove();
+      const texts = [copy.textContent];
+      for (const e of copy.querySelectorAll('[aria-label], [title], [placeholder]')) {
+        texts.push(e.getAttribute('aria-label') ?? '', e.title ?? '', e.getAttribute('placeholder') ?? '');
+      }
+      return texts.join(' ').match(/[\u3040-\u30ff\u3400-\u9fff\uff01-\uff60]+/g) ?? [];
+    });
+    for (const screen of ['Groups', 'Members', 'Users', 'Menu rights']) {
+      await page.locator('#nav').getByRole('button', { name: screen }).click();
+      await page.waitForTimeout(300);
+      assert.deepEqual(await japanese(), [], screen);
+    }
+    await page.getByRole('button', { name: '日本語に切り替え' }).click();
+  });
+
+  await step('at 390 px the screens stack and nothing scrolls sideways', async () => {
+    await page.setViewportSize({ width: 390, height: 844 });
+    for (const screen of ['ユーザー', 'グループ']) {
+      await page.locator('#nav').getByRole('button', { name: screen }).click();
+      await page.waitForTimeout(300);
+      const wide = await page.evaluate(() => document.documentElement.scrollWidth);
+      assert.ok(wide <= 390, `${screen}: ${wide} px wide`);
+    }
+    await page.screenshot({ path: path.join(shots, 'narrow-groups.png'), fullPage: true });
+    await page.setViewportSize({ width: 1280, height: 800 });
+  });
+
+  assert.deepEqual(pageErrors, []);
+} catch (e) {
+  failed = true;
+  if (!String(e.stack).includes('FAIL')) console.log(`server log (end):\n${server.log().slice(-3000)}`);
+} finally {
+  await browser.close();
+  await server.stop();
+  if (!failed) fs.rmSync(install.dir, { recursive: true, force: true });
+  else console.log(`kept for a look: ${install.dir}`);
+}
+process.exit(failed ? 1 : 0);
