@@ -31,6 +31,8 @@ const pageErrors = [];
 page.on('pageerror', (e) => pageErrors.push(String(e)));
 const asked = [];
 page.on('request', (r) => asked.push(r.url()));
+const missing = [];
+browser.context.on('response', (r) => { if (r.status() === 404) missing.push(r.url()); });
 
 let failed = false;
 async function step(name, fn) {
@@ -201,6 +203,27 @@ try {
     }
     await page.screenshot({ path: path.join(shots, 'narrow-groups.png'), fullPage: true });
     await page.setViewportSize({ width: 1280, height: 800 });
+  });
+
+  await step('two minutes before the session ends a warning offers to stay; the favicon is served', async () => {
+    const tab = await browser.context.newPage();
+    await tab.clock.install();
+    await tab.goto(`${server.url}/#/groups?g=0001`);
+    await tab.waitForFunction(() => document.getElementById('g-name').value === '営業部');
+    assert.equal(await tab.locator('#session-warning').isVisible(), false);
+    await tab.clock.fastForward('18:01');
+    await shows(tab.locator('#session-warning'), 'まもなく(2分以内に)操作がないためセッションが切れます');
+    await tab.screenshot({ path: path.join(shots, 'session-warning.png') });
+    await tab.getByRole('button', { name: 'ログインを続ける' }).click();
+    await tab.locator('#session-warning').waitFor({ state: 'hidden' });
+    await tab.clock.fastForward('17:00');
+    assert.equal(await tab.locator('#session-warning').isVisible(), false);
+    await tab.clock.fastForward('03:01');
+    await shows(tab.locator('#session-warning'), 'セッションが切れました');
+    await tab.close();
+    assert.equal((await fetch(`${server.url}/favicon.svg`)).headers.get('content-type'), 'image/svg+xml');
+    // /api/ endpoints a server may lack are optional to the pages.
+    assert.deepEqual(missing.filter((u) => !new URL(u).pathname.startsWith('/api/')), []);
   });
 
   assert.deepEqual(pageErrors, []);

@@ -13,10 +13,13 @@ export class ServerError extends Error {
 
 let sessionLost = async () => { throw new ServerError('ERROR:SESSIONCHECK'); };
 let busyListener = () => {};
+let answerListener = () => {};
 let inFlight = 0;
 
 // `handler` returns a promise that settles once the user logged in again.
 export function onSessionLost(handler) { sessionLost = handler; }
+// Called with the headers of every answer that kept the session alive.
+export function onAnswer(listener) { answerListener = listener; }
 // Called with true while any request is under way.
 export function onBusy(listener) { busyListener = listener; }
 
@@ -35,6 +38,7 @@ async function send(url, init) {
       throw new ServerError('ERROR:NETWORK');
     }
     const text = await res.text();
+    if (res.status === 200 && !text.startsWith('ERROR:SESSIONCHECK')) answerListener(res.headers);
     return { status: res.status, text };
   } finally {
     busy(-1);

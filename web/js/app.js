@@ -5,6 +5,7 @@ import { setLanguage, language, t, translate } from './texts.js';
 import { $, clearError, retranslateError } from './ui.js';
 import * as router from './router.js';
 import { watchFields, loadFieldRules } from './fieldcheck.js';
+import { activity, startSessionTimer, stopSessionTimer, retranslateSessionTimer } from './session_timer.js';
 import { GroupsScreen } from './groups.js';
 import { MembersScreen } from './members.js';
 import { UsersScreen } from './users.js';
@@ -63,6 +64,7 @@ function showLogin(note) {
 // (hidden), the login comes up, and the requests are sent again after it.
 api.onSessionLost(() => {
   if (!waiting.length) {
+    stopSessionTimer();
     const note = justLoggedIn ? t('login.notAdmin') : t('login.expired');
     loggedIn = false;
     showLogin(note);
@@ -82,6 +84,7 @@ function enter(user) {
   $('nav').hidden = false;
   $('logout').hidden = false;
   loadFieldRules();
+  startSessionTimer();
 }
 
 function who() {
@@ -117,6 +120,7 @@ function switchLanguage() {
   translate();
   for (const s of Object.values(screens)) s.retranslate?.();
   retranslateError();
+  retranslateSessionTimer();
   if (loggedIn) $('who').textContent = who() ? t('who', who()) : '';
 }
 
@@ -129,11 +133,14 @@ async function start() {
   screens.users = new UsersScreen(ctx);
   screens.menus = new MenusScreen(ctx);
   watchFields();
+  api.onAnswer(activity);
+  $('session-stay').addEventListener('click', () => api.request('109').catch(() => {}));
   $('login-form').addEventListener('submit', submitLogin);
   $('lang').addEventListener('click', switchLanguage);
   $('logout').addEventListener('click', async () => {
     await api.logout().catch(() => {});
     loggedIn = false;
+    stopSessionTimer();
     $('who').textContent = '';
     try { sessionStorage.removeItem('orvane.who'); } catch (e) { /* nothing kept */ }
     showLogin(t('login.intro'));
