@@ -119,7 +119,7 @@ try {
     assert.equal(asked.filter((u) => /ReqNo=103/.test(u) && /S_Col=name/.test(u)).length, 0);
   });
 
-  await step('a comma is refused beside its field; the screen stays usable', async () => {
+  await step('a comma is refused beside its field; after errors the screen stays usable', async () => {
     await page.locator('#a-name').fill('経理,課');
     await page.getByRole('button', { name: '追加', exact: true }).click();
     await page.locator('#add-form .field-error').waitFor();
@@ -130,6 +130,18 @@ try {
     assert.equal(await page.locator('#add-form .field-error').count(), 0);
     await page.getByRole('button', { name: '追加', exact: true }).click();
     await shows(page.locator('#message'), 'グループ「経理課」を追加しました');
+
+    // A group that cannot be read: the one shown stays, with its address.
+    await treeRow('総務部').click();
+    await value('g-name', '総務部');
+    await page.route(/ReqNo=105&Group_cd=0003/, (r) => r.abort());
+    await treeRow('開発部').click();
+    await shows(page.locator('#error-text'), 'サーバーに接続できませんでした');
+    assert.equal(await page.locator('#g-name').inputValue(), '総務部');
+    assert.equal(await hash(), '#/groups?g=0002');
+    assert.equal(await page.locator('#tree [aria-selected="true"] > .row .name').textContent(), '総務部');
+    await page.unroute(/ReqNo=105&Group_cd=0003/);
+    await page.locator('#error-close').click();
   });
 
   await step('a drop that carries subgroups and members asks first; undo puts it back', async () => {

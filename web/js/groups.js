@@ -18,7 +18,7 @@ export class GroupsScreen {
     this.openScreen = openScreen;
     this.placed = place;
     this.view = new TreeView($('tree'), {
-      onSelect: (i) => this.selectGroup(i),
+      onSelect: (i) => { this.selecting = this.selectGroup(i); },
       onDrop: (moved, target, zone) => this.dropped(moved, target, zone),
     });
     this.loaded = false;
@@ -55,6 +55,8 @@ export class GroupsScreen {
       const i = this.model.index.get(wanted);
       if (i !== undefined) this.view.reveal(i);
     }
+    // The address names the group once it is shown.
+    await this.selecting;
   }
 
   place() { return { g: this.code }; }
@@ -88,10 +90,11 @@ export class GroupsScreen {
   async selectGroup(i) {
     const code = this.model.code[i];
     const token = ++this.token;
-    this.code = code;
-    this.placed('groups', this.place());
+    const before = this.code;
     clearError();
-    await guarded(async () => {
+    // The form keeps the group it shows until the new one has come: a save
+    // never mixes one group's code with another's values.
+    const done = await guarded(async () => {
       const [property, children] = await Promise.all([
         api.request('105', { Group_cd: code }),
         api.request('103', { Group_cd: code, S_Col: '', S_Type: '' }),
@@ -102,12 +105,19 @@ export class GroupsScreen {
         code: p[0], name: p[1], disp: p[2], busho: p[3], seq: p[4], list: p[5] ?? '', ymd: p[6] ?? '', hms: p[7] ?? '',
       };
       this.children = api.rows(children, 3);
+      this.code = code;
+      this.placed('groups', this.place());
       this.fillProperty();
       this.fillChildren();
       const lists = await api.request('107', { M_List: this.property.list }).catch(() => '');
-      if (token !== this.token) return;
+      if (token !== this.token) return 'OK';
       this.fillLists(lists ? lists.split(',') : []);
+      return 'OK';
     });
+    if (done === undefined && token === this.token) {
+      const b = this.model.index.get(before);
+      if (b !== undefined) this.view.select(b, false);
+    }
   }
 
   fillProperty() {
