@@ -240,6 +240,7 @@ export class UsersScreen {
   retranslate() {
     this.list.retranslate();
     this.heading();
+    if ($('f-password').placeholder) $('f-password').placeholder = t('users.passwordKept');
   }
 
   heading() {
@@ -253,6 +254,7 @@ export class UsersScreen {
     if (report) this.placed('users', this.place());
     this.setRequest('204');
     for (const id of ['f-id', 'f-password', 'f-name', 'f-kana', 'f-mail', 'f-mailname', 'f-tel', 'f-post', 'f-disp']) $(id).value = '';
+    $('f-password').placeholder = '';
     $('f-alias').checked = false;
     $('f-mailuse').checked = false;
     $('f-id').readOnly = false;
@@ -275,7 +277,10 @@ export class UsersScreen {
       this.setRequest('205');
       $('f-id').value = u.id;
       $('f-id').readOnly = true;
+      // Hashed passwords are never sent back: an empty field then means
+      // "unchanged", and 205 keeps the stored one.
       $('f-password').value = u.password;
+      $('f-password').placeholder = u.password === '' ? t('users.passwordKept') : '';
       $('f-name').value = u.name;
       $('f-kana').value = u.kana;
       $('f-mail').value = u.mail;
