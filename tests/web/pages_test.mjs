@@ -65,6 +65,8 @@ try {
     await value('f-name', '山田 太郎');
     assert.equal(await page.locator('#u-list [role="tab"][aria-selected="true"]').textContent(), 'ヤ 1');
     assert.equal(await hash(), '#/users?row=7&u=yamada');
+    // No search endpoint on this server: no search box.
+    assert.equal(await page.locator('#search-box').isHidden(), true);
     await page.reload();
     await value('f-name', '山田 太郎');
     assert.equal(await page.locator('#login-form').isVisible(), false);
@@ -181,6 +183,26 @@ try {
     await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
     await shows(page.locator('#message'), '1 人を追加しました');
     assert.equal(db("select SEC_KBN||ED_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '099999999');
+  });
+
+  await step('the search box (answers of the agreed shape) links to the screens it finds', async () => {
+    await page.route(/\/api\/search\?/, (r) => {
+      const q = new URL(r.request().url()).searchParams.get('q');
+      const hit = q === 'さとう';
+      r.fulfill({ contentType: 'application/json', body: JSON.stringify({
+        users: hit ? [{ id: 'sato', name: '佐藤 花子', reading: 'サトウ ハナコ', mail: 'sato' }] : [],
+        groups: hit ? [{ code: '0002', name: '総務部', display: '総務部' }] : [],
+      }) });
+    });
+    await page.reload();
+    await page.locator('#search').fill('さとう');
+    await page.locator('#search-results a', { hasText: '佐藤 花子' }).click();
+    await value('f-name', '佐藤 花子');
+    assert.equal(await hash(), '#/users?u=sato');
+    await page.locator('#search').fill('さとう');
+    await page.locator('#search-results a', { hasText: '総務部' }).click();
+    await value('g-name', '総務部');
+    assert.equal(await hash(), '#/groups?g=0002');
   });
 
   await step('English mode shows no Japanese text of the pages', async () => {

@@ -5,6 +5,7 @@ import { setLanguage, language, t, translate } from './texts.js';
 import { $, clearError, retranslateError } from './ui.js';
 import * as router from './router.js';
 import { watchFields, loadFieldRules } from './fieldcheck.js';
+import { enableSearch, watchSearch } from './search.js';
 import { activity, startSessionTimer, stopSessionTimer, retranslateSessionTimer } from './session_timer.js';
 import { GroupsScreen } from './groups.js';
 import { MembersScreen } from './members.js';
@@ -85,6 +86,7 @@ function enter(user) {
   $('logout').hidden = false;
   loadFieldRules();
   startSessionTimer();
+  enableSearch();
 }
 
 function who() {
@@ -121,6 +123,8 @@ function switchLanguage() {
   for (const s of Object.values(screens)) s.retranslate?.();
   retranslateError();
   retranslateSessionTimer();
+  $('search-results').replaceChildren();  // asked again in the new language
+  $('search-results').hidden = true;
   if (loggedIn) $('who').textContent = who() ? t('who', who()) : '';
 }
 
@@ -133,6 +137,7 @@ async function start() {
   screens.users = new UsersScreen(ctx);
   screens.menus = new MenusScreen(ctx);
   watchFields();
+  watchSearch();
   api.onAnswer(activity);
   $('session-stay').addEventListener('click', () => api.request('109').catch(() => {}));
   $('login-form').addEventListener('submit', submitLogin);
@@ -141,6 +146,7 @@ async function start() {
     await api.logout().catch(() => {});
     loggedIn = false;
     stopSessionTimer();
+    $('search-box').hidden = true;
     $('who').textContent = '';
     try { sessionStorage.removeItem('orvane.who'); } catch (e) { /* nothing kept */ }
     showLogin(t('login.intro'));
