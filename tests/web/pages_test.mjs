@@ -205,6 +205,54 @@ try {
     assert.equal(await hash(), '#/groups?g=0002');
   });
 
+  await step('a group save sends every field and its stamp; a changed row is refused, the reload keeps the typing', async () => {
+    // The server's rules as the newer server gives them: the department code is a 202 field.
+    const rule = (field, kind, required = false) => ({ field, kind, checked: true, required });
+    await page.route('**/api/field-rules', (r) => r.fulfill({ contentType: 'application/json', body: JSON.stringify({
+      kinds: {}, requests: [
+        { code: '201', operation: 'RegistSection', fields: [rule('Group_nm', 'name', true), rule('BUSHO_CD', 'code')] },
+        { code: '202', operation: 'UpdateSection', fields: [rule('Group_nm', 'name', true), rule('Disp_NM', 'name'), rule('BUSHO_CD', 'code')] },
+      ] }) }));
+    await page.goto(`${server.url}/#/groups?g=0002`);
+    await page.reload();
+    await value('g-name', '総務部');
+    assert.equal(await page.locator('#g-busho').getAttribute('readonly'), null);
+    await page.locator('#g-name').fill('総務,部');
+    await shows(page.locator('#group-form .field-error'), 'カンマ(,)は使えません');
+    await page.locator('#g-name').fill('総務部');
+    assert.equal(await page.locator('#group-form .field-error').count(), 0);
+
+    const sent = [];
+    await page.route('**/orvane', (r) => {
+      const body = r.request().postData() ?? '';
+      if (!body.includes('ReqNo=202')) return r.continue();
+      sent.push(new URLSearchParams(body));
+      return sent.length === 1 ? r.fulfill({ contentType: 'text/plain', body: 'ERROR:TIMESTAMP' }) : r.continue();
+    });
+    await page.locator('#g-disp').fill('総務部門');
+    await page.locator('#g-busho').fill('B00000099');
+    await page.getByRole('button', { name: '変更を保存' }).click();
+    await shows(page.locator('#error-text'), '他の管理者がこのデータを変更しました');
+    await shows(page.locator('#error-text'), '(TIMESTAMP)');
+    const stamp = db("select UPD_YMD||UPD_HMS from T_SECTION where SEC_CD='0002'");
+    assert.deepEqual(Object.fromEntries(sent[0]), {
+      ReqNo: '202', Group_cd: '0002', Group_nm: '総務部', Disp_NM: '総務部門', M_LIST: '', Upd_Stamp: stamp,
+      BUSHO_CD: 'B00000099', BUSHO_Set: '1',
+    });
+    await page.screenshot({ path: path.join(shots, 'group-conflict.png') });
+    await page.getByRole('button', { name: '読み込み直す(入力はそのまま)' }).click();
+    await page.waitForTimeout(300);
+    await page.waitForFunction(() => !document.body.classList.contains('is-busy'));
+    assert.equal(await page.locator('#g-disp').inputValue(), '総務部門');
+    assert.equal(await page.locator('#g-busho').inputValue(), 'B00000099');
+    await page.getByRole('button', { name: '変更を保存' }).click();
+    await shows(page.locator('#message'), 'グループを保存しました');
+    assert.equal(sent.length, 2);
+    assert.equal(db("select SEC_NM||'|'||DSP_NM from T_SECTION where SEC_CD='0002'"), '総務部|総務部門');
+    await page.unroute('**/orvane');
+    await page.unroute('**/api/field-rules');
+  });
+
   await step('English mode shows no Japanese text of the pages', async () => {
     await page.getByRole('button', { name: 'Switch to English' }).click();
     // Data (names, kana rows) and the way back to Japanese are Japanese by right.

@@ -102,6 +102,18 @@ export async function drawnTree() {
   }
 }
 
+// A row's update stamp (GET /api/stamp?group=CODE or ?user=ID), or '' on a
+// server without the endpoint.
+export async function stamp(which) {
+  const r = await send(`/api/stamp?${new URLSearchParams(which)}`, { method: 'GET' }).catch(() => null);
+  if (!r || r.status !== 200) return '';
+  try {
+    return String(JSON.parse(r.text).stamp ?? '');
+  } catch (e) {
+    return '';
+  }
+}
+
 // A flat comma list cut into rows of `width` values.
 export function rows(answer, width) {
   if (answer === '') return [];

@@ -11,9 +11,23 @@ const DATE = /^\d{8}$/;
 
 let kinds = null;  // "request field" -> {kind, required, checked}
 
-// Asked once per login (the endpoint is behind the administrator check).
-export async function loadFieldRules() {
-  if (kinds) return;
+let loading = null;
+
+// Asked once per login (the endpoint is behind the administrator check);
+// resolves when the rules are known or known to be missing.
+export function loadFieldRules() {
+  if (!kinds) loading = fetchRules();
+  return loading;
+}
+
+// Whether the server's rules name `field` of request `code` (a field a
+// newer server accepts, like 202's department code).
+export async function knows(code, field) {
+  await loading;
+  return kinds?.has(`${code} ${field}`) ?? false;
+}
+
+async function fetchRules() {
   try {
     const r = await fetch('/api/field-rules', { credentials: 'same-origin', cache: 'no-store' });
     if (!r.ok) return;

@@ -5,8 +5,8 @@
 import * as api from './api.js';
 import { TreeModel, TreeView } from './tree.js';
 import { t } from './texts.js';
-import { $, el, showMessage, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
-import { formPasses } from './fieldcheck.js';
+import { $, el, showMessage, showError, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
+import { formPasses, knows } from './fieldcheck.js';
 import { askMove, placeOf } from './group_move.js';
 
 // Japanese names in the order of their reading (kana of both kinds
@@ -109,9 +109,11 @@ export class GroupsScreen {
       this.placed('groups', this.place());
       this.fillProperty();
       this.fillChildren();
-      const lists = await api.request('107', { M_List: this.property.list }).catch(() => '');
+      const [lists, bushoSet] = await Promise.all([
+        api.request('107', { M_List: this.property.list }).catch(() => ''), knows('202', 'BUSHO_CD')]);
       if (token !== this.token) return 'OK';
       this.fillLists(lists ? lists.split(',') : []);
+      $('g-busho').readOnly = !bushoSet;
       return 'OK';
     });
     if (done === undefined && token === this.token) {
@@ -179,17 +181,47 @@ export class GroupsScreen {
     }
   }
 
+  // Sends back every field it loaded: the department code too where the
+  // server stores it on request (BUSHO_Set), and the row's stamp as loaded
+  // (Upd_Stamp) so that someone else's change in between is refused.
   async save() {
     if (!formPasses($('group-form'))) return;
-    const name = $('g-name').value.trim();
-    if (!name) return showProblem(t('groups.nameRequired'));
-    const done = await guarded(() => api.request('202', {
-      Group_cd: this.code, Group_nm: name, Disp_NM: $('g-disp').value.trim(), M_LIST: $('g-list').value,
-    }));
+    const name = $('g-name').value;
+    if (!name.trim()) return showProblem(t('groups.nameRequired'));
+    const fields = {
+      Group_cd: this.code, Group_nm: name, Disp_NM: $('g-disp').value, M_LIST: $('g-list').value,
+      Upd_Stamp: this.property.ymd + this.property.hms,
+    };
+    if (!$('g-busho').readOnly) Object.assign(fields, { BUSHO_CD: $('g-busho').value, BUSHO_Set: '1' });
+    const done = await this.attemptSave(() => api.request('202', fields));
     if (done === undefined) return;
     showMessage(t('groups.renamed'));
     await guarded(() => this.refresh(this.code));
   }
+
+  // A refused stamp offers to read the group again, keeping what was typed.
+  async attemptSave(fn) {
+    try {
+      return await fn();
+    } catch (err) {
+      const stale = err.answer && err.answer.startsWith('ERROR:TIMESTAMP');
+      if (stale) showError(err, [{ label: t('reloadKeep'), run: () => this.reloadKeeping() }], 'changedRow');
+      else showError(err);
+      return undefined;
+    }
+  }
+
+  async reloadKeeping() {
+    const typed = Object.fromEntries(['g-name', 'g-disp', 'g-list', 'g-busho'].map((id) => [id, $(id).value]));
+    const i = this.model.index.get(this.code);
+    if (i === undefined) return;
+    await this.selectGroup(i);
+    for (const [id, v] of Object.entries(typed)) {
+      if (id === 'g-list' && ![...$(id).options].some((o) => o.value === v)) continue;
+      $(id).value = v;
+    }
+  }
+
 
   async add() {
     if (!formPasses($('add-form'))) return;

@@ -84,8 +84,9 @@ function placeErrorBox() {
 // Shows a failure; `actions` are extra buttons ({label, run}).
 let lastError = null;  // what the error box shows, to show it again in the other language
 
-export function showError(err, actions = []) {
-  lastError = { err, actions };
+// `messageKey`: a text that says more than the code's own meaning here.
+export function showError(err, actions = [], messageKey = '') {
+  lastError = { err, actions, messageKey };
   const box = placeErrorBox();
   const human = $('error-human');
   human.replaceChildren();
@@ -98,7 +99,7 @@ export function showError(err, actions = []) {
       $('error-text').textContent = t('error.http', answer.slice(10));
     } else {
       const e = explainError(answer);
-      $('error-text').replaceChildren(e.message || t('error.heading'), ' ', el('span', { class: 'code' }, `(${e.code || answer})`));
+      $('error-text').replaceChildren((messageKey && t(messageKey)) || e.message || t('error.heading'), ' ', el('span', { class: 'code' }, `(${e.code || answer})`));
       for (const line of e.human) human.append(el('li', {}, line));
       if (e.field) markField(e.field, e.reason);
     }
@@ -117,7 +118,7 @@ export function showError(err, actions = []) {
 // After a language switch: a shown error in the new language, a hidden
 // one emptied.
 export function retranslateError() {
-  if (!$('error').hidden && lastError) return showError(lastError.err, lastError.actions);
+  if (!$('error').hidden && lastError) return showError(lastError.err, lastError.actions, lastError.messageKey);
   if ($('error').hidden) {
     for (const id of ['error-text', 'error-human', 'error-actions', 'error-details']) $(id).replaceChildren();
   }

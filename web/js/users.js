@@ -3,7 +3,7 @@
 // 206 delete). The list is also the member picker of the members screen.
 import * as api from './api.js';
 import { t } from './texts.js';
-import { $, el, showMessage, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
+import { $, el, showMessage, showError, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
 import { formPasses } from './fieldcheck.js';
 
 const PAGE = 50;
@@ -267,11 +267,12 @@ export class UsersScreen {
   async edit(id) {
     clearError();
     await guarded(async () => {
-      const [property, groups] = await Promise.all([
-        api.request('106', { User_cd: id }), api.request('108', { User_cd: id }),
+      const [property, groups, stamp] = await Promise.all([
+        api.request('106', { User_cd: id }), api.request('108', { User_cd: id }), api.stamp({ user: id }),
       ]);
       const v = property.split(',');
       const u = Object.fromEntries(FIELDS.map((f, k) => [f, v[k] ?? '']));
+      u.stamp = stamp;
       this.user = u;
       this.placed('users', this.place());
       this.setRequest('205');
@@ -327,11 +328,32 @@ export class UsersScreen {
     const old = creating
       ? { OldMail_UFL: f.Mail_UFL, OldAlias: '', OldAlias_FL: '0' }
       : { OldMail_UFL: this.user.mailuse, OldAlias: this.user.mail, OldAlias_FL: this.user.alias };
-    const done = await guarded(() => api.request(creating ? '204' : '205', { ...f, ...old }));
+    // The row's stamp as loaded, where the server tells it: someone else's
+    // change in between is refused instead of overwritten.
+    const stamp = !creating && this.user.stamp ? { Upd_Stamp: this.user.stamp } : {};
+    let done;
+    try {
+      done = await api.request(creating ? '204' : '205', { ...f, ...old, ...stamp });
+    } catch (err) {
+      if (err.answer?.startsWith('ERROR:TIMESTAMP')) {
+        showError(err, [{ label: t('reloadKeep'), run: () => this.reloadKeeping() }], 'changedRow');
+      } else {
+        showError(err);
+      }
+    }
     if (done === undefined) return;  // the form keeps what was typed
     showMessage(t(creating ? 'users.created' : 'users.saved', f.User_cd));
     await this.list.reload();
     await this.edit(f.User_cd);
+  }
+
+  async reloadKeeping() {
+    const ids = ['f-password', 'f-name', 'f-kana', 'f-mail', 'f-mailname', 'f-tel', 'f-post', 'f-disp'];
+    const typed = Object.fromEntries(ids.map((id) => [id, $(id).value]));
+    const boxes = { 'f-alias': $('f-alias').checked, 'f-mailuse': $('f-mailuse').checked };
+    await this.edit(this.user.id);
+    for (const [id, v] of Object.entries(typed)) $(id).value = v;
+    for (const [id, v] of Object.entries(boxes)) $(id).checked = v;
   }
 
   async remove() {
