@@ -272,7 +272,18 @@ try {
       await page.waitForTimeout(300);
       assert.deepEqual(await japanese(), [], screen);
     }
+    // A code with its trail glued on is still read as its code, in both languages, uncut.
+    const explain = (a) => page.evaluate(async (answer) => {
+      const e = (await import('/js/texts.js')).explainError(answer);
+      return [e.code, e.message];
+    }, a);
+    assert.deepEqual(await explain('ERROR:ADDMAILUSERExecute Error(2)'),
+      ['ADDMAILUSER', 'The mail server\'s account could not be updated.']);
+    assert.deepEqual(await explain('ERROR:SOMETHINGNEW_AND_LONGER_THAN_FORTY_CHARACTERS_IN_ALL'),
+      ['SOMETHINGNEW_AND_LONGER_THAN_FORTY_CHARACTERS_IN_ALL', 'The server could not do this (SOMETHINGNEW_AND_LONGER_THAN_FORTY_CHARACTERS_IN_ALL).']);
     await page.getByRole('button', { name: '日本語に切り替え' }).click();
+    assert.deepEqual(await explain('ERROR:ADDMAILUSERExecute Error(2)'),
+      ['ADDMAILUSER', 'メールサーバーのアカウントを更新できませんでした。']);
   });
 
   await step('at 390 px the screens stack and nothing scrolls sideways', async () => {
