@@ -288,11 +288,12 @@ try {
 
   await step('at 390 px the screens stack and nothing scrolls sideways', async () => {
     await page.setViewportSize({ width: 390, height: 844 });
-    for (const screen of ['ユーザー', 'グループ']) {
+    for (const screen of ['メンバー', 'メニュー権限', 'ユーザー', 'グループ']) {
       await page.locator('#nav').getByRole('button', { name: screen }).click();
       await page.waitForTimeout(300);
       const wide = await page.evaluate(() => document.documentElement.scrollWidth);
       assert.ok(wide <= 390, `${screen}: ${wide} px wide`);
+      if (screen === 'ユーザー') await page.screenshot({ path: path.join(shots, 'narrow-users.png') });
     }
     await page.screenshot({ path: path.join(shots, 'narrow-groups.png'), fullPage: true });
     await page.setViewportSize({ width: 1280, height: 800 });
