@@ -253,6 +253,26 @@ try {
     await page.unroute('**/api/field-rules');
   });
 
+  await step('a user and a membership saved unchanged keep every column', async () => {
+    const row = (table, where) => {
+      const cols = db(`select name from pragma_table_info('${table}') where name not like 'UPD\\_%' escape '\\'`).split('\n');
+      return db(`select ${cols.join("||'|'||")} from ${table} where ${where}`);
+    };
+    const user = row('T_USER', "USER_ID='watanabe'");
+    await page.goto(`${server.url}/#/users?u=watanabe`);
+    await value('f-name', '渡辺 直美');
+    await page.getByRole('button', { name: '保存', exact: true }).click();
+    await shows(page.locator('#message'), 'ユーザー「watanabe」を保存しました');
+    assert.equal(row('T_USER', "USER_ID='watanabe'"), user);
+
+    const member = row('T_SECMEMBER', "SEC_CD='0003' and USER_ID='watanabe'");
+    await page.goto(`${server.url}/#/members?g=0003`);
+    await page.getByRole('button', { name: '渡辺 直美 の所属を変更' }).click();
+    await page.locator('#member-dialog').getByRole('button', { name: '保存' }).click();
+    await shows(page.locator('#message'), '保存しました');
+    assert.equal(row('T_SECMEMBER', "SEC_CD='0003' and USER_ID='watanabe'"), member);
+  });
+
   await step('English mode shows no Japanese text of the pages', async () => {
     await page.getByRole('button', { name: 'Switch to English' }).click();
     // Data (names, kana rows) and the way back to Japanese are Japanese by right.
