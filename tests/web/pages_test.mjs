@@ -159,6 +159,21 @@ try {
     await shows(page.locator('#message'), 'グループ「総務部」を元の場所に戻しました');
     assert.equal(db("select SEC_CD from T_SECTION where JOI_SEC='0000' order by SEC_SEQ").split('\n').join(' '), '0001 0002 0003');
     assert.equal(db("select count(*) from T_SECTION where SEC_TREE like '0000/0002/%'"), '4');
+
+    // The keyboard's way (the move dialog) asks the same and undoes the same.
+    await treeRow('営業部').click();
+    await value('g-name', '営業部');
+    await page.getByRole('button', { name: '移動…' }).click();
+    await page.getByLabel('移動先を絞り込む').fill('開発');
+    await page.getByLabel('新しい親グループ').selectOption({ label: '開発部 (0003)' });
+    await page.getByLabel('新しい親グループ').press('Enter');
+    await shows(page.locator('#confirm-text'), 'グループ 3 件(このグループを含む)と、現在のメンバー 4 人');
+    await page.keyboard.press('Enter');
+    await shows(page.locator('#message'), 'グループ「営業部」を移動しました');
+    assert.equal(db("select JOI_SEC from T_SECTION where SEC_CD='0001'"), '0003');
+    await page.locator('#message').getByRole('button', { name: '元に戻す' }).press('Enter');
+    await shows(page.locator('#message'), 'グループ「営業部」を元の場所に戻しました');
+    assert.equal(db("select SEC_CD from T_SECTION where JOI_SEC='0000' order by SEC_SEQ").split('\n').join(' '), '0001 0002 0003');
   });
 
   await step('the member picker marks members and asks before changing a primary membership', async () => {
