@@ -6,6 +6,7 @@
 //
 //   node tests/web/pages_test.mjs path/to/orvane
 import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { ROOT, demoInstallation, launchBrowser, sql, startServer } from './harness.mjs';
@@ -353,6 +354,21 @@ try {
     assert.equal((await fetch(`${server.url}/favicon.svg`)).headers.get('content-type'), 'image/svg+xml');
     // /api/ endpoints a server may lack are optional to the pages.
     assert.deepEqual(missing.filter((u) => !new URL(u).pathname.startsWith('/api/')), []);
+  });
+
+  await step('hashed passwords: the user form shows an empty password that stays unchanged when saved', async () => {
+    execFileSync(binary, ['passwords', '--hash', '--config', install.config], { stdio: 'pipe' });
+    const hash = db("select PASSWORD from T_USER where USER_ID='yamada'");
+    assert.match(hash, /^\$argon2id\$/);
+    await page.goto(`${server.url}/#/users?u=ito`);
+    await page.goto(`${server.url}/#/users?u=yamada`);
+    await value('f-name', '山田 太郎');
+    assert.equal(await page.locator('#f-password').inputValue(), '');
+    assert.equal(await page.locator('#f-password').getAttribute('placeholder'), '空欄のまま保存すると変わりません');
+    await page.locator('#f-tel').fill('299');
+    await page.getByRole('button', { name: '保存', exact: true }).click();
+    await shows(page.locator('#message'), 'ユーザー「yamada」を保存しました');
+    assert.equal(db("select EXT_TEL||'|'||PASSWORD from T_USER where USER_ID='yamada'"), `299|${hash}`);
   });
 
   assert.deepEqual(pageErrors, []);
