@@ -191,6 +191,7 @@ try {
     await pick.getByLabel('山田 太郎 を選ぶ').check();
     await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
     await shows(page.locator('#confirm-text'), '山田 太郎 (主所属のメンバー) はすでにこのグループのメンバーです');
+    await shows(page.locator('#confirm-text'), '主所属は兼務になります。続けますか?');
     await page.screenshot({ path: path.join(shots, 'member-question.png') });
     await page.locator('#confirm').getByRole('button', { name: 'キャンセル' }).click();
     assert.equal(db("select SEC_KBN||ST_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '120150401');

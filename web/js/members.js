@@ -250,7 +250,8 @@ export class MembersScreen {
     const again = ids.filter((id) => this.marks.has(id));
     if (again.length) {
       const who = again.map((id) => `${this.names.get(id)} (${t(this.marks.get(id) === '1' ? 'members.markPrimary' : 'members.markConcurrent')})`);
-      if (!await confirmDialog(t('members.confirmAgain', who.join(language() === 'en' ? ', ' : '、')))) return;
+      const primary = again.some((id) => this.marks.get(id) === '1') ? t('members.againPrimary') : '';
+      if (!await confirmDialog(t('members.confirmAgain', who.join(language() === 'en' ? ', ' : '、'), primary))) return;
     }
     let added = 0;
     for (const id of ids) {
