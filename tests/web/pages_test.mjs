@@ -233,7 +233,7 @@ try {
     await page.goto(`${server.url}/#/groups?g=0002`);
     await page.reload();
     await value('g-name', '総務部');
-    assert.equal(await page.locator('#g-busho').getAttribute('readonly'), null);
+    await page.waitForFunction(() => !document.getElementById('g-busho').readOnly);
     await page.locator('#g-name').fill('総務,部');
     await shows(page.locator('#group-form .field-error'), 'カンマ(,)は使えません');
     await page.locator('#g-name').fill('総務部');

@@ -250,6 +250,7 @@ export class UsersScreen {
 
   // `report`: false while the address itself is being followed.
   blank(report = true) {
+    this.editing = (this.editing ?? 0) + 1;  // a user still being read is not shown over it
     this.user = null;
     if (report) this.placed('users', this.place());
     this.setRequest('204');
@@ -266,10 +267,13 @@ export class UsersScreen {
 
   async edit(id) {
     clearError();
+    const token = this.editing = (this.editing ?? 0) + 1;
     await guarded(async () => {
       const [property, groups, stamp] = await Promise.all([
         api.request('106', { User_cd: id }), api.request('108', { User_cd: id }), api.stamp({ user: id }),
       ]);
+      // Another user (or a blank form) was asked for meanwhile: that one wins.
+      if (token !== this.editing) return;
       const v = property.split(',');
       const u = Object.fromEntries(FIELDS.map((f, k) => [f, v[k] ?? '']));
       u.stamp = stamp;
