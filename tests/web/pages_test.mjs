@@ -71,6 +71,11 @@ try {
     await page.reload();
     await value('f-name', '山田 太郎');
     assert.equal(await page.locator('#login-form').isVisible(), false);
+    // The bare address with a live session opens the groups screen.
+    await page.goto(`${server.url}/`);
+    await value('g-name', '本社');
+    assert.equal(await hash(), '#/groups?g=0000');
+    await page.goBack();
     assert.equal(await page.locator('#u-list [role="tab"][aria-selected="true"]').textContent(), 'ヤ 1');
   });
 

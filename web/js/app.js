@@ -17,7 +17,7 @@ let current = 'login';
 let loggedIn = false;
 let waiting = [];  // resolvers of requests waiting for a login after a lost session
 let justLoggedIn = false;
-let routed = '';   // the address last shown
+let routed = null;  // the address last shown (null: none yet)
 
 function show(name) {
   for (const s of document.querySelectorAll('.screen')) s.hidden = s.id !== `screen-${name}`;
@@ -38,18 +38,27 @@ export async function openScreen(name, arg, fromAddress = false) {
   if (current === name && screen?.place) place(name, screen.place(), fromAddress);
 }
 
-// A screen's new place: a history entry (or the current one replaced).
+// A screen's new place: a history entry, or the current one replaced
+// while an address is being followed (it only fills in what the address
+// left out, like the first group of a bare address).
 export function place(name, params, replace = false) {
   if (!loggedIn || current !== name) return;
-  router.report(name, params, replace);
+  router.report(name, params, replace || following > 0);
   routed = location.hash;
 }
 
-function route() {
+let following = 0;
+
+async function route() {
   if (!loggedIn || location.hash === routed) return;
   routed = location.hash;
   const r = router.parse() ?? { screen: 'groups', params: {} };
-  openScreen(r.screen, { route: r.params }, true);
+  following++;
+  try {
+    await openScreen(r.screen, { route: r.params }, true);
+  } finally {
+    following--;
+  }
 }
 
 function showLogin(note) {
