@@ -311,9 +311,10 @@ export class GroupsScreen {
       if (done === undefined) await guarded(() => this.refresh(code));
       return;
     }
+    // Said once the tree shows it.
+    await guarded(() => this.refresh(code));
     showMessage(t(undo ? 'groups.moved' : 'groups.moveUndone', name),
       undo ? { label: t('groups.undo'), run: () => this.undoMove(was), ms: 30000 } : undefined);
-    await guarded(() => this.refresh(code));
   }
 
   // Back to the parent and the place a group had before a move.
