@@ -76,6 +76,7 @@ try {
     await value('g-name', '本社');
     assert.equal(await hash(), '#/groups?g=0000');
     await page.goBack();
+    await value('f-name', '山田 太郎');
     assert.equal(await page.locator('#u-list [role="tab"][aria-selected="true"]').textContent(), 'ヤ 1');
   });
 

@@ -108,6 +108,7 @@ export class MembersScreen {
 
   async load() {
     if (!this.group) return;
+    const token = this.loading = (this.loading ?? 0) + 1;
     await this.attempt(async () => {
       if (!this.posts) this.posts = new Map(api.rows(await api.request('109'), 2));
       // Taken before asking: any change after it is someone else's.
@@ -115,6 +116,7 @@ export class MembersScreen {
       const answer = await api.request('104', {
         Group_cd: this.group.code, S_Col: this.col, S_Type: this.type, S_OPT: $('m-current').checked ? '1' : '',
       });
+      if (token !== this.loading) return;  // a newer list was asked for: it is shown
       this.loadedAt = at;
       this.rows = api.rows(answer, 7);
       this.render();
