@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the browser tests against the orvane binary given: installs the
+# Runs a browser test (flow_test.mjs unless a second argument names
+# another) against the orvane binary given: installs the
 # pinned npm dependencies when they are missing (npm ci), and skips (exit
 # 77) on a machine without node or chromium.
 set -euo pipefail
@@ -16,4 +17,4 @@ fi
 if [ ! -d node_modules/playwright-core ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then
   npm ci --no-audit --no-fund --silent
 fi
-exec node flow_test.mjs "$binary"
+exec node "${2:-flow_test.mjs}" "$binary"

@@ -13,10 +13,13 @@ export class ServerError extends Error {
 
 let sessionLost = async () => { throw new ServerError('ERROR:SESSIONCHECK'); };
 let busyListener = () => {};
+let answerListener = () => {};
 let inFlight = 0;
 
 // `handler` returns a promise that settles once the user logged in again.
 export function onSessionLost(handler) { sessionLost = handler; }
+// Called with the headers of every answer that kept the session alive.
+export function onAnswer(listener) { answerListener = listener; }
 // Called with true while any request is under way.
 export function onBusy(listener) { busyListener = listener; }
 
@@ -35,6 +38,7 @@ async function send(url, init) {
       throw new ServerError('ERROR:NETWORK');
     }
     const text = await res.text();
+    if (res.status === 200 && !text.startsWith('ERROR:SESSIONCHECK')) answerListener(res.headers);
     return { status: res.status, text };
   } finally {
     busy(-1);
@@ -68,6 +72,13 @@ export async function request(code, fields = {}) {
   }
 }
 
+// Whether the browser holds a live administrator session, asked without
+// calling for a login (a page opened from its address, or F5).
+export async function hasSession() {
+  const r = await send('/orvane?ReqNo=109', { method: 'GET' });
+  return r.status === 200 && !r.text.startsWith('ERROR:');
+}
+
 export async function login(user, password) {
   const r = await send('/login', { method: 'POST', body: form({ User_cd: user, User_PS: password }) });
   return r.text === 'OK';
@@ -88,6 +99,18 @@ export async function drawnTree() {
     if (r.text.startsWith('ERROR:')) throw new ServerError(r.text);
     if (r.status !== 200) throw new ServerError(`ERROR:HTTP${r.status}`);
     return r.text;
+  }
+}
+
+// A row's update stamp (GET /api/stamp?group=CODE or ?user=ID), or '' on a
+// server without the endpoint.
+export async function stamp(which) {
+  const r = await send(`/api/stamp?${new URLSearchParams(which)}`, { method: 'GET' }).catch(() => null);
+  if (!r || r.status !== 200) return '';
+  try {
+    return String(JSON.parse(r.text).stamp ?? '');
+  } catch (e) {
+    return '';
   }
 }
 

@@ -1,7 +1,12 @@
-// The start of the pages: language, login and logout, the screens.
+// The start of the pages: language, login and logout, the screens and
+// their addresses.
 import * as api from './api.js';
 import { setLanguage, language, t, translate } from './texts.js';
-import { $, clearError } from './ui.js';
+import { $, clearError, retranslateError } from './ui.js';
+import * as router from './router.js';
+import { watchFields, loadFieldRules } from './fieldcheck.js';
+import { enableSearch, watchSearch } from './search.js';
+import { activity, startSessionTimer, stopSessionTimer, retranslateSessionTimer } from './session_timer.js';
 import { GroupsScreen } from './groups.js';
 import { MembersScreen } from './members.js';
 import { UsersScreen } from './users.js';
@@ -10,8 +15,9 @@ import { MenusScreen } from './menus.js';
 const screens = {};
 let current = 'login';
 let loggedIn = false;
-let pendingLogin = null;  // {resolve} while a lost session waits for a login
+let waiting = [];  // resolvers of requests waiting for a login after a lost session
 let justLoggedIn = false;
+let routed = null;  // the address last shown (null: none yet)
 
 function show(name) {
   for (const s of document.querySelectorAll('.screen')) s.hidden = s.id !== `screen-${name}`;
@@ -22,10 +28,37 @@ function show(name) {
   current = name;
 }
 
-export function openScreen(name, arg) {
+// Opens a screen; `arg` comes from the screen that sends there or from the
+// address. Afterwards the address says where the screen is.
+export async function openScreen(name, arg, fromAddress = false) {
   clearError();
   show(name);
-  screens[name]?.open(arg);
+  const screen = screens[name];
+  await screen?.open(arg);
+  if (current === name && screen?.place) place(name, screen.place(), fromAddress);
+}
+
+// A screen's new place: a history entry, or the current one replaced
+// while an address is being followed (it only fills in what the address
+// left out, like the first group of a bare address).
+export function place(name, params, replace = false) {
+  if (!loggedIn || current !== name) return;
+  router.report(name, params, replace || following > 0);
+  routed = location.hash;
+}
+
+let following = 0;
+
+async function route() {
+  if (!loggedIn || location.hash === routed) return;
+  routed = location.hash;
+  const r = router.parse() ?? { screen: 'groups', params: {} };
+  following++;
+  try {
+    await openScreen(r.screen, { route: r.params }, true);
+  } finally {
+    following--;
+  }
 }
 
 function showLogin(note) {
@@ -38,18 +71,36 @@ function showLogin(note) {
 }
 
 // The session is gone in the middle of work: the screen stays as it is
-// (hidden), the login comes up, and the request is sent again after it.
+// (hidden), the login comes up, and the requests are sent again after it.
 api.onSessionLost(() => {
-  const note = justLoggedIn ? t('login.notAdmin') : t('login.expired');
-  loggedIn = false;
-  showLogin(note);
-  return new Promise((resolve) => { pendingLogin = { resolve }; });
+  if (!waiting.length) {
+    stopSessionTimer();
+    const note = justLoggedIn ? t('login.notAdmin') : t('login.expired');
+    loggedIn = false;
+    showLogin(note);
+  }
+  return new Promise((resolve) => { waiting.push(resolve); });
 });
 
 api.onBusy((busy) => {
   $('busy').textContent = busy ? t('busy') : '';
   document.body.classList.toggle('is-busy', busy);
 });
+
+function enter(user) {
+  loggedIn = true;
+  try { sessionStorage.setItem('orvane.who', user); } catch (e) { /* shown until F5 only */ }
+  $('who').textContent = user ? t('who', user) : '';
+  $('nav').hidden = false;
+  $('logout').hidden = false;
+  loadFieldRules();
+  startSessionTimer();
+  enableSearch();
+}
+
+function who() {
+  try { return sessionStorage.getItem('orvane.who') ?? ''; } catch (e) { return ''; }
+}
 
 async function submitLogin(ev) {
   ev.preventDefault();
@@ -60,19 +111,18 @@ async function submitLogin(ev) {
     $('login-password').select();
     return;
   }
-  loggedIn = true;
   justLoggedIn = true;
   setTimeout(() => { justLoggedIn = false; }, 3000);
-  $('who').textContent = t('who', user);
-  $('nav').hidden = false;
-  $('logout').hidden = false;
-  if (pendingLogin) {
-    const p = pendingLogin;
-    pendingLogin = null;
+  enter(user);
+  if (waiting.length) {
+    const w = waiting;
+    waiting = [];
     show(current === 'login' ? 'groups' : current);
-    p.resolve();
+    for (const resolve of w) resolve();
   } else {
-    openScreen('groups');
+    // Back to the address the page was opened with, if any.
+    routed = null;
+    route();
   }
 }
 
@@ -80,30 +130,49 @@ function switchLanguage() {
   setLanguage(language() === 'ja' ? 'en' : 'ja');
   translate();
   for (const s of Object.values(screens)) s.retranslate?.();
-  const who = $('who').textContent;
-  if (loggedIn && who) $('who').textContent = t('who', $('login-user').value.trim());
+  retranslateError();
+  retranslateSessionTimer();
+  $('search-results').replaceChildren();  // asked again in the new language
+  $('search-results').hidden = true;
+  if (loggedIn) $('who').textContent = who() ? t('who', who()) : '';
 }
 
-function start() {
+async function start() {
   setLanguage(language());
   translate();
-  screens.groups = new GroupsScreen({ openScreen });
-  screens.members = new MembersScreen({ openScreen });
-  screens.users = new UsersScreen({ openScreen });
-  screens.menus = new MenusScreen({ openScreen });
+  const ctx = { openScreen, place };
+  screens.groups = new GroupsScreen(ctx);
+  screens.members = new MembersScreen(ctx);
+  screens.users = new UsersScreen(ctx);
+  screens.menus = new MenusScreen(ctx);
+  watchFields();
+  watchSearch();
+  api.onAnswer(activity);
+  $('session-stay').addEventListener('click', () => api.request('109').catch(() => {}));
   $('login-form').addEventListener('submit', submitLogin);
   $('lang').addEventListener('click', switchLanguage);
   $('logout').addEventListener('click', async () => {
     await api.logout().catch(() => {});
     loggedIn = false;
+    stopSessionTimer();
+    $('search-box').hidden = true;
     $('who').textContent = '';
+    try { sessionStorage.removeItem('orvane.who'); } catch (e) { /* nothing kept */ }
     showLogin(t('login.intro'));
   });
   $('error-close').addEventListener('click', clearError);
   for (const b of document.querySelectorAll('#nav button')) {
     b.addEventListener('click', () => openScreen(b.dataset.screen));
   }
+  window.addEventListener('popstate', route);
+  window.addEventListener('hashchange', route);
   showLogin(t('login.intro'));
+  // F5 or a link: with a live session the address opens at once; without
+  // one, the login comes first and then the address.
+  if (await api.hasSession().catch(() => false)) {
+    enter(who());
+    route();
+  }
 }
 
 start();

@@ -5,13 +5,20 @@
 import * as api from './api.js';
 import { TreeModel, TreeView } from './tree.js';
 import { t } from './texts.js';
-import { $, el, showMessage, showProblem, confirmDialog, guarded, clearError } from './ui.js';
+import { $, el, showMessage, showError, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
+import { formPasses, knows } from './fieldcheck.js';
+import { askMove, placeOf } from './group_move.js';
+
+// Japanese names in the order of their reading (kana of both kinds
+// together), as a person expects them.
+export const byReading = new Intl.Collator('ja', { sensitivity: 'base', numeric: true });
 
 export class GroupsScreen {
-  constructor({ openScreen }) {
+  constructor({ openScreen, place }) {
     this.openScreen = openScreen;
+    this.placed = place;
     this.view = new TreeView($('tree'), {
-      onSelect: (i) => this.selectGroup(i),
+      onSelect: (i) => { this.selecting = this.selectGroup(i); },
       onDrop: (moved, target, zone) => this.dropped(moved, target, zone),
     });
     this.loaded = false;
@@ -40,15 +47,25 @@ export class GroupsScreen {
     return i === undefined ? code : this.model.name[i];
   }
 
-  async open() {
-    if (!this.loaded) await guarded(() => this.loadTree());
+  // `arg.route.g`: the group the address names.
+  async open(arg) {
+    const wanted = arg?.route?.g;
+    if (!this.loaded) await guarded(() => this.loadTree(wanted));
+    if (wanted && wanted !== this.code) {
+      const i = this.model.index.get(wanted);
+      if (i !== undefined) this.view.reveal(i);
+    }
+    // The address names the group once it is shown.
+    await this.selecting;
   }
+
+  place() { return { g: this.code }; }
 
   retranslate() {
     if (this.loaded) $('tree-count').textContent = t('groups.count', this.model.size.toLocaleString());
   }
 
-  async loadTree() {
+  async loadTree(initial) {
     $('tree-count').textContent = t('groups.loadingTree');
     const started = performance.now();
     let model = TreeModel.fromDrawn(await api.drawnTree());
@@ -56,7 +73,10 @@ export class GroupsScreen {
     this.view.setModel(model);
     this.loaded = true;
     this.retranslate();
-    if (this.view.selected < 0 && model.roots.length) this.view.reveal(model.roots[0]);
+    if (this.view.selected < 0 && model.roots.length) {
+      const i = initial === undefined ? undefined : model.index.get(initial);
+      this.view.reveal(i ?? model.roots[0]);
+    }
     document.body.dataset.treeMs = String(Math.round(performance.now() - started));
   }
 
@@ -70,12 +90,14 @@ export class GroupsScreen {
   async selectGroup(i) {
     const code = this.model.code[i];
     const token = ++this.token;
-    this.code = code;
+    const before = this.code;
     clearError();
-    await guarded(async () => {
+    // The form keeps the group it shows until the new one has come: a save
+    // never mixes one group's code with another's values.
+    const done = await guarded(async () => {
       const [property, children] = await Promise.all([
         api.request('105', { Group_cd: code }),
-        api.request('103', { Group_cd: code, S_Col: this.childOrder, S_Type: '' }),
+        api.request('103', { Group_cd: code, S_Col: '', S_Type: '' }),
       ]);
       if (token !== this.token) return;
       const p = property.split(',');
@@ -83,16 +105,26 @@ export class GroupsScreen {
         code: p[0], name: p[1], disp: p[2], busho: p[3], seq: p[4], list: p[5] ?? '', ymd: p[6] ?? '', hms: p[7] ?? '',
       };
       this.children = api.rows(children, 3);
+      this.code = code;
+      this.placed('groups', this.place());
       this.fillProperty();
       this.fillChildren();
-      const lists = await api.request('107', { M_List: this.property.list }).catch(() => '');
-      if (token !== this.token) return;
+      const [lists, bushoSet] = await Promise.all([
+        api.request('107', { M_List: this.property.list }).catch(() => ''), knows('202', 'BUSHO_CD')]);
+      if (token !== this.token) return 'OK';
       this.fillLists(lists ? lists.split(',') : []);
+      $('g-busho').readOnly = !bushoSet;
+      return 'OK';
     });
+    if (done === undefined && token === this.token) {
+      const b = this.model.index.get(before);
+      if (b !== undefined) this.view.select(b, false);
+    }
   }
 
   fillProperty() {
     const p = this.property;
+    clearFieldErrors($('group-form'));
     $('group-none').hidden = true;
     $('group-fields').hidden = false;
     $('children-card').hidden = false;
@@ -127,17 +159,18 @@ export class GroupsScreen {
       ul.replaceChildren(el('li', { class: 'help' }, t('groups.noChildren')));
       return;
     }
-    ul.replaceChildren(...this.children.map(([code, , name]) => el('li', {},
+    // The wire's name order is broken: by name means by reading, here.
+    const shown = this.childOrder === 'name'
+      ? [...this.children].sort((a, b) => byReading.compare(a[2], b[2]) || byReading.compare(a[0], b[0]))
+      : this.children;
+    ul.replaceChildren(...shown.map(([code, , name]) => el('li', {},
       el('button', { type: 'button', class: 'link', onclick: () => this.revealCode(code) }, name),
       ' ', el('span', { class: 'code' }, code))));
   }
 
-  async sortChildren(order) {
+  sortChildren(order) {
     this.childOrder = order;
-    await guarded(async () => {
-      this.children = api.rows(await api.request('103', { Group_cd: this.code, S_Col: order, S_Type: '' }), 3);
-      this.fillChildren();
-    });
+    this.fillChildren();
   }
 
   revealCode(code) {
@@ -148,18 +181,50 @@ export class GroupsScreen {
     }
   }
 
+  // Sends back every field it loaded: the department code too where the
+  // server stores it on request (BUSHO_Set), and the row's stamp as loaded
+  // (Upd_Stamp) so that someone else's change in between is refused.
   async save() {
-    const name = $('g-name').value.trim();
-    if (!name) return showProblem(t('groups.nameRequired'));
-    const done = await guarded(() => api.request('202', {
-      Group_cd: this.code, Group_nm: name, Disp_NM: $('g-disp').value.trim(), M_LIST: $('g-list').value,
-    }));
+    if (!formPasses($('group-form'))) return;
+    const name = $('g-name').value;
+    if (!name.trim()) return showProblem(t('groups.nameRequired'));
+    const fields = {
+      Group_cd: this.code, Group_nm: name, Disp_NM: $('g-disp').value, M_LIST: $('g-list').value,
+      Upd_Stamp: this.property.ymd + this.property.hms,
+    };
+    if (!$('g-busho').readOnly) Object.assign(fields, { BUSHO_CD: $('g-busho').value, BUSHO_Set: '1' });
+    const done = await this.attemptSave(() => api.request('202', fields));
     if (done === undefined) return;
     showMessage(t('groups.renamed'));
     await guarded(() => this.refresh(this.code));
   }
 
+  // A refused stamp offers to read the group again, keeping what was typed.
+  async attemptSave(fn) {
+    try {
+      return await fn();
+    } catch (err) {
+      const stale = err.answer && err.answer.startsWith('ERROR:TIMESTAMP');
+      if (stale) showError(err, [{ label: t('reloadKeep'), run: () => this.reloadKeeping() }], 'changedRow');
+      else showError(err);
+      return undefined;
+    }
+  }
+
+  async reloadKeeping() {
+    const typed = Object.fromEntries(['g-name', 'g-disp', 'g-list', 'g-busho'].map((id) => [id, $(id).value]));
+    const i = this.model.index.get(this.code);
+    if (i === undefined) return;
+    await this.selectGroup(i);
+    for (const [id, v] of Object.entries(typed)) {
+      if (id === 'g-list' && ![...$(id).options].some((o) => o.value === v)) continue;
+      $(id).value = v;
+    }
+  }
+
+
   async add() {
+    if (!formPasses($('add-form'))) return;
     const name = $('a-name').value.trim();
     if (!name) return showProblem(t('groups.nameRequired'));
     const parent = this.code;
@@ -213,11 +278,17 @@ export class GroupsScreen {
 
   // Moves group `moved` under `parent`, before sibling `before` (-1: at
   // the end): 212 for a new parent, 210 for the place among siblings.
-  async moveTo(moved, parent, before) {
+  // `undo`: false for the move that undoes another.
+  async moveTo(moved, parent, before, undo = true) {
     const m = this.model;
     const name = m.name[moved];
     if (m.parent[moved] < 0 || parent < 0) return showProblem(t('groups.rootMove'));
     if (m.within(parent, moved)) return showProblem(t('groups.intoItself'));
+    const was = placeOf(m, moved);
+    if (m.parent[moved] !== parent && undo) {
+      const go = await guarded(() => askMove(m, moved, parent));
+      if (!go) return;
+    }
     const parentCode = m.code[parent];
     const done = await guarded(async () => {
       if (m.parent[moved] === parent) {
@@ -240,8 +311,20 @@ export class GroupsScreen {
       if (done === undefined) await guarded(() => this.refresh(code));
       return;
     }
-    showMessage(t('groups.moved', name));
+    // Said once the tree shows it.
     await guarded(() => this.refresh(code));
+    showMessage(t(undo ? 'groups.moved' : 'groups.moveUndone', name),
+      undo ? { label: t('groups.undo'), run: () => this.undoMove(was), ms: 30000 } : undefined);
+  }
+
+  // Back to the parent and the place a group had before a move.
+  async undoMove(was) {
+    const m = this.model;
+    const i = m.index.get(was.code);
+    const parent = m.index.get(was.parent);
+    if (i === undefined || parent === undefined) return;
+    const before = was.before ? m.index.get(was.before) ?? -1 : -1;
+    await this.moveTo(i, parent, before, false);
   }
 
   openMoveDialog() {

@@ -3,13 +3,14 @@
 // dragging or with Up/Down (211). Every change sends the moment the list
 // was loaded; "ERROR:TIMESTAMP" offers to reload.
 import * as api from './api.js';
-import { t } from './texts.js';
+import { t, language } from './texts.js';
 import { $, el, showMessage, showError, showProblem, confirmDialog, clearError } from './ui.js';
 import { UserList } from './users.js';
 
 export class MembersScreen {
-  constructor({ openScreen }) {
+  constructor({ openScreen, place }) {
     this.openScreen = openScreen;
+    this.placed = place;
     this.group = null;  // {code, name}
     this.col = '';
     this.type = '';
@@ -64,7 +65,15 @@ export class MembersScreen {
     return e.clientY - r.top > r.height / 2;
   }
 
+  // `group`: {code, name} from the groups screen, or {route: {g}} from the
+  // address (the name is asked for).
   async open(group) {
+    if (group?.route?.g && group.route.g !== this.group?.code) {
+      const code = group.route.g;
+      const property = await this.attempt(() => api.request('105', { Group_cd: code }));
+      if (property === undefined) return;
+      group = { code, name: property.split(',')[1] || code };
+    }
     if (group && group.code) this.group = group;
     $('members-none').hidden = !!this.group;
     for (const id of ['m-table', 'm-add', 'm-reload']) $(id).hidden = !this.group;
@@ -72,9 +81,16 @@ export class MembersScreen {
     if (this.group) await this.load();
   }
 
+  place() { return { g: this.group?.code }; }
+
   retranslate() {
     $('members-heading').textContent = this.group ? t('members.of', this.group.name) : t('members.heading');
     if (this.group) this.render();
+    if (this.picker) {
+      $('pick-heading').textContent = t('members.addHeading', this.group.name);
+      $('pick-progress').textContent = '';
+      this.picker.retranslate();
+    }
   }
 
   get reorderable() { return this.col === ''; }
@@ -92,6 +108,7 @@ export class MembersScreen {
 
   async load() {
     if (!this.group) return;
+    const token = this.loading = (this.loading ?? 0) + 1;
     await this.attempt(async () => {
       if (!this.posts) this.posts = new Map(api.rows(await api.request('109'), 2));
       // Taken before asking: any change after it is someone else's.
@@ -99,6 +116,7 @@ export class MembersScreen {
       const answer = await api.request('104', {
         Group_cd: this.group.code, S_Col: this.col, S_Type: this.type, S_OPT: $('m-current').checked ? '1' : '',
       });
+      if (token !== this.loading) return;  // a newer list was asked for: it is shown
       this.loadedAt = at;
       this.rows = api.rows(answer, 7);
       this.render();
@@ -213,10 +231,15 @@ export class MembersScreen {
     await this.reloadAfterChange();
   }
 
-  openPicker() {
+  // The picker marks who already belongs (over any period) and how.
+  async openPicker() {
+    const all = await this.attempt(() => api.request('104', { Group_cd: this.group.code, S_Col: '', S_Type: '', S_OPT: '' }));
+    if (all === undefined) return;
+    this.marks = new Map(api.rows(all, 7).map((r) => [r[1], r[2] === '1' ? '1' : '0']));
+    this.names = new Map(api.rows(all, 7).map((r) => [r[1], r[0] || r[1]]));
     $('pick-heading').textContent = t('members.addHeading', this.group.name);
     $('pick-progress').textContent = '';
-    this.picker = new UserList($('pick-list'), { picker: true });
+    this.picker = new UserList($('pick-list'), { picker: true, marks: this.marks });
     clearError();
     $('pick-dialog').showModal();
     this.picker.open();
@@ -224,6 +247,14 @@ export class MembersScreen {
 
   async addChosen() {
     const ids = [...this.picker.chosen];
+    // Adding a member again replaces the membership with a concurrent one
+    // from today: say so and ask first.
+    const again = ids.filter((id) => this.marks.has(id));
+    if (again.length) {
+      const who = again.map((id) => `${this.names.get(id)} (${t(this.marks.get(id) === '1' ? 'members.markPrimary' : 'members.markConcurrent')})`);
+      const primary = again.some((id) => this.marks.get(id) === '1') ? t('members.againPrimary') : '';
+      if (!await confirmDialog(t('members.confirmAgain', who.join(language() === 'en' ? ', ' : '、'), primary))) return;
+    }
     let added = 0;
     for (const id of ids) {
       $('pick-progress').textContent = t('members.adding', added + 1, ids.length);

@@ -5,7 +5,8 @@ import { t } from './texts.js';
 import { $, el, showMessage, guarded, clearError } from './ui.js';
 
 export class MenusScreen {
-  constructor() {
+  constructor({ place }) {
+    this.placed = place;
     this.user = '';
     this.entries = [];  // {code, name, granted}
     $('menu-load').addEventListener('submit', (e) => { e.preventDefault(); this.load($('menu-user').value.trim()); });
@@ -14,12 +15,16 @@ export class MenusScreen {
     $('menu-clear').addEventListener('click', () => this.setAll(false));
   }
 
+  // `arg.user` from the users screen, `arg.route.u` from the address.
   async open(arg) {
-    if (arg && arg.user) {
-      $('menu-user').value = arg.user;
-      await this.load(arg.user);
+    const user = arg?.user ?? arg?.route?.u;
+    if (user && user !== this.user) {
+      $('menu-user').value = user;
+      await this.load(user);
     }
   }
+
+  place() { return { u: this.user }; }
 
   retranslate() { if (this.user) $('menu-legend').textContent = t('menus.of', this.user); }
 
@@ -39,6 +44,7 @@ export class MenusScreen {
       this.user = user;
       this.entries = codes.map((code, k) => ({ code, name: names[k] ?? code, granted: granted[k] === code }));
       this.render(answer.slice(0, first) === user);
+      this.placed('menus', this.place());
     });
   }
 

@@ -21,6 +21,8 @@ export const TEXTS = {
     'ok': 'OK',
     'details': '詳細',
     'reload': '再読み込み',
+    'reloadKeep': '読み込み直す(入力はそのまま)',
+    'changedRow': 'この画面を開いた後に、他の管理者がこのデータを変更しました。読み込み直してから、もう一度保存してください。',
     'login.heading': 'ログイン',
     'login.intro': '管理者のユーザーIDとパスワードを入力してください。',
     'login.user': 'ユーザーID',
@@ -73,6 +75,10 @@ export const TEXTS = {
     'groups.moveBefore': '「{0}」の前',
     'groups.moveSubmit': '移動',
     'groups.moveShown': '{0} 件中 {1} 件を表示。絞り込んでください。',
+    'groups.confirmMove': 'グループ「{0}」を「{1}」の下へ移動します。一緒に動くのは、グループ {2} 件(このグループを含む)と、現在のメンバー {3} 人です。よろしいですか?',
+    'groups.confirmMoveMany': 'グループ「{0}」を「{1}」の下へ移動します。一緒に動くのは、グループ {2} 件(このグループを含む)とそのメンバー全員です。よろしいですか?',
+    'groups.undo': '元に戻す',
+    'groups.moveUndone': 'グループ「{0}」を元の場所に戻しました。',
     'members.heading': 'メンバー',
     'members.of': 'グループ「{0}」のメンバー',
     'members.noGroup': 'グループ画面でグループを選んでから「メンバーを表示」を押してください。',
@@ -110,6 +116,10 @@ export const TEXTS = {
     'members.seqOrder': '並び順に戻す',
     'members.timestamp': '他の管理者がメンバーを変更しました。一覧を再読み込みしてから、もう一度操作してください。',
     'members.badDate': '日付を正しく入力してください。',
+    'members.markPrimary': '主所属のメンバー',
+    'members.markConcurrent': '兼務のメンバー',
+    'members.confirmAgain': '{0} はすでにこのグループのメンバーです。追加し直すと、今日からの兼務(役職なし、終了日なし)に置き換わります。{1}続けますか?',
+    'members.againPrimary': '主所属は兼務になります。',
     'users.heading': 'ユーザー',
     'users.rows': '読みの行',
     'users.all': 'すべて',
@@ -136,6 +146,7 @@ export const TEXTS = {
     'users.fKanaHelp': '全角カタカナ。一覧の行分けに使います。',
     'users.fPassword': 'パスワード',
     'users.fMail': 'メールアドレス / エイリアス',
+    'users.passwordKept': '空欄のまま保存すると変わりません',
     'users.fAlias': 'メール欄をエイリアスとして使う',
     'users.fMailUse': 'メールを使う',
     'users.fMailName': 'メールの表示名',
@@ -167,6 +178,20 @@ export const TEXTS = {
     'error.unknown': 'サーバーが処理できませんでした({0})。',
     'error.network': 'サーバーに接続できませんでした。',
     'error.http': 'サーバーが HTTP {0} を返しました。',
+    'session.warning': 'まもなく(2分以内に)操作がないためセッションが切れます。続けるには「ログインを続ける」を押してください。',
+    'session.ended': 'セッションが切れました。次の操作の前にもう一度ログインします。入力中の内容は残ります。',
+    'session.stay': 'ログインを続ける',
+    'search.label': 'ユーザーとグループを検索',
+    'search.placeholder': '検索(名前・読み・ID・メール)',
+    'search.group': 'グループ',
+    'search.none': '見つかりませんでした。',
+    'field.required': '入力してください。',
+    'field.comma': 'カンマ(,)は使えません。',
+    'field.control': '制御文字は使えません。',
+    'field.long': '{0} 文字以内で入力してください。',
+    'field.phone': '数字、空白、+ - ( ) で32文字以内にしてください。',
+    'field.date': '日付を正しく入力してください。',
+    'field.named': '{0}: {1}',
   },
   en: {
     'app.title': 'orvane organisation',
@@ -187,6 +212,8 @@ export const TEXTS = {
     'ok': 'OK',
     'details': 'Details',
     'reload': 'Reload',
+    'reloadKeep': 'Read it again (keeping what you typed)',
+    'changedRow': 'Someone else changed this since you opened it. Read it again, then save once more.',
     'login.heading': 'Log in',
     'login.intro': 'Enter the user ID and password of an administrator.',
     'login.user': 'User ID',
@@ -239,6 +266,10 @@ export const TEXTS = {
     'groups.moveBefore': 'Before "{0}"',
     'groups.moveSubmit': 'Move',
     'groups.moveShown': 'Showing {1} of {0}. Type to filter.',
+    'groups.confirmMove': 'Move group "{0}" under "{1}"? With it move {2} groups (itself included) and {3} current members.',
+    'groups.confirmMoveMany': 'Move group "{0}" under "{1}"? With it move {2} groups (itself included) and all their members.',
+    'groups.undo': 'Undo',
+    'groups.moveUndone': 'Group "{0}" is back where it was.',
     'members.heading': 'Members',
     'members.of': 'Members of "{0}"',
     'members.noGroup': 'Choose a group on the Groups screen, then press "Show members".',
@@ -276,6 +307,10 @@ export const TEXTS = {
     'members.seqOrder': 'Back to the group\'s order',
     'members.timestamp': 'Another administrator changed memberships. Reload the list, then try again.',
     'members.badDate': 'Enter valid dates.',
+    'members.markPrimary': 'member, primary',
+    'members.markConcurrent': 'member, concurrent',
+    'members.confirmAgain': '{0} already belong to this group. Adding again replaces the membership with a concurrent one from today (no post, no end). {1}Go on?',
+    'members.againPrimary': 'A primary membership becomes concurrent. ',
     'users.heading': 'Users',
     'users.rows': 'Kana rows',
     'users.all': 'All',
@@ -302,6 +337,7 @@ export const TEXTS = {
     'users.fKanaHelp': 'Full-width katakana; it decides the kana row.',
     'users.fPassword': 'Password',
     'users.fMail': 'Mail address / alias',
+    'users.passwordKept': 'Left empty, it stays as it is',
     'users.fAlias': 'The mail field is an alias',
     'users.fMailUse': 'Uses mail',
     'users.fMailName': 'Mail display name',
@@ -333,6 +369,20 @@ export const TEXTS = {
     'error.unknown': 'The server could not do this ({0}).',
     'error.network': 'The server could not be reached.',
     'error.http': 'The server answered HTTP {0}.',
+    'session.warning': 'Your session ends for inactivity within two minutes. Press "Stay logged in" to keep it.',
+    'session.ended': 'Your session has ended. You will log in again before the next step; what you typed is kept.',
+    'session.stay': 'Stay logged in',
+    'search.label': 'Search users and groups',
+    'search.placeholder': 'Search (name, reading, ID, mail)',
+    'search.group': 'Group',
+    'search.none': 'Nothing found.',
+    'field.required': 'Required.',
+    'field.comma': 'A comma (,) cannot be stored.',
+    'field.control': 'Control characters cannot be stored.',
+    'field.long': 'At most {0} characters.',
+    'field.phone': 'At most 32 of digits, blanks, + - ( ).',
+    'field.date': 'Enter a valid date.',
+    'field.named': '{0}: {1}',
   },
 };
 
@@ -404,8 +454,10 @@ export function translate(root = document) {
 // message the server wrote (shown as it is), and the rest as details.
 export function explainError(answer) {
   const body = answer.slice('ERROR:'.length);
-  const m = /^[A-Z_]+/.exec(body);
-  const code = m ? m[0] : '';
+  // The longest known code the answer starts with: a trail may follow
+  // without a blank ("ADDMAILUSERExecute Error(2)").
+  let code = Object.keys(ERRORS).filter((c) => body.startsWith(c)).sort((a, b) => b.length - a.length)[0];
+  if (!code) code = (/^[A-Z_]+/.exec(body) ?? [''])[0];
   const trail = body.slice(code.length).trim();
   const lines = trail.split(/\r?\n|<BR>/i).map((l) => l.trim()).filter(Boolean);
   // Messages for people are the lines written in Japanese; routine names
@@ -413,6 +465,13 @@ export function explainError(answer) {
   const human = lines.filter((l) => /[\u3000-\u9fff\uff00-\uffef]/.test(l) && !/^\[/.test(l) && !/SQL :/.test(l));
   const known = ERRORS[code];
   let message = known ? known[lang === 'en' ? 1 : 0] : '';
-  if (!message && !human.length) message = t('error.unknown', code || answer.slice(0, 40));
-  return { code, message, human, details: answer };
+  if (!message && !human.length) message = t('error.unknown', code || answer);
+  // "ERROR:INVALIDVALUE" names the field: "<field>: <reason>".
+  let field = '';
+  let reason = '';
+  if (code === 'INVALIDVALUE' && lines.length) {
+    const m = /^([A-Za-z0-9_]+): (.*)$/.exec(lines[0]);
+    if (m) [, field, reason] = m;
+  }
+  return { code, message, human, details: answer, field, reason };
 }

@@ -22,15 +22,50 @@ export function el(tag, attrs = {}, ...children) {
 
 let messageTimer = 0;
 
-export function showMessage(text) {
+// `action`: {label, run, ms}, a button beside the text (undo) for `ms`.
+export function showMessage(text, action) {
   const m = $('message');
-  m.textContent = text;
+  m.replaceChildren(text);
+  if (action) {
+    m.append(' ', el('button', { type: 'button', onclick: () => { m.hidden = true; action.run(); } }, action.label));
+  }
   m.hidden = false;
   clearTimeout(messageTimer);
-  messageTimer = setTimeout(() => { m.hidden = true; }, 6000);
+  messageTimer = setTimeout(() => { m.hidden = true; }, action?.ms ?? 6000);
 }
 
 export function clearError() { $('error').hidden = true; }
+
+// Inputs carry data-field="<wire field>": an answer naming a field puts its
+// reason beside that input (in the open dialog first, else the visible
+// screen).
+export function markField(field, reason) {
+  const sel = `[data-field="${CSS.escape(field)}"]`;
+  const scopes = [document.activeElement?.closest('form'), document.querySelector('dialog[open]'),
+    document.querySelector('.screen:not([hidden])')];
+  const input = scopes.map((s) => s?.querySelector(sel)).find(Boolean);
+  if (!input) return false;
+  setFieldError(input, reason);
+  input.focus();
+  return true;
+}
+
+// Shows `reason` under `input` ('' clears it).
+export function setFieldError(input, reason) {
+  const label = input.closest('label') ?? input.parentElement;
+  let note = label.querySelector(':scope > .field-error');
+  if (!reason) {
+    note?.remove();
+    input.removeAttribute('aria-invalid');
+    return;
+  }
+  if (!note) {
+    note = el('small', { class: 'field-error', role: 'alert' });
+    label.append(note);
+  }
+  note.textContent = reason;
+  input.setAttribute('aria-invalid', 'true');
+}
 
 // The error box stands in the open dialog, if any (a modal dialog makes
 // the rest of the page inert), else under the header.
@@ -47,7 +82,11 @@ function placeErrorBox() {
 }
 
 // Shows a failure; `actions` are extra buttons ({label, run}).
-export function showError(err, actions = []) {
+let lastError = null;  // what the error box shows, to show it again in the other language
+
+// `messageKey`: a text that says more than the code's own meaning here.
+export function showError(err, actions = [], messageKey = '') {
+  lastError = { err, actions, messageKey };
   const box = placeErrorBox();
   const human = $('error-human');
   human.replaceChildren();
@@ -60,8 +99,9 @@ export function showError(err, actions = []) {
       $('error-text').textContent = t('error.http', answer.slice(10));
     } else {
       const e = explainError(answer);
-      $('error-text').textContent = e.message;
+      $('error-text').replaceChildren((messageKey && t(messageKey)) || e.message || t('error.heading'), ' ', el('span', { class: 'code' }, `(${e.code || answer})`));
       for (const line of e.human) human.append(el('li', {}, line));
+      if (e.field) markField(e.field, e.reason);
     }
     $('error-details').textContent = answer;
   } else {
@@ -75,7 +115,17 @@ export function showError(err, actions = []) {
   box.scrollIntoView({ block: 'nearest' });
 }
 
+// After a language switch: a shown error in the new language, a hidden
+// one emptied.
+export function retranslateError() {
+  if (!$('error').hidden && lastError) return showError(lastError.err, lastError.actions, lastError.messageKey);
+  if ($('error').hidden) {
+    for (const id of ['error-text', 'error-human', 'error-actions', 'error-details']) $(id).replaceChildren();
+  }
+}
+
 export function showProblem(text) {
+  lastError = null;
   placeErrorBox();
   $('error-text').textContent = text;
   $('error-human').replaceChildren();
@@ -91,7 +141,10 @@ export function confirmDialog(text) {
   d.returnValue = '';
   d.showModal();
   return new Promise((resolve) => {
-    d.addEventListener('close', () => resolve(d.returnValue === 'ok'), { once: true });
+    d.addEventListener('close', () => {
+      $('confirm-text').textContent = '';
+      resolve(d.returnValue === 'ok');
+    }, { once: true });
   });
 }
 
@@ -104,4 +157,8 @@ export async function guarded(fn, actions) {
     showError(err, actions);
     return undefined;
   }
+}
+
+export function clearFieldErrors(root) {
+  for (const input of root.querySelectorAll('[aria-invalid="true"]')) setFieldError(input, '');
 }

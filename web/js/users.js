@@ -3,7 +3,8 @@
 // 206 delete). The list is also the member picker of the members screen.
 import * as api from './api.js';
 import { t } from './texts.js';
-import { $, el, showMessage, showProblem, confirmDialog, guarded, clearError } from './ui.js';
+import { $, el, showMessage, showError, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
+import { formPasses } from './fieldcheck.js';
 
 const PAGE = 50;
 const LAST_POSITION = 32767;  // the list's start position is a 16-bit number
@@ -21,9 +22,14 @@ let listCount = 0;
 
 export class UserList {
   // `picker`: rows get a checkbox; otherwise `onOpen(id)` on a row.
-  constructor(container, { picker = false, onOpen = () => {} } = {}) {
+  // `onMove()` after the row or page changed.
+  // `marks`: user id -> '1' (primary) or '0' (concurrent) for those who
+  // already belong to the group the picker adds to.
+  constructor(container, { picker = false, onOpen = () => {}, onMove = () => {}, marks = new Map() } = {}) {
     this.picker = picker;
+    this.marks = marks;
     this.onOpen = onOpen;
+    this.onMove = onMove;
     this.row = '';
     this.col = 'name';
     this.type = '';
@@ -123,6 +129,11 @@ export class UserList {
     cells[0].replaceChildren(this.picker ? name
       : el('button', { type: 'button', class: 'link', onclick: () => this.onOpen(id) }, name || id));
     if (kbn === '1') cells[0].append(' ', el('span', { class: 'tag' }, t('users.deleted')));
+    const mark = this.marks.get(id);
+    if (mark !== undefined) {
+      cells[0].append(' ', el('span', { class: `tag member ${mark === '1' ? 'primary' : ''}` },
+        t(mark === '1' ? 'members.markPrimary' : 'members.markConcurrent')));
+    }
     if (this.picker) {
       const box = el('input', { type: 'checkbox', 'aria-label': t('users.selectLabel', name || id), value: id });
       box.checked = this.chosen.has(id);
@@ -135,8 +146,17 @@ export class UserList {
   async open() {
     await guarded(async () => {
       await this.loadCounts();
+      const last = Math.max(1, Math.ceil(Math.min(this.total, LAST_POSITION + PAGE - 1) / PAGE));
+      this.page = Math.min(Math.max(1, this.page), last);
       await this.load();
     });
+  }
+
+  // A row and page from the address.
+  setPlace(row, page) {
+    this.row = KANA[Number(row)] !== undefined ? String(Number(row)) : '';
+    this.page = Math.max(1, Number(page) || 1);
+    this.renderTabs();
   }
 
   async reload() {
@@ -152,6 +172,7 @@ export class UserList {
     this.row = row;
     this.page = 1;
     this.renderTabs();
+    this.onMove();
     await guarded(() => this.load());
   }
 
@@ -166,6 +187,7 @@ export class UserList {
   async go(page) {
     const last = Math.max(1, Math.ceil(Math.min(this.total, LAST_POSITION + PAGE - 1) / PAGE));
     this.page = Math.min(Math.max(1, page), last);
+    this.onMove();
     await guarded(() => this.load());
   }
 
@@ -184,28 +206,41 @@ export class UserList {
 const FIELDS = ['id', 'name', 'kana', 'password', 'mail', 'alias', 'tel', 'post', 'disp', 'mailuse', 'kbn', 'mailname'];
 
 export class UsersScreen {
-  constructor({ openScreen }) {
+  constructor({ openScreen, place }) {
     this.openScreen = openScreen;
-    this.list = new UserList($('u-list'), { onOpen: (id) => this.edit(id) });
+    this.placed = place;
+    this.list = new UserList($('u-list'), {
+      onOpen: (id) => this.edit(id), onMove: () => this.placed('users', this.place()),
+    });
     this.user = null;  // the stored values of the user in the form
     this.opened = false;
     $('user-form').addEventListener('submit', (e) => { e.preventDefault(); this.save(); });
-    $('f-new').addEventListener('click', () => this.blank());
+    $('f-new').addEventListener('click', () => { clearError(); this.blank(); });
     $('f-delete').addEventListener('click', () => this.remove());
     $('f-menus').addEventListener('click', () => this.openScreen('menus', { user: this.user.id }));
   }
 
-  async open() {
+  // `arg.route`: {row, page, u} from the address.
+  async open(arg) {
+    const r = arg?.route;
     if (!this.opened) {
       this.opened = true;
-      this.blank();
+      this.blank(false);
     }
+    if (r) this.list.setPlace(r.row, r.page);
     await this.list.open();
+    if (r && r.u && r.u !== this.user?.id) await this.edit(r.u);
+    else if (r && !r.u && this.user) this.blank(false);
+  }
+
+  place() {
+    return { row: this.list.row, page: this.list.page > 1 ? this.list.page : '', u: this.user?.id };
   }
 
   retranslate() {
     this.list.retranslate();
     this.heading();
+    if ($('f-password').placeholder) $('f-password').placeholder = t('users.passwordKept');
   }
 
   heading() {
@@ -213,9 +248,14 @@ export class UsersScreen {
     $('f-save').textContent = this.user ? t('users.save') : t('users.create');
   }
 
-  blank() {
+  // `report`: false while the address itself is being followed.
+  blank(report = true) {
+    this.editing = (this.editing ?? 0) + 1;  // a user still being read is not shown over it
     this.user = null;
+    if (report) this.placed('users', this.place());
+    this.setRequest('204');
     for (const id of ['f-id', 'f-password', 'f-name', 'f-kana', 'f-mail', 'f-mailname', 'f-tel', 'f-post', 'f-disp']) $(id).value = '';
+    $('f-password').placeholder = '';
     $('f-alias').checked = false;
     $('f-mailuse').checked = false;
     $('f-id').readOnly = false;
@@ -227,16 +267,25 @@ export class UsersScreen {
 
   async edit(id) {
     clearError();
+    const token = this.editing = (this.editing ?? 0) + 1;
     await guarded(async () => {
-      const [property, groups] = await Promise.all([
-        api.request('106', { User_cd: id }), api.request('108', { User_cd: id }),
+      const [property, groups, stamp] = await Promise.all([
+        api.request('106', { User_cd: id }), api.request('108', { User_cd: id }), api.stamp({ user: id }),
       ]);
+      // Another user (or a blank form) was asked for meanwhile: that one wins.
+      if (token !== this.editing) return;
       const v = property.split(',');
       const u = Object.fromEntries(FIELDS.map((f, k) => [f, v[k] ?? '']));
+      u.stamp = stamp;
       this.user = u;
+      this.placed('users', this.place());
+      this.setRequest('205');
       $('f-id').value = u.id;
       $('f-id').readOnly = true;
+      // Hashed passwords are never sent back: an empty field then means
+      // "unchanged", and 205 keeps the stored one.
       $('f-password').value = u.password;
+      $('f-password').placeholder = u.password === '' ? t('users.passwordKept') : '';
       $('f-name').value = u.name;
       $('f-kana').value = u.kana;
       $('f-mail').value = u.mail;
@@ -265,7 +314,14 @@ export class UsersScreen {
     };
   }
 
+  // The form's fields are checked by the rules of the request it sends.
+  setRequest(code) {
+    for (const input of $('user-form').querySelectorAll('[data-req]')) input.dataset.req = code;
+    clearFieldErrors($('user-form'));
+  }
+
   async save() {
+    if (!formPasses($('user-form'))) return;
     const f = this.fields();
     if (!f.User_cd) return showProblem(t('users.idRequired'));
     const creating = !this.user;
@@ -276,11 +332,32 @@ export class UsersScreen {
     const old = creating
       ? { OldMail_UFL: f.Mail_UFL, OldAlias: '', OldAlias_FL: '0' }
       : { OldMail_UFL: this.user.mailuse, OldAlias: this.user.mail, OldAlias_FL: this.user.alias };
-    const done = await guarded(() => api.request(creating ? '204' : '205', { ...f, ...old }));
+    // The row's stamp as loaded, where the server tells it: someone else's
+    // change in between is refused instead of overwritten.
+    const stamp = !creating && this.user.stamp ? { Upd_Stamp: this.user.stamp } : {};
+    let done;
+    try {
+      done = await api.request(creating ? '204' : '205', { ...f, ...old, ...stamp });
+    } catch (err) {
+      if (err.answer?.startsWith('ERROR:TIMESTAMP')) {
+        showError(err, [{ label: t('reloadKeep'), run: () => this.reloadKeeping() }], 'changedRow');
+      } else {
+        showError(err);
+      }
+    }
     if (done === undefined) return;  // the form keeps what was typed
     showMessage(t(creating ? 'users.created' : 'users.saved', f.User_cd));
     await this.list.reload();
     await this.edit(f.User_cd);
+  }
+
+  async reloadKeeping() {
+    const ids = ['f-password', 'f-name', 'f-kana', 'f-mail', 'f-mailname', 'f-tel', 'f-post', 'f-disp'];
+    const typed = Object.fromEntries(ids.map((id) => [id, $(id).value]));
+    const boxes = { 'f-alias': $('f-alias').checked, 'f-mailuse': $('f-mailuse').checked };
+    await this.edit(this.user.id);
+    for (const [id, v] of Object.entries(typed)) $(id).value = v;
+    for (const [id, v] of Object.entries(boxes)) $(id).checked = v;
   }
 
   async remove() {
