@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 
 #include "base/search_fold.h"
 #include "data/db.h"
 
 namespace orvane {
 
-// Each row's values as answered and folded as compared, in key order.
+// Each row's values as answered and folded as compared, in key order, and
+// the folded values of all rows as one text (each ended by a NUL), so that
+// a search is one scan of it rather than a comparison per value.
 struct SearchIndex::Snapshot {
   template <size_t N>
   struct Row {
@@ -16,8 +19,13 @@ struct SearchIndex::Snapshot {
   };
   template <size_t N>
   using Rows = std::vector<Row<N>>;
+  struct Folded {
+    std::string text;
+    std::vector<size_t> starts;  // where value k (row k / N) starts; then text.size()
+  };
   Rows<4> users;   // id, name, reading, mail
   Rows<3> groups;  // code, name, display name
+  Folded users_text, groups_text;
 };
 
 namespace {
@@ -43,6 +51,19 @@ void SortByKey(SearchIndex::Snapshot::Rows<N>& rows) {
   std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.values[0] < b.values[0]; });
 }
 
+template <size_t N>
+void Join(SearchIndex::Snapshot::Rows<N>& rows, SearchIndex::Snapshot::Folded& out) {
+  for (auto& row : rows) {
+    for (std::string& f : row.folded) {
+      out.starts.push_back(out.text.size());
+      out.text += f;
+      out.text += '\0';
+      std::string().swap(f);  // held once, in the text
+    }
+  }
+  out.starts.push_back(out.text.size());
+}
+
 Status LoadSnapshot(const ConfigFile& config, SearchIndex::Snapshot& snap) {
   constexpr char kRoutine[] = "SearchIndex";
   std::string dsn;
@@ -59,31 +80,35 @@ Status LoadSnapshot(const ConfigFile& config, SearchIndex::Snapshot& snap) {
   if (!s.ok()) return std::move(s).Prefixed(kRoutine);
   SortByKey(snap.users);
   SortByKey(snap.groups);
+  Join(snap.users, snap.users_text);
+  Join(snap.groups, snap.groups_text);
   return Status::Ok();
 }
 
-// 0 a field equals the query, 1 one starts with it, 2 one holds it, 3 none.
+// The indexes of the best `limit` rows (a value equal to `q` first, then
+// one starting with it, then one holding it), in key order within each.
 template <size_t N>
-int Rank(const std::array<std::string, N>& folded, const std::string& q) {
-  int best = 3;
-  for (const std::string& f : folded) {
-    if (f == q) return 0;
-    if (f.starts_with(q))
-      best = std::min(best, 1);
-    else if (best > 2 && f.find(q) != std::string::npos)
-      best = 2;
-  }
-  return best;
-}
-
-// The indexes of the best `limit` rows, by rank, then in key order.
-template <size_t N>
-std::vector<size_t> Best(const SearchIndex::Snapshot::Rows<N>& rows, const std::string& q, size_t limit) {
+std::vector<size_t> Best(const SearchIndex::Snapshot::Folded& folded, const std::string& q, size_t limit) {
   std::array<std::vector<size_t>, 3> by_rank;
-  for (size_t i = 0; i < rows.size(); ++i) {
-    int rank = Rank(rows[i].folded, q);
-    if (rank < 3 && by_rank[rank].size() < limit) by_rank[rank].push_back(i);
+  size_t row = SIZE_MAX;
+  int best = 3;
+  auto keep = [&] {
+    if (row != SIZE_MAX && best < 3 && by_rank[best].size() < limit) by_rank[best].push_back(row);
+  };
+  const std::string& text = folded.text;
+  const std::vector<size_t>& starts = folded.starts;
+  for (size_t pos = text.find(q); pos != std::string::npos; pos = text.find(q, pos + 1)) {
+    // No value holds a NUL and neither does q: a match lies inside one value.
+    const size_t k = static_cast<size_t>(std::upper_bound(starts.begin(), starts.end(), pos) - starts.begin()) - 1;
+    if (k / N != row) {
+      keep();
+      row = k / N;
+      best = 3;
+    }
+    const size_t start = starts[k], length = starts[k + 1] - start - 1;
+    best = std::min(best, pos != start ? 2 : q.size() == length ? 0 : 1);
   }
+  keep();
   std::vector<size_t> out;
   for (const auto& bucket : by_rank)
     for (size_t i : bucket)
@@ -128,14 +153,14 @@ void SearchIndex::Invalidate() {
 Status SearchIndex::Search(const ConfigFile& config, std::string_view query, size_t limit, SearchResult& out) {
   out = {};
   const std::string q = text::SearchFold(query);
-  if (q.empty()) return Status::Ok();
+  if (q.empty() || q.find('\0') != std::string::npos) return Status::Ok();
   std::shared_ptr<const Snapshot> snap;
   if (Status s = Current(config, snap); !s.ok()) return s;
-  for (size_t i : Best(snap->users, q, limit)) {
+  for (size_t i : Best<4>(snap->users_text, q, limit)) {
     const auto& v = snap->users[i].values;
     out.users.push_back({v[0], v[1], v[2], v[3]});
   }
-  for (size_t i : Best(snap->groups, q, limit)) {
+  for (size_t i : Best<3>(snap->groups_text, q, limit)) {
     const auto& v = snap->groups[i].values;
     out.groups.push_back({v[0], v[1], v[2]});
   }
