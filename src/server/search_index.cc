@@ -97,7 +97,7 @@ std::vector<size_t> Best(const SearchIndex::Snapshot::Folded& folded, const std:
   };
   const std::string& text = folded.text;
   const std::vector<size_t>& starts = folded.starts;
-  for (size_t pos = text.find(q); pos != std::string::npos; pos = text.find(q, pos + 1)) {
+  for (size_t pos = text.find(q); pos != std::string::npos;) {
     // No value holds a NUL and neither does q: a match lies inside one value.
     const size_t k = static_cast<size_t>(std::upper_bound(starts.begin(), starts.end(), pos) - starts.begin()) - 1;
     if (k / N != row) {
@@ -107,6 +107,8 @@ std::vector<size_t> Best(const SearchIndex::Snapshot::Folded& folded, const std:
     }
     const size_t start = starts[k], length = starts[k + 1] - start - 1;
     best = std::min(best, pos != start ? 2 : q.size() == length ? 0 : 1);
+    // A later match in the same value ranks no better: on to the next value.
+    pos = text.find(q, starts[k + 1]);
   }
   keep();
   std::vector<size_t> out;
