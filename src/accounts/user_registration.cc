@@ -11,6 +11,7 @@
 #include "accounts/user_storage.h"
 #include "base/text.h"
 #include "data/password_mode.h"
+#include "dispatch/optional_fields.h"
 #include "dispatch/required_keys.h"
 #include "dispatch/write_frame.h"
 
@@ -38,6 +39,17 @@ std::string StorageCode(std::string_view flag) {
 // ML_FOLDER as the tools' command-line prefix, ending in "\".
 std::string ToolFolder(const std::string& ml_folder) {
   return ml_folder.ends_with('\\') ? ml_folder : ml_folder + "\\";
+}
+
+// The user's stored update stamp, joined; empty when there is no such user.
+Status StoredUserStamp(const RequestContext& ctx, data::Connection& conn, const std::string& user_cd,
+                       std::string& stamp) {
+  data::Sql sql;
+  sql << "select UPD_YMD ,UPD_HMS from " << data::Table(ctx.USR_MST) << " where USER_ID = " << data::Quoted(user_cd);
+  return data::SelectRows(conn, sql, {"UPD_YMD", "UPD_HMS"}, [&stamp](const std::vector<std::string>& v) {
+    stamp = JoinedStamp(v[0], v[1]);
+    return false;
+  });
 }
 
 }  // namespace
@@ -107,11 +119,19 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
 
   // A delete holds the user table, so a membership add (207), which holds
   // it to read that its user exists, sees either the user or its absence.
-  if (!frame.Open() || !(remove ? frame.Begin(ctx.USR_MST) : frame.Begin())) return;
+  // So does a change that compares the loaded stamp: no other save comes
+  // between the comparison and the write.
+  const bool compare_stamp = change && HasUpdStamp(ctx);
+  if (!frame.Open() || !(remove || compare_stamp ? frame.Begin(ctx.USR_MST) : frame.Begin())) return;
   data::Connection& conn = frame.conn();
+  if (compare_stamp) {
+    std::string stored;
+    if (Status s = StoredUserStamp(ctx, conn, user_cd, stored); frame.Failed(s))
+      return frame.Fail(StorageCode(flag), s);
+    if (stored != ctx.Field(kUpdStamp)) return frame.Fail(kStampChanged);
+  }
   std::vector<std::string> sections;
-  if (Status s = Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s))
-    return frame.Fail("ERROR:GETMAILINGLIST");
+  if (Status s = Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s)) return frame.Fail("ERROR:GETMAILINGLIST");
 
   // How passwords are kept is read in the transaction that stores one.
   data::PasswordMode passwords = data::PasswordMode::kPlain;

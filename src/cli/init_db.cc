@@ -4,6 +4,7 @@
 #include "cli/commands.h"
 #include "data/db.h"
 #include "data/demo_data.h"
+#include "data/demo_org.h"
 #include "data/dialect.h"
 #include "data/password_storage.h"
 #include "data/schema.h"
@@ -15,6 +16,7 @@ namespace {
 struct InitDbOptions {
   std::string config = "./ORVANE.ini";
   bool demo = false;
+  bool large_demo = false;
   bool plain_passwords = false;
   std::string print_ddl;
 };
@@ -45,6 +47,7 @@ int InitDb(const InitDbOptions& o) {
   data::ModeChoice mode;
   if (status.ok()) status = data::ChoosePasswordMode(conn, o.plain_passwords, mode);
   if (status.ok() && o.demo) status = data::InsertDemoData(conn, SystemClock::Instance());
+  if (status.ok() && o.demo && o.large_demo) status = data::InsertLargeDemoData(conn, SystemClock::Instance());
   std::vector<data::ConversionCount> converted;
   // The demo users' passwords follow the mode like any other.
   if (status.ok() && o.demo && mode.mode == data::PasswordMode::kArgon2id)
@@ -102,6 +105,9 @@ void AddInitDb(CLI::App& app, int& exit_code) {
   cmd->add_flag("--demo", options->demo,
                 "Also add a small demo organisation (top section 0000, users admin/admin and yamada/yamada) "
                 "when the top section is missing");
+  cmd->add_flag("--large-demo", options->large_demo,
+                "With --demo, also add 300 groups and 3,000 users with Japanese names behind the small demo "
+                "(they cannot log in), to show the tree and the search at size");
   cmd->add_flag("--plain-passwords", options->plain_passwords,
                 "Keep passwords in clear (password mode plain) on a new database, for pages that need request "
                 "106 to answer the stored password; the default is argon2id hashes");

@@ -46,6 +46,7 @@ std::string CodeListing() {
       if (!r.changes_data) continue;
       fields += " [" + std::string(KindName(f.kind));
       if (f.stored) fields += f.required ? ", checked, required" : ", checked";
+      if (!f.when.empty()) fields += " when " + std::string(f.when) + " is 1";
       fields += "]";
     }
     if (!fields.empty()) out += " (" + fields + ")";

@@ -141,20 +141,21 @@ std::string CheckValue(const FieldRule& rule, std::string_view value, std::strin
 }
 
 bool CheckFields(RequestContext& ctx, std::span<const FieldRule> rules) {
+  auto checked = [&ctx](const FieldRule& r) { return r.stored && (r.when.empty() || ctx.Field(r.when) == "1"); };
   std::string start;  // the value of the row's period start
   for (const FieldRule& r : rules)
     if (r.stored && r.kind == FieldKind::kDate) start = ctx.Field(r.field);
   // Values the request refused with an answer of its own before come first,
   // so that it still answers so whatever else it carries.
   for (const FieldRule& r : rules) {
-    if (!r.stored || r.own_answer.empty() || CheckValue(r, ctx.Field(r.field)).empty()) continue;
+    if (!checked(r) || r.own_answer.empty() || CheckValue(r, ctx.Field(r.field)).empty()) continue;
     ctx.Write(r.own_answer);
     return false;
   }
   // Then every stored value in order; the period's order is a new rule, so
   // it is refused as one.
   for (const FieldRule& r : rules) {
-    if (!r.stored) continue;
+    if (!checked(r)) continue;
     std::string reason = CheckValue(r, ctx.Field(r.field), start);
     if (reason.empty()) continue;
     std::string answer = "ERROR:INVALIDVALUE";
@@ -178,6 +179,7 @@ nlohmann::json FieldRulesJson(std::span<const RequestRules> requests) {
       nlohmann::json j = {
           {"field", f.field}, {"kind", KindName(f.kind)}, {"checked", f.stored}, {"required", f.required}};
       if (!f.own_answer.empty()) j["own_answer"] = f.own_answer;
+      if (!f.when.empty()) j["when"] = f.when;
       fields.push_back(std::move(j));
     }
     list.push_back({{"code", req.code}, {"operation", req.operation}, {"fields", std::move(fields)}});

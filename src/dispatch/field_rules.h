@@ -47,6 +47,9 @@ struct FieldRule {
   // Non-empty: the request's own answer when this value fails its kind
   // (an impossible date in 208 answers "ERROR:RECUPDATE" as it always has).
   std::string_view own_answer;
+  // Non-empty: an optional field's switch; the value is checked only when
+  // the request sends that field as "1" (202's BUSHO_CD with BUSHO_Set).
+  std::string_view when;
 };
 
 // "code", "id", "name", ... as the table and `--help` show them.

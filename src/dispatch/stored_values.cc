@@ -83,7 +83,7 @@ Status CheckTable(data::Connection& conn, const TableCheck& check, const std::st
       if (c.kind == FieldKind::kDate) start = value_of(c.column);
     for (const Checked& c : check.columns) {
       const std::string value = value_of(c.column);
-      FieldRule rule{c.column, c.kind, true, false, {}};
+      FieldRule rule{c.column, c.kind, true, false, {}, {}};
       std::string reason = CheckValue(rule, value, start);
       if (!reason.empty()) findings.push_back({table, ShowValueSafely(key), c.column, ShowValueSafely(value), reason});
     }

@@ -5,6 +5,7 @@
 #include "accounts/mail_list_members.h"
 #include "base/clock.h"
 #include "base/text.h"
+#include "dispatch/optional_fields.h"
 #include "dispatch/write_frame.h"
 #include "org/group_paths.h"
 
@@ -206,6 +207,8 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (!frame.Start({{"JNJI_MODE", kNoConfig}, {"LOCAL_DB_DSN", kNoConfig}, {"ML_FOLDER", kNoConfig}}, keys)) return;
   const bool with_busho = keys[0] != "2";
   const bool add = mode == "3", change = mode == "2", remove = mode == "1";
+  // A change stores the department code only when the page asks for it.
+  const std::string busho = change && BushoSet(ctx) ? ctx.Field("BUSHO_CD") : busho_cd;
 
   GroupRecord r;
   r.UPD_YMD = frame.stamp().ymd;
@@ -214,7 +217,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   r.SEC_NM = sec_nm;
   r.DSP_NM = dsp_nm;
   r.IMAIL_LIST = imail_list;
-  if (with_busho) r.BUSHO_CD = busho_cd;
+  if (with_busho) r.BUSHO_CD = busho;
   if (change) r.SEC_CD = sec_cd;
   if (add) r.JOI_SEC = sec_cd;
   r.UPD_KBN = std::string(1, add ? '3' : '2');  // GCC 12 warns falsely on a literal assignment here
@@ -239,10 +242,12 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
                     Com_funAdmGrpTimeStamp1(ctx, conn, sec_cd, ymd, hms, name, r.JOI_SEC, stored_list)) ||
         !frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm)))
       return;
+    // Saved by another since the page loaded it: the later save is refused.
+    if (change && StampChanged(ctx, ymd, hms)) return frame.Fail(kStampChanged);
   }
   if (with_busho && (add || change)) {
     // The refusal's message is for the log; the pages show their own.
-    if (Status s = funCheckBUSHO_CD(ctx, conn, add ? std::string() : sec_cd, busho_cd); frame.Failed(s))
+    if (Status s = funCheckBUSHO_CD(ctx, conn, add ? std::string() : sec_cd, busho); frame.Failed(s))
       return frame.Fail("ERROR:ALREADYBUSHO");
   }
   if (add || change) {

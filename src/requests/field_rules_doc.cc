@@ -15,6 +15,7 @@ constexpr FieldKind kKinds[] = {FieldKind::kCode, FieldKind::kId,       FieldKin
 std::string Checking(const FieldRule& f) {
   if (!f.stored) return "not checked (names an existing row, or not stored)";
   std::string out = f.required ? "checked, required" : "checked";
+  if (!f.when.empty()) out += " when `" + std::string(f.when) + "` is 1";
   if (!f.own_answer.empty()) out += "; an impossible date answers `" + std::string(f.own_answer) + "`";
   return out;
 }
@@ -38,6 +39,10 @@ std::string FieldRulesMarkdown() {
       "Values that pass are stored exactly as given (no trimming, no case change). Keys\n"
       "that name existing rows are not checked: existing data that breaks these rules keeps\n"
       "working, and `orvane check-data` lists it. Lengths count characters (code points).\n"
+      "\n"
+      "202 and 205 also take optional fields that newer pages send (`BUSHO_Set`,\n"
+      "`Upd_Stamp`; see docs/api.md). Without them a request answers and stores exactly\n"
+      "as before; 202's `BUSHO_CD` is checked only when `BUSHO_Set` is 1.\n"
       "\n"
       "## Kinds\n"
       "\n"

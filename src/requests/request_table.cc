@@ -3,6 +3,7 @@
 #include "accounts/mail_list_combo.h"
 #include "accounts/user_registration.h"
 #include "base/text.h"
+#include "dispatch/optional_fields.h"
 #include "dispatch/server_information.h"
 #include "members/member_order.h"
 #include "members/member_queries.h"
@@ -132,6 +133,22 @@ std::vector<RequestRoute> MakeTable() {
   };
 }
 
+// Optional fields of newer pages, after the row's own: the operation reads
+// them itself (dispatch/optional_fields.h), so a request without them runs
+// exactly as before.
+struct OptionalField {
+  std::string_view code;
+  std::string_view field;
+  FieldUse use;
+  std::string_view when = {};  // checked only when this field is "1"
+};
+constexpr OptionalField kOptionalFields[] = {
+    {"202", kBushoSet, Names(K::kFlag)},
+    {"202", "BUSHO_CD", Stores(K::kCode), kBushoSet},
+    {"202", kUpdStamp, Names(K::kFreeText)},
+    {"205", kUpdStamp, Names(K::kFreeText)},
+};
+
 }  // namespace
 
 bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out, std::string& error) {
@@ -163,10 +180,13 @@ const std::vector<RequestRoute>& RequestTable() {
       for (std::string_view field : row.Fields()) {
         for (const ArgSource& a : row.call.args) {
           if (a.kind == ArgSource::Kind::kFixed || a.text != field) continue;
-          row.field_rules.push_back({a.text, a.use.kind, a.use.stored, a.use.required, a.use.own_answer});
+          row.field_rules.push_back({a.text, a.use.kind, a.use.stored, a.use.required, a.use.own_answer, {}});
           break;
         }
       }
+      for (const OptionalField& o : kOptionalFields)
+        if (o.code == row.code)
+          row.field_rules.push_back({o.field, o.use.kind, o.use.stored, o.use.required, o.use.own_answer, o.when});
     }
     return rows;
   }();

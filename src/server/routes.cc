@@ -8,6 +8,7 @@
 #include "org/group_paths.h"
 #include "requests/web_class.h"
 #include "server/access.h"
+#include "server/api_routes.h"
 #include "server/charset.h"
 #include "server/metrics.h"
 #include "server/origin_check.h"
@@ -128,6 +129,7 @@ void HandleOrvane(ServerState& state, const HttpRequest& req, HttpResponse& res)
     ctx.Write(kSessionRefused);
   } else if (decoded) {
     RunRequest(ctx);
+    if (route && route->changes_data) state.search.Invalidate();  // names may have changed
     // The answer stands either way; a value that could not be kept (the
     // members' loaded moment) is only missing from the next request.
     state.sessions->Keep(session_id, session).IgnoreError();
@@ -276,6 +278,7 @@ void RegisterRoutes(Router& server, ServerState& state) {
   });
 
   RegisterMetricsRoute(server, state);
+  RegisterApiRoutes(server, state);
 
   server.Get(
       "/healthz",

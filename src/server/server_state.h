@@ -17,6 +17,7 @@
 #include "server/charset.h"
 #include "server/login_throttle.h"
 #include "server/metrics.h"
+#include "server/search_index.h"
 #include "server/session_store.h"
 
 namespace orvane {
@@ -44,6 +45,8 @@ struct ServerState {
   // HTTPS (serve --tls-cert): the session cookie is never sent over plain HTTP.
   bool secure_cookie = false;
   Metrics metrics;
+  // What the search box finds, held folded; emptied by every change.
+  SearchIndex search;
 };
 
 }  // namespace orvane
