@@ -78,7 +78,10 @@ Status CheckTable(data::Connection& conn, const TableCheck& check, const std::st
       return std::string();
     };
     std::string key, start;
-    for (const char* k : check.key) key += (key.empty() ? "" : " ") + std::string(k) + "=" + value_of(k);
+    for (const char* k : check.key) {
+      if (!key.empty()) key += ' ';
+      key.append(k).append("=").append(value_of(k));
+    }
     for (const Checked& c : check.columns)
       if (c.kind == FieldKind::kDate) start = value_of(c.column);
     for (const Checked& c : check.columns) {
