@@ -110,8 +110,7 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   if (!frame.Open() || !(remove ? frame.Begin(ctx.USR_MST) : frame.Begin())) return;
   data::Connection& conn = frame.conn();
   std::vector<std::string> sections;
-  if (Status s = Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s))
-    return frame.Fail("ERROR:GETMAILINGLIST");
+  if (Status s = Get_g_cd(ctx, conn, user_cd, sections); frame.Failed(s)) return frame.Fail("ERROR:GETMAILINGLIST");
 
   // How passwords are kept is read in the transaction that stores one.
   data::PasswordMode passwords = data::PasswordMode::kPlain;
@@ -120,14 +119,12 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   }
   const bool hashed = passwords == data::PasswordMode::kArgon2id;
 
-  Refusal refusal = Refusal::kNone;
-  Status stored = remove   ? funDelUser(ctx, conn, user_cd, refusal)
-                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), refusal, passwords)
-                           : funInsUser(ctx, conn, u, frame.stamp(), refusal, passwords);
+  Status stored = remove   ? funDelUser(ctx, conn, user_cd)
+                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), passwords)
+                           : funInsUser(ctx, conn, u, frame.stamp(), passwords);
   if (frame.Failed(stored)) {
-    if (refusal == Refusal::kAnswered) return frame.Fail("");  // the missing key's code stands
-    if (refusal == Refusal::kDuplicate) return frame.Fail("ERROR:" + stored.trail());
-    return frame.Fail(StorageCode(flag), stored);
+    if (stored.refused()) return frame.Fail("ERROR:" + stored.trail());
+    return frame.Fail(StorageCode(flag), stored);  // an answered status keeps its code
   }
 
   if (mail_server && !ctx.WorkTables()) {
@@ -141,10 +138,7 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
       if (!frame.Step("ERROR:ADDMAILUSER", funAdmMailMember(ctx, mode, folder, u, output))) return;
     }
     Status alias = funAdmMailAlias1(ctx, conn, flag, folder, user_cd, mail_ad, mail_fl, old.MAIL, old.IMAIL_FLG);
-    if (frame.Failed(alias)) {
-      if (ctx.response().empty()) return frame.Fail("ERROR:ADDMAILALIAS", alias);
-      return frame.Fail("");  // ML_SERVER was missing; its code stands
-    }
+    if (frame.Failed(alias)) return frame.Fail("ERROR:ADDMAILALIAS", alias);  // a missing ML_SERVER's code stands
     if (remove) {
       std::string mailbox = mail_keys[0];
       mailbox.append(mailbox.ends_with('\\') ? "users\\" : "\\users\\").append(user_cd);
@@ -160,8 +154,8 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
     // The user is gone whatever the lists say; a list that keeps the
     // address is cleaned by hand, as the answer cannot tell.
     for (const std::string& sec_cd : sections) {
-      RequestContext side = ctx;
-      funDelMailList(side, conn, sec_cd, user_cd).IgnoreError();
+      DiscardedWrites discarded(ctx);
+      funDelMailList(ctx, conn, sec_cd, user_cd).IgnoreError();
     }
   }
   // The rows are committed: the logged-in user's session follows them.

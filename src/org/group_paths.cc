@@ -1,8 +1,10 @@
 #include "org/group_paths.h"
 
-#include <charconv>
+#include <climits>
+#include <optional>
 
 #include "base/text.h"
+#include "base/whole_number.h"
 #include "data/schema.h"
 #include "org/sec_tree.h"
 
@@ -30,13 +32,11 @@ std::string NamesFrom(std::string_view tree_nm, size_t level) {
 }
 
 Status NextNumber(std::string_view routine, const std::string& max_text, size_t width, std::string& next) {
-  long number = 0;
-  std::string digits = text::Trim(max_text);
-  if (!digits.empty()) {
-    const char* end = digits.data() + digits.size();
-    auto [ptr, ec] = std::from_chars(digits.data(), end, number);
-    if (ec != std::errc() || ptr != end)
-      return Status::Failure("MAX_IDX is not a whole number: " + max_text, Status::kDbFailed).Prefixed(routine);
+  long long number = 0;  // no group yet: the first is 1
+  if (!text::Trim(max_text).empty()) {
+    std::optional<long long> max = ParseWholeNumber(max_text, LONG_MIN, LONG_MAX - 1, {.blanks_around = true});
+    if (!max) return Status::Failure("MAX_IDX is not a whole number: " + max_text, Status::kDbFailed).Prefixed(routine);
+    number = *max;
   }
   next = text::Right(std::string(width, '0') + std::to_string(number + 1), width);
   return Status::Ok();
@@ -93,18 +93,6 @@ Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, c
   return NextNumber("Group_funNextSortidx", max, 3, seq);
 }
 
-std::string_view ReadFailure(data::ReadStep step) {
-  switch (step) {
-    case data::ReadStep::kFetch:
-      return "ERROR:DBFETCH";
-    case data::ReadStep::kClose:
-      return "ERROR:RSCLOSE";
-    case data::ReadStep::kSelect:
-      break;
-  }
-  return "ERROR:DBSELECT";
-}
-
 Status ReadTreeVersion(data::Connection& conn, long long& version) {
   constexpr char kRoutine[] = "ReadTreeVersion";
   data::Sql sql;
@@ -113,9 +101,9 @@ Status ReadTreeVersion(data::Connection& conn, long long& version) {
   if (Status s = data::SelectFirstValue(conn, sql, "VERSION", text); !s.ok()) return std::move(s).Prefixed(kRoutine);
   version = 0;
   if (text.empty()) return Status::Ok();
-  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), version);
-  if (ec != std::errc() || end != text.data() + text.size() || version < 0)
-    return Status::Failure("VERSION is not a whole number: " + text, Status::kDbFailed).Prefixed(kRoutine);
+  std::optional<long long> read = ParseWholeNumber(text, 0, LLONG_MAX, {.minus_sign = false});
+  if (!read) return Status::Failure("VERSION is not a whole number: " + text, Status::kDbFailed).Prefixed(kRoutine);
+  version = *read;
   return Status::Ok();
 }
 

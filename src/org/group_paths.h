@@ -65,10 +65,6 @@ Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn,
 Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& joi_sec,
                             std::string& seq, data::ReadStep* failed_step = nullptr);
 
-// The answer of a failed read step: "ERROR:DBSELECT", "ERROR:DBFETCH" or
-// "ERROR:RSCLOSE".
-std::string_view ReadFailure(data::ReadStep step);
-
 // The version of the live tree (the one row of ORVANE_TREE_VERSION, read by
 // its key); 0 when the row is missing.
 Status ReadTreeVersion(data::Connection& conn, long long& version);

@@ -134,15 +134,14 @@ std::vector<RequestRoute> MakeTable() {
 
 }  // namespace
 
-bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out, std::string& error) {
+Status ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out) {
   out = arg.kind == ArgSource::Kind::kFixed ? std::string(arg.text) : fields.Get(arg.text);
-  return true;
+  return Status::Ok();
 }
 
-bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out, std::string& error) {
-  if (text::ParseInt16(fields.Get(arg.text), out)) return true;
-  error = "ERROR:TYPEMISMATCH " + std::string(arg.text) + " is not a 16-bit integer";
-  return false;
+Status ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out) {
+  if (text::ParseInt16(fields.Get(arg.text), out)) return Status::Ok();
+  return Status::Failure("ERROR:TYPEMISMATCH " + std::string(arg.text) + " is not a 16-bit integer");
 }
 
 std::vector<std::string_view> RequestRoute::Fields() const {

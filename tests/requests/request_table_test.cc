@@ -18,9 +18,10 @@ ArgumentTexts BuildArguments(const RequestRoute& route, const NamedValues& field
   for (const ArgSource& arg : route.call.args) {
     std::string value;
     short number = 0;
-    bool ok = arg.kind == ArgSource::Kind::kInt16 ? ConvertArgument(arg, fields, number, out.error)
-                                                  : ConvertArgument(arg, fields, value, out.error);
-    if (!ok) return out;
+    Status converted = arg.kind == ArgSource::Kind::kInt16 ? ConvertArgument(arg, fields, number)
+                                                           : ConvertArgument(arg, fields, value);
+    out.error = converted.trail();
+    if (!converted.ok()) return out;
     out.args.push_back(arg.kind == ArgSource::Kind::kInt16 ? std::to_string(number) : value);
   }
   return out;
