@@ -48,7 +48,7 @@ AliasCommands PrepareCommands(bool local, std::string_view mode, std::string_vie
 Status Run(const RequestContext& ctx, bool local, const std::string& command, std::string_view expectedWord) {
   if (!local) return funExeProxyCommand(ctx, command, expectedWord);
   ToolRunner runner(ExeProxyTimeout(ctx.config()));
-  std::string reply = runner.Execute2(command, 1);
+  std::string reply = runner.Run(command);
   if (ReplyAccepted(reply, expectedWord) && runner.Result() == 0) return Status::Ok();
   return Status::Failure(reply);
 }

@@ -60,8 +60,6 @@ std::string AccountMode(std::string_view flag, std::string_view old_flag, std::s
   return std::string(mode);  // built from a view: GCC 12 warns falsely on a literal assignment
 }
 
-void RegistUser(RequestContext&) {}
-
 void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string& user_cd, const std::string& user_kj,
                  const std::string& user_kn, const std::string& user_ps, const std::string& mail_ad,
                  const std::string& mail_fl, const std::string& ext_tel, const std::string& post_nm,
@@ -101,7 +99,7 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   if (remove) {
     // What the mail server is to forget is the stored user's, not the page's.
     old = StoredUser{};
-    if (Status s = DeleteUserInfo1(ctx, frame.Dsn(), user_cd, old); frame.Failed(s))
+    if (Status s = ReadStoredUser(ctx, frame.Dsn(), user_cd, old); frame.Failed(s))
       return ctx.Write(StorageCode(flag) + s.trail());
   }
 

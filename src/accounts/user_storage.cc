@@ -348,8 +348,8 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
   return Status::Ok();
 }
 
-Status DeleteUserInfo1(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out) {
-  constexpr char kName[] = "DeleteUserInfo1";
+Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out) {
+  constexpr char kName[] = "DeleteUserInfo1";  // the name the trail has always carried
   static const data::Columns kColumns({"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD", "MAIL", "IMAIL_FLG", "EXT_TEL",
                                        "POST_NM", "DSP_NM", "MAIL_USE_FLG"});
   data::Connection conn;
@@ -363,7 +363,5 @@ Status DeleteUserInfo1(const RequestContext& ctx, const std::string& dsn, const 
   if (found) out = {row[0], row[4], row[9], row[5]};
   return data::Com_funDbClose(conn).From(kName);
 }
-
-void DeleteUserInfo(const std::string&) {}
 
 }  // namespace orvane::accounts

@@ -62,11 +62,8 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u
 Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID);
 
 // Reads the stored user on a short connection of its own to `dsn`. A
-// missing user leaves `out` empty. Failure: "DeleteUserInfo1" CR LF and the
-// data layer's trail.
-Status DeleteUserInfo1(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out);
-
-// Placeholder of the same family: takes its argument and does nothing.
-void DeleteUserInfo(const std::string& userID);
+// missing user leaves `out` empty. Failure: "DeleteUserInfo1" (the routine's
+// name in the system's trails) CR LF and the data layer's trail.
+Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out);
 
 }  // namespace orvane::accounts

@@ -35,7 +35,7 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
   if (moved_tree.empty() || parent_tree.empty() || into_itself) return frame.Fail("ERROR:ILLEGALTREE");
   std::vector<TreeRow> rows;
   if (!read(Group_funNextSortidx(ctx, conn, new_joi_sec, seq, &step)) ||
-      !read(Com043_funUpdAdmRecord(ctx, conn, moved_tree, rows, &step)))
+      !read(ReadSubtree(ctx, conn, moved_tree, rows, &step)))
     return;
 
   // Every new path first; nothing is written before all are known.

@@ -64,8 +64,11 @@ Status Com043_funJoiTreeNm(const RequestContext& ctx, data::Connection& conn, co
   return data::SelectFirstValue(conn, sql, "TREE_NM", tree_nm).Prefixed("Com043_funJoiTreeNm");
 }
 
-Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
-                              std::vector<TreeRow>& rows, data::ReadStep* failed_step) {
+// The name the subtree read carries in the system's trails.
+constexpr char kSubtreeRoutine[] = "Com043_funUpdAdmRecord";
+
+Status ReadSubtree(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
+                   std::vector<TreeRow>& rows, data::ReadStep* failed_step) {
   data::Sql sql;
   sql << "Select SEC_CD,SEC_TREE,SEC_NM,TREE_NM From " << Table(ctx.SEC_MST);
   if (ctx.WorkTables()) {
@@ -79,7 +82,7 @@ Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn,
     return true;
   };
   return data::SelectRows(conn, sql, {"SEC_CD", "SEC_TREE", "SEC_NM", "TREE_NM"}, add, failed_step)
-      .Prefixed("Com043_funUpdAdmRecord");
+      .Prefixed(kSubtreeRoutine);
 }
 
 Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& joi_sec,

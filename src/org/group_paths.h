@@ -57,8 +57,8 @@ struct TreeRow {
 };
 // The sections whose SEC_TREE begins with `prefix` (deleted ones left out
 // on the work tables). `failed_step` says which read step failed.
-Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
-                              std::vector<TreeRow>& rows, data::ReadStep* failed_step = nullptr);
+Status ReadSubtree(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
+                   std::vector<TreeRow>& rows, data::ReadStep* failed_step = nullptr);
 
 // The next SEC_SEQ under `joi_sec`: max + 1 over every child, deleted ones
 // included, three digits ("001" first; 1000 wraps to "000").

@@ -301,8 +301,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
         !frame.Step("ERROR:SQLEXEC", funGetUpperTree1(ctx, conn, sec_cd, own_tree, ignored).Prefixed("RegistGroup")))
       return;
     std::vector<TreeRow> rows;
-    if (!frame.Step("ERROR:SQLEXEC", Com043_funUpdAdmRecord(ctx, conn, own_tree + "/", rows).Prefixed("RegistGroup")))
-      return;
+    if (!frame.Step("ERROR:SQLEXEC", ReadSubtree(ctx, conn, own_tree + "/", rows).Prefixed("RegistGroup"))) return;
     const size_t level = Levels(own_tree);
     for (const TreeRow& row : rows) {
       data::Sql sql;
