@@ -35,7 +35,7 @@
 #include "data/demo_data.h"
 #include "data/physical_connection.h"
 #include "data/schema.h"
-#include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "server/database_session_store.h"
 #include "server/http_server.h"
 

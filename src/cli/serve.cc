@@ -8,7 +8,7 @@
 #include "cli/serve_limits.h"
 #include "data/db.h"
 #include "members/login.h"
-#include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "server/database_session_store.h"
 #include "server/http_server.h"
 #include "server/origin_check.h"

@@ -6,6 +6,7 @@
 #include "dispatch/read_step_code.h"
 #include "dispatch/write_frame.h"
 #include "org/group_paths.h"
+#include "org/tree_change.h"
 
 namespace orvane::org {
 namespace {

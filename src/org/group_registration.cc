@@ -7,6 +7,7 @@
 #include "base/text.h"
 #include "dispatch/write_frame.h"
 #include "org/group_paths.h"
+#include "org/tree_change.h"
 
 namespace orvane::org {
 namespace {

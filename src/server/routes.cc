@@ -5,7 +5,7 @@
 
 #include "base/text.h"
 #include "members/login.h"
-#include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "org/sec_tree.h"
 #include "requests/web_class.h"
 #include "server/access.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "server/http_server.h"
 
 namespace orvane::testing {
