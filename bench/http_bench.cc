@@ -25,7 +25,8 @@ struct Phase {
   double seconds = 0;
 };
 
-Phase Drive(const std::string& origin, const std::string& target, const std::string& expected, int threads, double seconds) {
+Phase Drive(const std::string& origin, const std::string& target, const std::string& expected, int threads,
+            double seconds) {
   std::atomic<long long> ok{0}, bad{0};
   auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
   std::vector<std::thread> workers;
@@ -63,14 +64,14 @@ int main(int argc, char** argv) {
   orvane::ServerState state(folder + "/ORVANE.ini",
                             std::make_unique<orvane::InMemorySessionStore>(std::chrono::minutes(20)),
                             orvane::SystemClock::Instance(), nullptr);
-  std::string error;
-  orvane::LoadApplicationValues(state.config, state.app, error);
-  state.access.anonymous_reads = true;  // 001 is a query: no login to keep alive
+  orvane::LoadApplicationValues(state.config, state.app).IgnoreError();  // no catalogue: no menus
+  state.access.anonymous_reads = true;                                   // 001 is a query: no login to keep alive
   auto rate = [](const Phase& p) { return p.requests / p.seconds; };
   std::printf("client threads: %d, %.1f s per phase, keep-alive, loopback\n", threads, seconds);
   long long failures = 0;
   auto run = [&](const char* scheme, orvane::HttpOptions options) {
     orvane::HttpServer server(state, options);
+    std::string error;
     int port = server.Bind(error);
     if (port < 0) {
       std::printf("%s: %s\n", scheme, error.c_str());
@@ -95,9 +96,10 @@ int main(int argc, char** argv) {
   orvane::HttpOptions tls{"127.0.0.1", 0, 4};
   tls.tls_cert = folder + "/cert.pem";
   tls.tls_key = folder + "/key.pem";
-  const std::string make_cert = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 1 "
-                                "-subj /CN=localhost -keyout " + tls.tls_key + " -out " + tls.tls_cert +
-                                " >/dev/null 2>&1";
+  const std::string make_cert =
+      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 1 "
+      "-subj /CN=localhost -keyout " +
+      tls.tls_key + " -out " + tls.tls_cert + " >/dev/null 2>&1";
   if (std::system(make_cert.c_str()) == 0) {
     run("https", tls);
   } else {

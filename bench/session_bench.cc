@@ -35,7 +35,7 @@
 #include "data/demo_data.h"
 #include "data/physical_connection.h"
 #include "data/schema.h"
-#include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "server/database_session_store.h"
 #include "server/http_server.h"
 
@@ -90,9 +90,9 @@ struct Instance {
     // for the right. Under the default rule every request needs the
     // administrator's session and reads the right.
     state.access.anonymous_reads = open_reads;
-    std::string error;
-    LoadApplicationValues(state.config, state.app, error);
+    LoadApplicationValues(state.config, state.app).IgnoreError();  // no catalogue: no menus
     Check(org::LoadSecHierarchical(state.config, state.app).ok(), "drawing the tree");
+    std::string error;
     port = server.Bind(error);
     thread = std::thread([this] { server.Run(); });
     while (!server.IsRunning()) std::this_thread::yield();

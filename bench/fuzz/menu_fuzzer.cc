@@ -47,7 +47,7 @@ constexpr char kFixedIni[] =
     "ML_ADDUSEFLG=0\nML_EXEPROXY_PORT=9\nML_SERVERIP=127.0.0.1\nML_SERVER=example.jp\nML_FOLDER=D:\\IMail\n"
     "JNJI_MODE=0\n";
 // Read by 001 in this order; the first missing one ends the answer.
-constexpr const char* kKeys[] = {"LOCAL_DB_DSN", "MAINFORM_BACK_COLOR", "ML_MODE",   "ML_USEFLG",
+constexpr const char* kKeys[] = {"LOCAL_DB_DSN", "MAINFORM_BACK_COLOR", "ML_MODE",          "ML_USEFLG",
                                  "ML_ISLOCAL",   "ML_ADDUSEFLG",        "ML_EXEPROXY_PORT", "ML_SERVERIP",
                                  "ML_SERVER",    "ML_FOLDER",           "JNJI_MODE"};
 
@@ -177,8 +177,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   orvane::ConfigFile config(f.dir + "/ORVANE.ini");
   orvane::ApplicationStore app;
-  std::string error;
-  bool loaded = orvane::LoadApplicationValues(config, app, error);
+  orvane::Status load = orvane::LoadApplicationValues(config, app);
+  const bool loaded = load.ok();
+  const std::string& error = load.trail();
   orvane::MenuCatalogue expected;
   int bad_line = ReadCatalogue(menu, expected);
   const orvane::MenuCatalogue& held = *app.Menuinfo();

@@ -112,8 +112,7 @@ Installation& Setup() {
     orvane::data::ClosePooledConnections();
     fs::copy_file(i->db, i->pristine);
     orvane::ConfigFile config(i->config);
-    std::string error;
-    if (!orvane::LoadApplicationValues(config, i->app, error)) Die("menu catalogue: " + error);
+    if (orvane::Status s = orvane::LoadApplicationValues(config, i->app); !s.ok()) Die("menu catalogue: " + s.trail());
     i->demo_users = {"admin", "yamada", "sato", "ito", "watanabe", "tanaka"};
     return i;
   }();

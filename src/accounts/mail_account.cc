@@ -34,13 +34,11 @@ Status funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::s
     return funExeProxyCommand(ctx, std::string(toolFolder) + command, "user");
   }
   // An unknown mode runs nothing; this channel has no text for it.
-  if (command.empty()) return Status::Failure("");
+  if (command.empty()) return Status::Untold();
   ToolRunner runner(ExeProxyTimeout(ctx.config()));
-  output = runner.Execute2(std::string(toolFolder) + command, 1);
+  output = runner.Run(std::string(toolFolder) + command);
   if (text::StartsWithIgnoreCase(output, "OK:") && runner.Result() == 0) return Status::Ok();
   return Status::Failure(output);
 }
-
-void funAdmMailAlias(std::string_view, std::string_view, std::string_view, std::string_view, std::string_view) {}
 
 }  // namespace orvane::accounts

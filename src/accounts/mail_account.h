@@ -28,8 +28,4 @@ std::string AccountDeleteCommand(bool local, std::string_view userID);
 Status funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
                         const std::vector<std::string>& userData, std::string& output);
 
-// Placeholder kept from the original family of alias routines: takes five
-// arguments and does nothing. Not wired to anything.
-void funAdmMailAlias(std::string_view, std::string_view, std::string_view, std::string_view, std::string_view);
-
 }  // namespace orvane::accounts

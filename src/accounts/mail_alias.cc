@@ -48,7 +48,7 @@ AliasCommands PrepareCommands(bool local, std::string_view mode, std::string_vie
 Status Run(const RequestContext& ctx, bool local, const std::string& command, std::string_view expectedWord) {
   if (!local) return funExeProxyCommand(ctx, command, expectedWord);
   ToolRunner runner(ExeProxyTimeout(ctx.config()));
-  std::string reply = runner.Execute2(command, 1);
+  std::string reply = runner.Run(command);
   if (ReplyAccepted(reply, expectedWord) && runner.Result() == 0) return Status::Ok();
   return Status::Failure(reply);
 }
@@ -83,8 +83,7 @@ Status funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string
                         std::string_view userID, std::string_view alias, std::string_view aliasFlag,
                         std::string_view oldAlias, std::string_view oldAliasFlag) {
   std::string server;
-  // The answer code is on the response; there is no text of its own.
-  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return Status::Failure("");
+  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return Status::Answered();
   bool in_use = text::Trim(aliasFlag) == "1";
   if (in_use) {
     if (Status s = CheckAlias(ctx, conn, userID, alias); !s.ok()) return s;

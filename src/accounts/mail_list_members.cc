@@ -79,7 +79,6 @@ bool IsAmong(std::string_view address, const std::vector<std::string>& addresses
 
 Status funDelMailListUser(RequestContext& ctx, std::string_view listName, std::string_view addresses) {
   std::vector<std::string> v;
-  // A missing key's answer code is on the response; there is no text of its own.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_DELMAILLIST_FOLDER"},
                          {"ML_SERVER", "ERROR:READINFOFILE_DELMAILLIST_SERVER"},
@@ -87,7 +86,7 @@ Status funDelMailListUser(RequestContext& ctx, std::string_view listName, std::s
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_DELMAILLIST_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_DELMAILLIST_ISLOCAL"}},
                         v))
-    return Status::Failure("");
+    return Status::Answered();
   if (text::Trim(listName).empty()) return Status::Failure(std::string(kNoListName));
   if (text::Trim(addresses).empty()) return Status::Failure(std::string(kNoAddresses));
   ListChange change{v[0], std::string(listName), IsTruthValue(v[4]), nullptr};
@@ -107,14 +106,13 @@ Status funDelMailListUser(RequestContext& ctx, std::string_view listName, std::s
 Status funAddMailListUser(RequestContext& ctx, std::string_view listName, std::string_view addresses,
                           std::string_view clearFlag) {
   std::vector<std::string> v;
-  // A missing key's answer code is on the response; there is no text of its own.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_ADDMAILLIST_FOLDER"},
                          {"ML_SERVERIP", "ERROR:READINFOFILE_ADDMAILLIST_SERVERIP"},
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_ADDMAILLIST_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_ADDMAILLIST_ISLOCAL"}},
                         v))
-    return Status::Failure("");
+    return Status::Answered();
   if (text::Trim(listName).empty()) return Status::Failure(std::string(kNoListName));
   ListChange change{v[0], std::string(listName), IsTruthValue(v[3]), nullptr};
   if (Status s = CheckListExists(ctx, change); !s.ok()) return s;

@@ -30,7 +30,6 @@ bool IsPlainListName(std::string_view listName) {
 
 Status funMailListGet(RequestContext& ctx, std::string& listText) {
   std::vector<std::string> v;
-  // A missing key's answer code is on the response; there is no text of its own.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_MAILLIST_FOLDER"},
                          {"ML_MODE", "ERROR:READINFOFILE_MAILLIST_MODE"},
@@ -38,7 +37,7 @@ Status funMailListGet(RequestContext& ctx, std::string& listText) {
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_MAILLIST_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_MAILLIST_ISLOCAL"}},
                         v))
-    return Status::Failure("");
+    return Status::Answered();
   const std::string &folder = v[0], &mode = v[1], &is_local = v[4];
   if (mode != "2") return Status::Ok();
   listText.clear();
@@ -65,19 +64,18 @@ Status funMailListGet(RequestContext& ctx, std::string& listText) {
 Status funMailListUserGet(RequestContext& ctx, std::string_view listName, std::vector<std::string>& members) {
   members.clear();
   std::vector<std::string> v;
-  // Failures here carry no text: a missing key's answer code is on the
-  // response, and the callers report an unreadable list in their own words.
+  // The callers report an unreadable list in their own words.
   if (!ReadRequiredKeys(ctx,
                         {{"ML_FOLDER", "ERROR:READINFOFILE_MAILLISTUSER_FOLDER"},
                          {"ML_SERVERIP", "ERROR:READINFOFILE_MAILLISTUSER_SERVERIP"},
                          {"ML_EXEPROXY_PORT", "ERROR:READINFOFILE_MAILLISTUSER_PORT"},
                          {"ML_ISLOCAL", "ERROR:READINFOFILE_MAILLISTUSER_ISLOCAL"}},
                         v))
-    return Status::Failure("");
+    return Status::Answered();
   const std::string &folder = v[0], &is_local = v[3];
 
   std::string lists;
-  if (!funMailListGet(ctx, lists).ok()) return Status::Failure("");
+  if (Status s = funMailListGet(ctx, lists); !s.ok()) return s;
   bool found = false;
   // Containment, not equality: a list named "sales" counts as existing when
   // only "sales-east" does, as the lists were always looked up.
@@ -85,17 +83,17 @@ Status funMailListUserGet(RequestContext& ctx, std::string_view listName, std::v
     std::string trimmed = text::Trim(name);
     if (!trimmed.empty() && text::ContainsIgnoreCase(trimmed, listName)) found = true;
   }
-  if (!found || !IsPlainListName(listName)) return Status::Failure("");
+  if (!found || !IsPlainListName(listName)) return Status::Untold();
 
   std::string path = MemberFilePath(folder, listName);
   std::string content;
   if (IsTruthValue(is_local)) {
     FileSystem fso;
-    if (fso.FileExists(path) && fso.ReadAll(path, content) != 0) return Status::Failure("");
+    if (fso.FileExists(path) && fso.ReadAll(path, content) != 0) return Status::Untold();
   } else {
     std::unique_ptr<Socket> socket;
     if (!OpenExeProxy(ctx, socket).ok() || !ProxyFread(*socket, path, content).ok() || QuitExeProxy(*socket) < 0)
-      return Status::Failure("");
+      return Status::Untold();
   }
   if (!content.empty()) members = text::Split(content, text::kCrLf);
   return Status::Ok();

@@ -12,8 +12,7 @@ namespace orvane::accounts {
 Status funDelMailList(RequestContext& ctx, data::Connection& conn, std::string_view sectionCode,
                       std::string_view userID) {
   std::string server;
-  // The answer code is on the response; there is no text of its own.
-  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return Status::Failure("");
+  if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return Status::Answered();
   data::Sql sql;
   sql << "select IMAIL_LIST from " << data::Table(ctx.SEC_MST) << " where SEC_CD = " << data::Quoted(sectionCode);
   std::string list;

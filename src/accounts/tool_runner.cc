@@ -98,7 +98,7 @@ ToolCommand SplitToolCommandLine(std::string_view command_line) {
   return cmd;
 }
 
-std::string ToolRunner::Execute2(std::string_view command_line, int /*mode*/) {
+std::string ToolRunner::Run(std::string_view command_line) {
   result_ = kToolNotStarted;
   ToolCommand cmd = SplitToolCommandLine(command_line);
   std::vector<char*> argv;

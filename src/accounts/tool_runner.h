@@ -8,10 +8,9 @@
 // program is started directly with posix_spawn, never through a shell, so no
 // text in a user ID or password can start another command.
 //
-// Output (stdout and stderr, in the order written) becomes Execute2's
-// result; Result() is the exit code. A program still running after the
-// time-out is killed with its whole process group and the run fails.
-// One runner per request; not thread-safe.
+// Output (stdout and stderr, in the order written) becomes Run's result; Result() is the exit code. A program still
+// running after the time-out is killed with its whole process group and the run fails. One runner per request; not
+// thread-safe.
 #pragma once
 
 #include <chrono>
@@ -39,11 +38,10 @@ class ToolRunner {
  public:
   explicit ToolRunner(std::chrono::milliseconds timeout) : timeout_(timeout) {}
 
-  // Runs `command_line` and returns its output. `mode` is accepted for the
-  // system's call shape (always 1: wait and capture). When the program
-  // cannot be started the text is "Execute Error(" errno ")", after a
-  // time-out "Execute Timeout(" seconds ")".
-  std::string Execute2(std::string_view command_line, int mode);
+  // Runs `command_line` to its end and returns its output. When the
+  // program cannot be started the text is "Execute Error(" errno ")", after
+  // a time-out "Execute Timeout(" seconds ")".
+  std::string Run(std::string_view command_line);
   // Exit code of the last run (0 = success), or one of the codes above.
   int Result() const { return result_; }
 

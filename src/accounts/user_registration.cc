@@ -72,8 +72,6 @@ std::string AccountMode(std::string_view flag, std::string_view old_flag, std::s
   return std::string(mode);  // built from a view: GCC 12 warns falsely on a literal assignment
 }
 
-void RegistUser(RequestContext&) {}
-
 void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string& user_cd, const std::string& user_kj,
                  const std::string& user_kn, const std::string& user_ps, const std::string& mail_ad,
                  const std::string& mail_fl, const std::string& ext_tel, const std::string& post_nm,
@@ -113,7 +111,7 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   if (remove) {
     // What the mail server is to forget is the stored user's, not the page's.
     old = StoredUser{};
-    if (Status s = DeleteUserInfo1(ctx, frame.Dsn(), user_cd, old); frame.Failed(s))
+    if (Status s = ReadStoredUser(ctx, frame.Dsn(), user_cd, old); frame.Failed(s))
       return ctx.Write(StorageCode(flag) + s.trail());
   }
 
@@ -140,14 +138,12 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   }
   const bool hashed = passwords == data::PasswordMode::kArgon2id;
 
-  Refusal refusal = Refusal::kNone;
-  Status stored = remove   ? funDelUser(ctx, conn, user_cd, refusal)
-                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), refusal, passwords)
-                           : funInsUser(ctx, conn, u, frame.stamp(), refusal, passwords);
+  Status stored = remove   ? funDelUser(ctx, conn, user_cd)
+                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), passwords)
+                           : funInsUser(ctx, conn, u, frame.stamp(), passwords);
   if (frame.Failed(stored)) {
-    if (refusal == Refusal::kAnswered) return frame.Fail("");  // the missing key's code stands
-    if (refusal == Refusal::kDuplicate) return frame.Fail("ERROR:" + stored.trail());
-    return frame.Fail(StorageCode(flag), stored);
+    if (stored.refused()) return frame.Fail("ERROR:" + stored.trail());
+    return frame.Fail(StorageCode(flag), stored);  // an answered status keeps its code
   }
 
   if (mail_server && !ctx.WorkTables()) {
@@ -161,10 +157,7 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
       if (!frame.Step("ERROR:ADDMAILUSER", funAdmMailMember(ctx, mode, folder, u, output))) return;
     }
     Status alias = funAdmMailAlias1(ctx, conn, flag, folder, user_cd, mail_ad, mail_fl, old.MAIL, old.IMAIL_FLG);
-    if (frame.Failed(alias)) {
-      if (ctx.response().empty()) return frame.Fail("ERROR:ADDMAILALIAS", alias);
-      return frame.Fail("");  // ML_SERVER was missing; its code stands
-    }
+    if (frame.Failed(alias)) return frame.Fail("ERROR:ADDMAILALIAS", alias);  // a missing ML_SERVER's code stands
     if (remove) {
       std::string mailbox = mail_keys[0];
       mailbox.append(mailbox.ends_with('\\') ? "users\\" : "\\users\\").append(user_cd);
@@ -180,8 +173,8 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
     // The user is gone whatever the lists say; a list that keeps the
     // address is cleaned by hand, as the answer cannot tell.
     for (const std::string& sec_cd : sections) {
-      RequestContext side = ctx;
-      funDelMailList(side, conn, sec_cd, user_cd).IgnoreError();
+      DiscardedWrites discarded(ctx);
+      funDelMailList(ctx, conn, sec_cd, user_cd).IgnoreError();
     }
   }
   // The rows are committed: the logged-in user's session follows them.

@@ -21,9 +21,6 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
                  const std::string& disp_nm, const std::string& mail_ufl, const std::string& mail_nm,
                  const std::string& old_mail_ufl, const std::string& old_alias, const std::string& old_alias_fl);
 
-// Placeholder of the same family; does nothing and is wired to nothing.
-void RegistUser(RequestContext& ctx);
-
 // The adduser.exe mode for the old and new mail-use flags under update flag
 // `flag`; empty when no account command is due.
 std::string AccountMode(std::string_view flag, std::string_view old_flag, std::string_view new_flag);

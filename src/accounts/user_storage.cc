@@ -6,6 +6,7 @@
 #include "accounts/file_system.h"
 #include "base/password_hash.h"
 #include "base/text.h"
+#include "dispatch/read_step_code.h"
 #include "dispatch/required_keys.h"
 
 namespace orvane::accounts {
@@ -41,17 +42,16 @@ const std::string kIdIsAnAlias =
 
 Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
 
-Status Refuse(Refusal& refusal, Refusal why, std::string trail) {
-  refusal = why;
-  return Status::Failure(std::move(trail));
-}
-
 // A configuration key the routine cannot do without; a missing one writes
 // its code to the response.
-bool Key(RequestContext& ctx, std::string_view key, std::string& value, Refusal& refusal) {
-  if (ReadRequiredKey(ctx, key, kNoConfig, value)) return true;
-  refusal = Refusal::kAnswered;
-  return false;
+Status Key(RequestContext& ctx, std::string_view key, std::string& value) {
+  return ReadRequiredKey(ctx, key, kNoConfig, value) ? Status::Ok() : Status::Answered();
+}
+
+// The mail server's mode and whether it gives every new user an account.
+Status MailKeys(RequestContext& ctx, std::string& ml_mode, std::string& add_use) {
+  if (Status s = Key(ctx, "ML_MODE", ml_mode); !s.ok()) return s;
+  return Key(ctx, "ML_ADDUSEFLG", add_use);
 }
 
 // The user row's UPD_KBN: '4' on the work tables, otherwise the caller's
@@ -61,8 +61,8 @@ std::string UpdKbn(const RequestContext& ctx, const UserData& u) { return ctx.Wo
 // The alias check of a new or changed user: another user holding the alias
 // as ID or active alias, or (new users) holding the new ID as active alias.
 // `routine` leads the message.
-Status CheckAlias(RequestContext& ctx, data::Connection& conn, const UserData& u, bool is_new, std::string_view routine,
-                  Refusal& refusal) {
+Status CheckAlias(RequestContext& ctx, data::Connection& conn, const UserData& u, bool is_new,
+                  std::string_view routine) {
   const std::string &id = u[kUserId], &alias = u[kMail];
   data::Sql sql;
   sql << "select USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,IMAIL_FLG from " << Table(ctx.USR_MST)
@@ -86,7 +86,7 @@ Status CheckAlias(RequestContext& ctx, data::Connection& conn, const UserData& u
   if (message.empty()) return Status::Ok();
   std::string trail(routine);
   trail.append(text::kCrLf).append(message);
-  return Refuse(refusal, Refusal::kDuplicate, std::move(trail));
+  return Status::Refused(std::move(trail));
 }
 
 bool Shown(const std::string& disp_menu, std::string_view code) {
@@ -161,11 +161,10 @@ data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const s
 }  // namespace
 
 Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const WriteFrame::Stamp& stamp,
-                  Refusal& refusal, data::PasswordMode passwords) {
+                  data::PasswordMode passwords) {
   constexpr char kName[] = "funInsUser";
-  refusal = Refusal::kNone;
   std::string dairi;
-  if (!Key(ctx, "DAIRI_ONESELFFLG", dairi, refusal)) return Status::Failure("");
+  if (Status s = Key(ctx, "DAIRI_ONESELFFLG", dairi); !s.ok()) return s;
   const std::string& id = u[kUserId];
 
   data::Sql taken;
@@ -173,9 +172,9 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
         << " or (MAIL =" << Quoted(id) << " And IMAIL_FLG = '1')";
   long count = 0;
   if (Status s = data::SelectCount(conn, taken, count); !s.ok()) return std::move(s).From(kName);
-  if (count > 0) return Refuse(refusal, Refusal::kDuplicate, kIdTaken);
+  if (count > 0) return Status::Refused(kIdTaken);
   if (text::Trim(u[kImailFlg]) == "1") {
-    if (Status s = CheckAlias(ctx, conn, u, true, kName, refusal); !s.ok()) return s;
+    if (Status s = CheckAlias(ctx, conn, u, true, kName); !s.ok()) return s;
   }
 
   const std::string upd_kbn = UpdKbn(ctx, u);
@@ -203,7 +202,7 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
   }
 
   std::string ml_mode, add_use;
-  if (!Key(ctx, "ML_MODE", ml_mode, refusal) || !Key(ctx, "ML_ADDUSEFLG", add_use, refusal)) return Status::Failure("");
+  if (Status s = MailKeys(ctx, ml_mode, add_use); !s.ok()) return s;
   data::Sql menu = InsertMenuSql(ctx, u, upd_kbn, stamp, ctx.app().DispMenu(), MailMenusFollowAccount(ml_mode, add_use),
                                  ctx.app().AdminColumn());
   if (Status s = Exec(conn, menu); !s.ok()) return std::move(s).From(kName);
@@ -211,12 +210,11 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
 }
 
 Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const std::string& oldMailUseFlag,
-                  const WriteFrame::Stamp& stamp, Refusal& refusal, data::PasswordMode passwords) {
+                  const WriteFrame::Stamp& stamp, data::PasswordMode passwords) {
   constexpr char kName[] = "funUpdUser";
-  refusal = Refusal::kNone;
   const std::string& id = u[kUserId];
   if (text::Trim(u[kImailFlg]) == "1") {
-    if (Status s = CheckAlias(ctx, conn, u, false, kName, refusal); !s.ok()) return s;
+    if (Status s = CheckAlias(ctx, conn, u, false, kName); !s.ok()) return s;
   }
 
   static const data::Columns kMailColumns({"U.MAIL_USE_FLG", "M.MENU23", "M.MENU07"}, ", ");
@@ -227,13 +225,13 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u
   bool found = false;
   data::ReadStep failed = data::ReadStep::kSelect;
   if (Status s = data::SelectFirstRow(conn, current, kMailColumns.FetchNames(), row, found, &failed); !s.ok()) {
-    return std::move(s).From(failed == data::ReadStep::kSelect  ? "funUpdUser(select MAIL_USE_FLG)"
-                             : failed == data::ReadStep::kFetch ? "funUpdUser(fetch)"
-                                                                : "funUpdUser(close)");
+    return std::move(s).From(CodeOfReadStep(
+        failed,
+        {.select = "funUpdUser(select MAIL_USE_FLG)", .fetch = "funUpdUser(fetch)", .close = "funUpdUser(close)"}));
   }
 
   std::string ml_mode, add_use;
-  if (!Key(ctx, "ML_MODE", ml_mode, refusal) || !Key(ctx, "ML_ADDUSEFLG", add_use, refusal)) return Status::Failure("");
+  if (Status s = MailKeys(ctx, ml_mode, add_use); !s.ok()) return s;
   const std::string upd_kbn = UpdKbn(ctx, u);
   auto flag = [](const std::string& f) { return f.empty() ? std::string("0") : f; };
   if (MailMenusFollowAccount(ml_mode, add_use) && flag(u[kMailUseFlg]) != flag(oldMailUseFlag)) {
@@ -271,13 +269,13 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u
   return Status::Ok();
 }
 
-Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID, Refusal& refusal) {
+Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID) {
   constexpr char kName[] = "funDelUser";
-  refusal = Refusal::kNone;
   std::string paths[3];
-  if (!Key(ctx, "ML_READ_ATTACH_PATH", paths[0], refusal) || !Key(ctx, "ML_SEND_ATTACH_PATH", paths[1], refusal) ||
-      !Key(ctx, "ML_SAVE_ATTACH_PATH", paths[2], refusal))
-    return Status::Failure("");
+  const char* const kPathKeys[] = {"ML_READ_ATTACH_PATH", "ML_SEND_ATTACH_PATH", "ML_SAVE_ATTACH_PATH"};
+  for (int i = 0; i < 3; ++i) {
+    if (Status s = Key(ctx, kPathKeys[i], paths[i]); !s.ok()) return s;
+  }
 
   const auto id = Quoted(userID);
   std::vector<data::Sql> steps;
@@ -350,8 +348,8 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
   return Status::Ok();
 }
 
-Status DeleteUserInfo1(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out) {
-  constexpr char kName[] = "DeleteUserInfo1";
+Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out) {
+  constexpr char kName[] = "DeleteUserInfo1";  // the name the trail has always carried
   static const data::Columns kColumns({"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD", "MAIL", "IMAIL_FLG", "EXT_TEL",
                                        "POST_NM", "DSP_NM", "MAIL_USE_FLG"});
   data::Connection conn;
@@ -365,7 +363,5 @@ Status DeleteUserInfo1(const RequestContext& ctx, const std::string& dsn, const 
   if (found) out = {row[0], row[4], row[9], row[5]};
   return data::Com_funDbClose(conn).From(kName);
 }
-
-void DeleteUserInfo(const std::string&) {}
 
 }  // namespace orvane::accounts

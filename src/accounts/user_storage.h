@@ -41,36 +41,29 @@ struct StoredUser {
   std::string USER_ID, MAIL, MAIL_USE_FLG, IMAIL_FLG;
 };
 
-// How a storage routine failed, beyond its status.
-enum class Refusal {
-  kNone,
-  kDuplicate,  // the ID or alias is another user's; the trail is the message
-  kAnswered,   // a configuration key was missing; its code is on the response
-};
-
+// A storage routine's failure is Refused (the ID or alias is another
+// user's; the trail is the message) or Answered (a configuration key was
+// missing; its code is on the response) or a plain failure.
 // Creates the user: the ID and alias checks, the user row, T_PASSGEN
 // (generation 01 the new password), T_SCHOPEN when DAIRI_ONESELFFLG is "1",
 // and the menu row by the rule in docs/operations.md. In the argon2id
 // password mode (`passwords`) the user row and T_PASSGEN get the
 // password's hash; an empty password is stored empty.
 Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const WriteFrame::Stamp& stamp,
-                  Refusal& refusal, data::PasswordMode passwords);
+                  data::PasswordMode passwords);
 // Changes the user row; switches the two mail menus when the mail-use flag
 // moves away from `oldMailUseFlag` and the mail server gives accounts. In
 // the argon2id password mode a password is stored as its hash, and an
 // empty one keeps the stored password (and its date).
 Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const std::string& oldMailUseFlag,
-                  const WriteFrame::Stamp& stamp, Refusal& refusal, data::PasswordMode passwords);
+                  const WriteFrame::Stamp& stamp, data::PasswordMode passwords);
 // Deletes the user's rows (on the work tables the personal data stay) and
 // then its attachment folders.
-Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID, Refusal& refusal);
+Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID);
 
 // Reads the stored user on a short connection of its own to `dsn`. A
-// missing user leaves `out` empty. Failure: "DeleteUserInfo1" CR LF and the
-// data layer's trail.
-Status DeleteUserInfo1(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out);
-
-// Placeholder of the same family: takes its argument and does nothing.
-void DeleteUserInfo(const std::string& userID);
+// missing user leaves `out` empty. Failure: "DeleteUserInfo1" (the routine's
+// name in the system's trails) CR LF and the data layer's trail.
+Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out);
 
 }  // namespace orvane::accounts

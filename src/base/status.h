@@ -7,6 +7,14 @@
 // database refused something, the database's own account of it (`Cause`)
 // for the operator's log; the cause never reaches an answer.
 //
+// Three failures say more than their code and trail:
+//   Answered()    the routine has already written the request's answer
+//                 (a missing configuration key writes its own code); the
+//                 caller adds nothing and only unwinds (roll back, close).
+//   Refused(msg)  the input is refused; `msg` is the message the user sees.
+//   Untold()      a failure with no text of its own; the caller answers in
+//                 its own words.
+//
 // [[nodiscard]]: a failure cannot be dropped by accident. A caller that
 // means to go on regardless says so with IgnoreError() and a comment.
 //
@@ -43,11 +51,22 @@ class [[nodiscard]] Status {
   // A failure of any other routine: code -1 unless the routine's own
   // family says otherwise.
   static Status Failure(std::string trail, int code = kFailed) { return Status(code, std::move(trail), {}); }
+  // The answer is already on the response; nothing is to be added to it.
+  static Status Answered() { return Status(kFailed, {}, {}, Kind::kAnswered); }
+  // The input is refused with `message` (the ID or alias is another user's).
+  static Status Refused(std::string message) { return Status(kFailed, std::move(message), {}, Kind::kRefused); }
+  // A failure with no text of its own.
+  static Status Untold() { return Status(kFailed, {}, {}); }
 
   bool ok() const { return code_ == kOk; }
   int code() const { return code_; }
   const std::string &trail() const { return trail_; }
   const Cause &cause() const { return cause_; }
+  // The answer is already written: see Answered(). Kept through Prefixed,
+  // From and Suffixed, which still grow the trail as for any failure.
+  bool answered() const { return kind_ == Kind::kAnswered; }
+  // The input was refused: see Refused(); the trail is the message.
+  bool refused() const { return kind_ == Kind::kRefused; }
 
   // `routine` and CR LF in front of the trail, the code kept.
   Status Prefixed(std::string_view routine) &&;
@@ -64,11 +83,14 @@ class [[nodiscard]] Status {
   void IgnoreError() const {}
 
  private:
-  Status(int code, std::string trail, Cause cause) : code_(code), trail_(std::move(trail)), cause_(std::move(cause)) {}
+  enum class Kind { kPlain, kAnswered, kRefused };
+  Status(int code, std::string trail, Cause cause, Kind kind = Kind::kPlain)
+      : code_(code), trail_(std::move(trail)), cause_(std::move(cause)), kind_(kind) {}
 
   int code_ = kOk;
   std::string trail_;
   Cause cause_;
+  Kind kind_ = Kind::kPlain;
 };
 
 }  // namespace orvane

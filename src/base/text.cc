@@ -1,6 +1,9 @@
 #include "base/text.h"
 
-#include <charconv>
+#include <climits>
+#include <optional>
+
+#include "base/whole_number.h"
 
 namespace orvane::text {
 namespace {
@@ -112,14 +115,9 @@ std::string Right(std::string_view s, size_t n) {
 }
 
 bool ParseInt16(std::string_view s, short& out) {
-  if (s.empty()) return false;
-  std::string_view digits = s;
-  if (digits.front() == '+') digits.remove_prefix(1);  // from_chars rejects a plus sign
-  if (digits.empty() || digits.front() == '+') return false;
-  short value = 0;
-  auto [end, ec] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-  if (ec != std::errc() || end != digits.data() + digits.size()) return false;
-  out = value;
+  std::optional<long long> value = ParseWholeNumber(s, SHRT_MIN, SHRT_MAX, {.plus_sign = true});
+  if (!value) return false;
+  out = static_cast<short>(*value);
   return true;
 }
 

@@ -19,9 +19,8 @@ int RunOne(const RequestOptions& o) {
   if (int refused = CheckInstallation("request", o.config, /*dsn_required=*/false)) return refused;
   ConfigFile config(o.config);
   ApplicationStore app;
-  std::string error;
-  if (!LoadApplicationValues(config, app, error)) {
-    std::cerr << "orvane request: " << error << "\n";
+  if (Status loaded = LoadApplicationValues(config, app); !loaded.ok()) {
+    std::cerr << "orvane request: " << loaded.trail() << "\n";
     return 1;
   }
   Session session;

@@ -8,7 +8,7 @@
 #include "cli/serve_limits.h"
 #include "data/db.h"
 #include "members/login.h"
-#include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "server/database_session_store.h"
 #include "server/http_server.h"
 #include "server/origin_check.h"
@@ -85,9 +85,8 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   state.web_root = o.web_root;
-  std::string error;
-  if (!LoadApplicationValues(state.config, state.app, error)) {
-    std::cerr << "orvane serve: " << error << "\n";
+  if (Status loaded = LoadApplicationValues(state.config, state.app); !loaded.ok()) {
+    std::cerr << "orvane serve: " << loaded.trail() << "\n";
     return 1;
   }
   HttpCharset charset = HttpCharset::kUtf8;
@@ -100,6 +99,7 @@ int Serve(const ServeOptions& o) {
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   HttpServer server(state, http);
+  std::string error;
   if (server.Bind(error) < 0) {
     std::cerr << "orvane serve: " << error << "\n";
     return 2;
@@ -151,7 +151,9 @@ void AddServe(CLI::App& app, int& exit_code) {
   cmd->add_option("--config", options->config, "Configuration file (ORVANE.ini); menuinfo.csv and odbc.ini beside it")
       ->capture_default_str();
   cmd->add_option("--listen", options->listen, "Address to listen on, HOST:PORT")->capture_default_str();
-  cmd->add_option("--threads", options->threads, "Worker threads for the requests that reach the database (the sockets have I/O threads of their own, one per core)")
+  cmd->add_option("--threads", options->threads,
+                  "Worker threads for the requests that reach the database (the sockets have I/O threads of their own, "
+                  "one per core)")
       ->capture_default_str()
       ->check(CLI::Range(1, 1024));
   cmd->add_option("--session-timeout", options->session_timeout_minutes, "Idle minutes before a login session ends")

@@ -2,9 +2,11 @@
 // fetching by name, the array copy and closing.
 #include <sqlext.h>
 
-#include <cstdlib>
+#include <climits>
+#include <optional>
 
 #include "base/text.h"
+#include "base/whole_number.h"
 #include "data/db_impl.h"
 #include "data/failure_seam.h"
 #include "data/statement.h"
@@ -333,9 +335,12 @@ Status SelectFirstValue(Connection& conn, const Sql& sql, const std::string& col
 
 Status SelectCount(Connection& conn, const Sql& sql, long& count) {
   std::string value;
-  Status s = SelectFirstValue(conn, sql, "CNT", value);
-  count = std::atol(value.c_str());
-  return s;
+  count = 0;
+  if (Status s = SelectFirstValue(conn, sql, "CNT", value); !s.ok() || value.empty()) return s;
+  std::optional<long long> read = ParseWholeNumber(value, 0, LONG_MAX, {.blanks_around = true});
+  if (!read) return Status::DbFailure("CNT is not a whole number: " + value);
+  count = static_cast<long>(*read);
+  return Status::Ok();
 }
 
 }  // namespace orvane::data

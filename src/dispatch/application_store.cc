@@ -8,10 +8,10 @@
 
 namespace orvane {
 
-bool LoadMenuCatalogue(const std::string& path, MenuCatalogue& out, std::string& error) {
+Status LoadMenuCatalogue(const std::string& path, MenuCatalogue& out) {
   out.clear();
   std::ifstream in(path, std::ios::binary);
-  if (!in) return true;  // no catalogue file: no menus
+  if (!in) return Status::Ok();  // no catalogue file: no menus
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
@@ -24,14 +24,13 @@ bool LoadMenuCatalogue(const std::string& path, MenuCatalogue& out, std::string&
                        isdigit(static_cast<unsigned char>(parts[0][1])) &&
                        (parts.size() == 2 || parts[2] == "0" || parts[2] == "1" || parts[2].empty());
     if (!well_formed) {
-      error = path + " line " + std::to_string(number) +
-              ": expected \"number,name[,shown]\" with a two-digit number and shown 0 or 1: " + line;
       out.clear();
-      return false;
+      return Status::Failure(path + " line " + std::to_string(number) +
+                             ": expected \"number,name[,shown]\" with a two-digit number and shown 0 or 1: " + line);
     }
     out.push_back({parts[0], parts[1], parts.size() == 3 && parts[2] == "1"});
   }
-  return true;
+  return Status::Ok();
 }
 
 std::string DisplayedMenus(const MenuCatalogue& catalogue) {
@@ -139,11 +138,11 @@ bool ApplicationStore::ReplaceSecTreeLines(long long expected_version, SecTreeLi
   return true;
 }
 
-bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error) {
+Status LoadApplicationValues(const ConfigFile& config, ApplicationStore& app) {
   MenuCatalogue catalogue;
-  if (!LoadMenuCatalogue(config.Folder() + "/menuinfo.csv", catalogue, error)) return false;
+  if (Status s = LoadMenuCatalogue(config.Folder() + "/menuinfo.csv", catalogue); !s.ok()) return s;
   app.SetMenuinfo(std::move(catalogue));
-  return true;
+  return Status::Ok();
 }
 
 }  // namespace orvane

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/array2d.h"
+#include "base/status.h"
 
 namespace orvane {
 
@@ -25,9 +26,9 @@ struct MenuEntry {
 using MenuCatalogue = std::vector<MenuEntry>;
 
 // Reads menuinfo.csv: UTF-8, one menu a line, "number,name[,shown]". Blank
-// lines are skipped. Returns false with `error` naming the line when a line
-// is malformed; a missing file is an empty catalogue.
-bool LoadMenuCatalogue(const std::string& path, MenuCatalogue& out, std::string& error);
+// lines are skipped. A malformed line fails with a trail naming the line; a
+// missing file is an empty catalogue.
+Status LoadMenuCatalogue(const std::string& path, MenuCatalogue& out);
 
 // "/02/20/11/" from the shown menus in catalogue order; "/" alone when none.
 std::string DisplayedMenus(const MenuCatalogue& catalogue);
@@ -42,9 +43,8 @@ class ApplicationStore;
 class ConfigFile;
 
 // Loads what the store holds at start: the menu catalogue from
-// menuinfo.csv beside the configuration file. False with `error` when the
-// catalogue is malformed.
-bool LoadApplicationValues(const ConfigFile& config, ApplicationStore& app, std::string& error);
+// menuinfo.csv beside the configuration file. Fails as LoadMenuCatalogue.
+Status LoadApplicationValues(const ConfigFile& config, ApplicationStore& app);
 
 class ApplicationStore {
  public:

@@ -77,6 +77,29 @@ class RequestContext {
   const Clock& clock_;
   std::string response_;
   Cause failure_cause_;
+  friend class DiscardedWrites;
+};
+
+// While it lives, what the request writes (answer, status, noted cause) is
+// kept aside and dropped when it goes: for a routine whose outcome, a
+// missing key's code included, changes no answer.
+class DiscardedWrites {
+ public:
+  explicit DiscardedWrites(RequestContext& ctx)
+      : ctx_(ctx), answer_length_(ctx.response_.size()), http_status_(ctx.http_status), cause_(ctx.failure_cause_) {}
+  ~DiscardedWrites() {
+    ctx_.response_.resize(answer_length_);
+    ctx_.http_status = http_status_;
+    ctx_.failure_cause_ = std::move(cause_);
+  }
+  DiscardedWrites(const DiscardedWrites&) = delete;
+  DiscardedWrites& operator=(const DiscardedWrites&) = delete;
+
+ private:
+  RequestContext& ctx_;
+  size_t answer_length_;
+  int http_status_;
+  Cause cause_;
 };
 
 }  // namespace orvane

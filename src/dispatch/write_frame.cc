@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "dispatch/field_rules.h"
+#include "dispatch/read_step_code.h"
 #include "dispatch/session_check.h"
 
 namespace orvane {
@@ -74,8 +75,8 @@ bool WriteFrame::Begin(std::initializer_list<std::string_view> lock_tables) {
 
 void WriteFrame::Fail(std::string_view code, const Status& status) {
   Failed(status);
-  std::string main(code);
-  if (rules_.step_trail) main += status.trail();
+  std::string main;
+  if (!status.answered()) main = std::string(code) + (rules_.step_trail ? status.trail() : std::string());
   if (in_transaction_) {
     in_transaction_ = false;
     Status rollback = data::Com_funRollbackTrans(conn_);
@@ -98,10 +99,7 @@ bool WriteFrame::ReadValue(const data::Sql& sql, const std::string& column, std:
   bool found = false;
   Status read = data::SelectFirstValue(conn_, sql, column, value, &found, &step);
   if (!read.ok()) {
-    Fail(step == data::ReadStep::kSelect  ? select_failed
-         : step == data::ReadStep::kFetch ? fetch_failed
-                                          : std::string_view("ERROR:RSCLOSE"),
-         read);
+    Fail(CodeOfReadStep(step, {.select = select_failed, .fetch = fetch_failed}), read);
     return false;
   }
   if (!found) Fail(fetch_failed);

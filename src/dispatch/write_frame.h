@@ -93,7 +93,8 @@ class WriteFrame {
 
   // A step failed: roll back (when a transaction is open), close, and
   // answer `code`, followed directly by the status's trail when the rules
-  // say so.
+  // say so. An answered status (Status::Answered) adds nothing: the answer
+  // already written stands.
   void Fail(std::string_view code, const Status& status);
   // The same with no trail behind the code (a check's own refusal).
   void Fail(std::string_view code);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/clock.h"
+#include "dispatch/read_step_code.h"
 #include "dispatch/write_frame.h"
 
 namespace orvane::members {
@@ -19,18 +20,6 @@ constexpr WriteRules kOrderRules = {
 
 // The select's answer keeps the blank the pages have always received.
 constexpr std::string_view kSelectFailed = "ERROR:DBSELECT ";
-
-std::string_view ReadFailure(data::ReadStep step, std::string_view fetch_failed) {
-  switch (step) {
-    case data::ReadStep::kFetch:
-      return fetch_failed;
-    case data::ReadStep::kClose:
-      return "ERROR:RSCLOSE";
-    case data::ReadStep::kSelect:
-      break;
-  }
-  return kSelectFailed;
-}
 
 struct Member {
   std::string USER_ID, USER_SEQ;
@@ -74,7 +63,7 @@ void ChangeUserDisp(RequestContext& ctx, const std::string& target_user_id, cons
     rows.push_back({v[0], v[1]});
     return true;
   };
-  if (!frame.Step(ReadFailure(step, "ERROR:DBFETCH"),
+  if (!frame.Step(CodeOfReadStep(step, {.select = kSelectFailed}),
                   data::SelectRows(conn, range, {"USER_ID", "USER_SEQ"}, add, &step)))
     return;
 

@@ -1,12 +1,14 @@
 #include "members/membership.h"
 
-#include <charconv>
+#include <climits>
 #include <limits>
+#include <optional>
 
 #include "accounts/section_mail_list.h"
 #include "base/clock.h"
 #include "base/text.h"
 #include "base/text_checks.h"
+#include "base/whole_number.h"
 #include "dispatch/query_frame.h"
 #include "dispatch/write_frame.h"
 
@@ -33,13 +35,12 @@ data::Sql NextSortidxSql(const RequestContext& ctx, const std::string& sec_cd) {
 // MAX_IDX + 1 as the host's 16-bit integer, three digits kept: an empty
 // maximum counts as 0, one above 32766 overflows.
 Status NextPosition(const std::string& max, std::string& next_seq) {
-  std::string digits = text::Trim(max);
-  int value = 0;
-  if (!digits.empty()) {
-    const char* end = digits.data() + digits.size();
-    auto [ptr, ec] = std::from_chars(digits.data(), end, value);
-    if (ec != std::errc() || ptr != end || value > std::numeric_limits<short>::max() - 1)
-      return Status::Failure("MAX_IDX " + max + " does not fit a 16-bit integer plus 1", Status::kDbFailed);
+  long long value = 0;
+  if (!text::Trim(max).empty()) {
+    std::optional<long long> read =
+        ParseWholeNumber(max, INT_MIN, std::numeric_limits<short>::max() - 1, {.blanks_around = true});
+    if (!read) return Status::Failure("MAX_IDX " + max + " does not fit a 16-bit integer plus 1", Status::kDbFailed);
+    value = *read;
   }
   next_seq = text::Right("000" + std::to_string(value + 1), 3);
   return Status::Ok();
@@ -242,10 +243,10 @@ void RegistMember(RequestContext& ctx, const std::string& mode, const std::strin
   if (remove && ctx.WorkTables()) {
     // The list is the mail server's, not the work copy's: its outcome does
     // not stop the removal, and it answers nothing of its own.
-    RequestContext side = ctx;
+    DiscardedWrites discarded(ctx);
     data::Connection list_conn;
     if (data::Com_funDbOpen(frame.Dsn(), "", "", list_conn).ok())
-      accounts::funDelMailList(side, list_conn, sec_cd, user_id).IgnoreError();
+      accounts::funDelMailList(ctx, list_conn, sec_cd, user_id).IgnoreError();
   }
   bool already_primary = false;
   if (remove) {

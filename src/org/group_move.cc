@@ -3,8 +3,10 @@
 #include <vector>
 
 #include "base/clock.h"
+#include "dispatch/read_step_code.h"
 #include "dispatch/write_frame.h"
 #include "org/group_paths.h"
+#include "org/tree_change.h"
 
 namespace orvane::org {
 namespace {
@@ -24,7 +26,7 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
   if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
   data::ReadStep step = data::ReadStep::kSelect;
-  auto read = [&](const Status& s) { return frame.Step(ReadFailure(step), s); };
+  auto read = [&](const Status& s) { return frame.Step(CodeOfReadStep(step), s); };
   std::string moved_tree, moved_tree_nm, parent_tree, parent_tree_nm, seq;
   if (!read(funGetUpperTree1(ctx, conn, move_sec_cd, moved_tree, moved_tree_nm, &step)) ||
       !read(funGetUpperTree1(ctx, conn, new_joi_sec, parent_tree, parent_tree_nm, &step)))
@@ -34,7 +36,7 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
   if (moved_tree.empty() || parent_tree.empty() || into_itself) return frame.Fail("ERROR:ILLEGALTREE");
   std::vector<TreeRow> rows;
   if (!read(Group_funNextSortidx(ctx, conn, new_joi_sec, seq, &step)) ||
-      !read(Com043_funUpdAdmRecord(ctx, conn, moved_tree, rows, &step)))
+      !read(ReadSubtree(ctx, conn, moved_tree, rows, &step)))
     return;
 
   // Every new path first; nothing is written before all are known.

@@ -5,8 +5,10 @@
 #include <vector>
 
 #include "base/clock.h"
+#include "dispatch/read_step_code.h"
 #include "dispatch/write_frame.h"
 #include "org/group_paths.h"
+#include "org/tree_change.h"
 
 namespace orvane::org {
 namespace {
@@ -60,7 +62,7 @@ void ChangeGroupDisp(RequestContext& ctx, const std::string& move_sec_cd, const 
     places.push_back({v[0], v[1]});
     return true;
   };
-  if (!frame.Step(ReadFailure(step), data::SelectRows(conn, range, {"SEC_CD", "SEC_SEQ"}, add, &step))) return;
+  if (!frame.Step(CodeOfReadStep(step), data::SelectRows(conn, range, {"SEC_CD", "SEC_SEQ"}, add, &step))) return;
 
   // Two children of the parent stand at the two ends of their range; a
   // group of another parent (or none) would take a sibling's order there.

@@ -1,7 +1,7 @@
 // The section paths and the readers the tree changes share: the path rules
-// (SEC_TREE codes joined with "/", TREE_NM names joined with " / "), the
-// next code and order numbers, and the rebuild of the drawn tree after a
-// change. Used by the group registration (201-203), the move (212) and the
+// (SEC_TREE codes joined with "/", TREE_NM names joined with " / ") and the
+// next code and order numbers (the commit and the drawn tree after a change:
+// org/tree_change.h). Used by the group registration (201-203), the move (212) and the
 // reorder (210). Every reader runs on the caller's open connection, inside
 // its transaction, so what it reads is what the change writes over.
 #pragma once
@@ -13,19 +13,10 @@
 #include "base/status.h"
 #include "data/db.h"
 #include "dispatch/request_context.h"
-#include "dispatch/write_frame.h"
-#include "org/tree_patch.h"
 
 namespace orvane::org {
 
 inline constexpr std::string_view kTopSection = "0000";
-
-// The move and the reorder answer their codes alone; a close that fails
-// after another failure adds "ERROR:DBCLOSE" behind it, as on the read side.
-inline constexpr WriteRules kTreeChangeRules = {.close_failure = WriteRules::CloseFailure::kAfter,
-                                                .frame_trail = false,
-                                                .step_trail = false,
-                                                .rollback_failure = {}};
 
 // A name as it enters a path: every half-width blank removed when the name
 // holds "/ " (so that the path still splits at "/ "); otherwise unchanged.
@@ -57,49 +48,12 @@ struct TreeRow {
 };
 // The sections whose SEC_TREE begins with `prefix` (deleted ones left out
 // on the work tables). `failed_step` says which read step failed.
-Status Com043_funUpdAdmRecord(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
-                              std::vector<TreeRow>& rows, data::ReadStep* failed_step = nullptr);
+Status ReadSubtree(const RequestContext& ctx, data::Connection& conn, const std::string& prefix,
+                   std::vector<TreeRow>& rows, data::ReadStep* failed_step = nullptr);
 
 // The next SEC_SEQ under `joi_sec`: max + 1 over every child, deleted ones
 // included, three digits ("001" first; 1000 wraps to "000").
 Status Group_funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& joi_sec,
                             std::string& seq, data::ReadStep* failed_step = nullptr);
-
-// The answer of a failed read step: "ERROR:DBSELECT", "ERROR:DBFETCH" or
-// "ERROR:RSCLOSE".
-std::string_view ReadFailure(data::ReadStep step);
-
-// The version of the live tree (the one row of ORVANE_TREE_VERSION, read by
-// its key); 0 when the row is missing.
-Status ReadTreeVersion(data::Connection& conn, long long& version);
-
-// Draws the tree again from the request's section table and keeps it in the
-// application store as "App_A_strSec_hierarchical", with the tree version
-// read just before it (so the held tree is never older than its version).
-Status RefreshSecHierarchical(RequestContext& ctx, data::Connection& conn);
-
-// The commit of every tree change: on the live tables the tree version is
-// raised first, inside the change's transaction ("ERROR:SQLEXEC"), so
-// every instance sharing the database learns of the change with it. False
-// when the request has been answered.
-// With `patch`, the version read before raising it is kept there.
-bool CommitTreeChange(RequestContext& ctx, WriteFrame& frame, TreePatch* patch = nullptr);
-
-// The end of every tree change after its commit: on the live tables the
-// held drawn tree is patched with `patch` when it is the tree of the version
-// the change started from, else drawn again in full
-// ("ERROR:SETAPPLICATIONVALUE"); then the connection is closed and "OK"
-// answered.
-void FinishTreeChange(RequestContext& ctx, WriteFrame& frame, const TreePatch* patch = nullptr);
-
-// At start: the drawn tree of the live section table of LOCAL_DB_DSN into
-// `app`, on a connection of its own.
-Status LoadSecHierarchical(const ConfigFile& config, ApplicationStore& app);
-
-// Before an answer shows the drawn tree: one keyed select of the tree
-// version; when the database's is newer than the held tree's (another
-// instance changed the tree), the tree is drawn again. `tree` is the one to
-// answer (null when none could be drawn).
-Status CurrentSecHierarchical(const ConfigFile& config, ApplicationStore& app, std::shared_ptr<const Array2D>& tree);
 
 }  // namespace orvane::org

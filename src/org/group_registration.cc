@@ -8,6 +8,7 @@
 #include "dispatch/optional_fields.h"
 #include "dispatch/write_frame.h"
 #include "org/group_paths.h"
+#include "org/tree_change.h"
 
 namespace orvane::org {
 namespace {
@@ -37,10 +38,10 @@ void OpenedToGroup(data::Sql& sql, const std::string& sec_cd) {
 Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
 
 // The list follow-up after a commit: the group's members current today
-// join the group's new list. It runs on a copy of the request, so nothing
-// it meets (a missing key, a dead proxy) changes this request's answer.
-void AddMembersToList(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                      const std::string& list, const std::string& today) {
+// join the group's new list. Its writes are discarded, so nothing it meets
+// (a missing key, a dead proxy) changes this request's answer.
+void AddMembersToList(RequestContext& ctx, data::Connection& conn, const std::string& sec_cd, const std::string& list,
+                      const std::string& today) {
   std::string server;
   if (!ctx.config().ComIniFileLoad("ML_SERVER", server).ok()) return;
   data::Sql sql;
@@ -52,10 +53,10 @@ void AddMembersToList(const RequestContext& ctx, data::Connection& conn, const s
     return true;
   };
   if (Status s = data::SelectRows(conn, sql, {"USER_ID"}, add); !s.ok() || addresses.empty()) return;
-  RequestContext side = ctx;
+  DiscardedWrites discarded(ctx);
   // The registration is committed whatever the list says; it catches up
   // with the group's next list change.
-  accounts::funAddMailListUser(side, list, text::Join(addresses, ","), "0").IgnoreError();
+  accounts::funAddMailListUser(ctx, list, text::Join(addresses, ","), "0").IgnoreError();
 }
 
 }  // namespace
@@ -306,8 +307,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
         !frame.Step("ERROR:SQLEXEC", funGetUpperTree1(ctx, conn, sec_cd, own_tree, ignored).Prefixed("RegistGroup")))
       return;
     std::vector<TreeRow> rows;
-    if (!frame.Step("ERROR:SQLEXEC", Com043_funUpdAdmRecord(ctx, conn, own_tree + "/", rows).Prefixed("RegistGroup")))
-      return;
+    if (!frame.Step("ERROR:SQLEXEC", ReadSubtree(ctx, conn, own_tree + "/", rows).Prefixed("RegistGroup"))) return;
     const size_t level = Levels(own_tree);
     for (const TreeRow& row : rows) {
       data::Sql sql;

@@ -185,4 +185,16 @@ Status Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, A
   return Status::Ok();
 }
 
+std::string DrawnTreeText(const Array2D& tree) {
+  std::string text;
+  for (size_t row = 0; row < RowCount(tree); ++row) {
+    for (size_t column = 0; column < ColumnCount(tree); ++column) {
+      if (column > 0) text += '\t';
+      text += tree[column][row];
+    }
+    text += text::kCrLf;
+  }
+  return text;
+}
+
 }  // namespace orvane::org

@@ -47,4 +47,8 @@ std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vect
 data::Sql SectionArraySql(const std::string& sec_mst);
 data::Sql ParentListSql(const std::string& sec_mst);
 
+// The drawn tree as the pages read it: one row a line ended by CR LF, its
+// twelve columns joined by TAB, in tree order.
+std::string DrawnTreeText(const Array2D& tree);
+
 }  // namespace orvane::org

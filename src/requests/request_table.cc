@@ -25,16 +25,20 @@ std::vector<RequestRoute> MakeTable() {
   // the page's old mail values; 206 reads neither: a delete takes the old
   // values from the stored user.
   // The old values steer the mail server and are not stored; only an add
-  // creates the id (and needs a password).
+  // creates the id (and needs a password); a delete stores nothing.
   auto user = [](std::string_view flag) {
-    const bool add = flag == "3";
-    return Call<accounts::RegistUser1>(
-        Fixed(flag), Text("User_cd", add ? Creates(K::kId) : Names(K::kId)), Text("User_KJ", Stores(K::kName)),
-        Text("User_KN", Stores(K::kReading)), Text("User_PS", add ? Creates(K::kPassword) : Stores(K::kPassword)),
-        Text("Mail_AD", Stores(K::kMail)), Text("Mail_FL", Stores(K::kFlag)), Text("Ext_TEL", Stores(K::kPhone)),
-        Text("Post_NM", Stores(K::kName)), Text("Disp_NM", Stores(K::kName)), Text("Mail_UFL", Stores(K::kFlag)),
-        Text("Mail_NM", Stores(K::kName)), Text("OldMail_UFL", Names(K::kFlag)), Text("OldAlias", Names(K::kMail)),
-        Text("OldAlias_FL", Names(K::kFlag)));
+    const bool add = flag == "3", remove = flag == "1";
+    auto kept = [remove](FieldKind kind) { return remove ? Names(kind) : Stores(kind); };
+    auto with_tail = [&](auto... tail) {
+      return Call<accounts::RegistUser1>(
+          Fixed(flag), Text("User_cd", add ? Creates(K::kId) : Names(K::kId)), Text("User_KJ", kept(K::kName)),
+          Text("User_KN", kept(K::kReading)), Text("User_PS", add ? Creates(K::kPassword) : kept(K::kPassword)),
+          Text("Mail_AD", kept(K::kMail)), Text("Mail_FL", kept(K::kFlag)), Text("Ext_TEL", kept(K::kPhone)),
+          Text("Post_NM", kept(K::kName)), Text("Disp_NM", kept(K::kName)), Text("Mail_UFL", kept(K::kFlag)), tail...);
+    };
+    if (remove) return with_tail(Fixed(""), Fixed(""), Fixed(""), Fixed(""));
+    return with_tail(Text("Mail_NM", Stores(K::kName)), Text("OldMail_UFL", Names(K::kFlag)),
+                     Text("OldAlias", Names(K::kMail)), Text("OldAlias_FL", Names(K::kFlag)));
   };
   // An add or a removal names an existing user and section; the page's
   // load moment is compared, not stored.
@@ -89,15 +93,7 @@ std::vector<RequestRoute> MakeTable() {
                                       Text("M_LIST", Names(K::kCode)))},
       {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3")},
       {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2")},
-      {.code = "206",
-       .operation = "RegistUser1",
-       .changes_data = true,
-       .call = Call<accounts::RegistUser1>(Fixed("1"), Text("User_cd", Names(K::kId)), Text("User_KJ", Names(K::kName)),
-                                           Text("User_KN", Names(K::kReading)), Text("User_PS", Names(K::kPassword)),
-                                           Text("Mail_AD", Names(K::kMail)), Text("Mail_FL", Names(K::kFlag)),
-                                           Text("Ext_TEL", Names(K::kPhone)), Text("Post_NM", Names(K::kName)),
-                                           Text("Disp_NM", Names(K::kName)), Text("Mail_UFL", Names(K::kFlag)),
-                                           Fixed(""), Fixed(""), Fixed(""), Fixed(""))},
+      {.code = "206", .operation = "RegistUser1", .changes_data = true, .call = user("1")},
       {.code = "207", .operation = "RegistMember", .changes_data = true, .call = member("3")},
       {.code = "208",
        .operation = "RegistMember",
@@ -151,15 +147,14 @@ constexpr OptionalField kOptionalFields[] = {
 
 }  // namespace
 
-bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out, std::string& error) {
+Status ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out) {
   out = arg.kind == ArgSource::Kind::kFixed ? std::string(arg.text) : fields.Get(arg.text);
-  return true;
+  return Status::Ok();
 }
 
-bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out, std::string& error) {
-  if (text::ParseInt16(fields.Get(arg.text), out)) return true;
-  error = "ERROR:TYPEMISMATCH " + std::string(arg.text) + " is not a 16-bit integer";
-  return false;
+Status ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out) {
+  if (text::ParseInt16(fields.Get(arg.text), out)) return Status::Ok();
+  return Status::Failure("ERROR:TYPEMISMATCH " + std::string(arg.text) + " is not a 16-bit integer");
 }
 
 std::vector<std::string_view> RequestRoute::Fields() const {

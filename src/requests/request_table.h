@@ -66,14 +66,14 @@ constexpr TextArg Text(std::string_view field, FieldUse use = {}) { return {{Arg
 constexpr FixedArg Fixed(std::string_view value) { return {{ArgSource::Kind::kFixed, value}}; }
 constexpr Int16Arg Int16(std::string_view field) { return {{ArgSource::Kind::kInt16, field}}; }
 
-// Converts one argument. False with `error` ("ERROR:TYPEMISMATCH ...") when
-// a 16-bit field holds anything else than a whole number in range.
-bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out, std::string& error);
-bool ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out, std::string& error);
+// Converts one argument. A 16-bit field that holds anything else than a
+// whole number in range fails with "ERROR:TYPEMISMATCH ..." as its trail.
+Status ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out);
+Status ConvertArgument(const ArgSource& arg, const NamedValues& fields, short& out);
 
-// Runs the operation with its arguments converted; false with `error` when
-// one cannot be converted (the operation is then not called).
-using Invoker = bool (*)(RequestContext& ctx, std::span<const ArgSource> args, std::string& error);
+// Runs the operation with its arguments converted; fails as ConvertArgument
+// when one cannot be converted (the operation is then not called).
+using Invoker = Status (*)(RequestContext& ctx, std::span<const ArgSource> args);
 
 struct Binding {
   std::vector<ArgSource> args;
@@ -92,12 +92,14 @@ template <typename Param>
 using Stored = std::conditional_t<std::is_same_v<std::decay_t<Param>, short>, short, std::string>;
 
 template <auto Operation, typename... Params, std::size_t... I>
-bool Invoke(RequestContext& ctx, [[maybe_unused]] std::span<const ArgSource> args, [[maybe_unused]] std::string& error,
-            std::index_sequence<I...>) {
+Status Invoke(RequestContext& ctx, [[maybe_unused]] std::span<const ArgSource> args, std::index_sequence<I...>) {
   std::tuple<Stored<Params>...> values;
-  if (!(ConvertArgument(args[I], ctx.fields, std::get<I>(values), error) && ...)) return false;
+  Status converted;
+  // Left to right, stopping at the first that fails.
+  ((converted.ok() ? (void)(converted = ConvertArgument(args[I], ctx.fields, std::get<I>(values))) : (void)0), ...);
+  if (!converted.ok()) return converted;
   Operation(ctx, std::get<I>(values)...);
-  return true;
+  return Status::Ok();
 }
 
 template <auto Operation, typename Signature>
@@ -110,8 +112,8 @@ struct Binder<Operation, void (*)(RequestContext&, Params...)> {
     static_assert(sizeof...(Args) == sizeof...(Params), "the row must give every parameter of the operation");
     static_assert((kFits<Params, Args> && ...), "an argument does not fit its parameter (Int16 for short)");
     return Binding{{static_cast<const ArgSource&>(args)...},
-                   [](RequestContext& ctx, std::span<const ArgSource> row_args, std::string& error) {
-                     return Invoke<Operation, Params...>(ctx, row_args, error, std::index_sequence_for<Params...>{});
+                   [](RequestContext& ctx, std::span<const ArgSource> row_args) {
+                     return Invoke<Operation, Params...>(ctx, row_args, std::index_sequence_for<Params...>{});
                    }};
   }
 };

@@ -34,12 +34,11 @@ const RequestRoute* WebClass_Start(RequestContext& ctx) {
     return nullptr;
   }
   ctx.field_rules = route->field_rules;
-  std::string conversion_error;
-  if (!route->call.invoke(ctx, route->call.args, conversion_error)) {
+  if (Status converted = route->call.invoke(ctx, route->call.args); !converted.ok()) {
     // A field that cannot become its parameter's type ends the request
     // before the operation runs, as an unhandled conversion error would.
     ctx.http_status = 500;
-    ctx.Write(conversion_error);
+    ctx.Write(converted.trail());
   }
   return route;
 }

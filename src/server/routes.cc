@@ -5,7 +5,8 @@
 
 #include "base/text.h"
 #include "members/login.h"
-#include "org/group_paths.h"
+#include "org/tree_change.h"
+#include "org/sec_tree.h"
 #include "requests/web_class.h"
 #include "server/access.h"
 #include "server/api_routes.h"
@@ -239,9 +240,8 @@ void RegisterRoutes(Router& server, ServerState& state) {
   server.Post("/login", [&state](const HttpRequest& req, HttpResponse& res) { HandleLogin(state, req, res); });
   server.Post("/logout", [&state](const HttpRequest& req, HttpResponse& res) { HandleLogout(state, req, res); });
 
-  // The drawn tree, for pages: one row a line ended by CR LF, its twelve
-  // columns joined by TAB, in tree order. Drawn again first when another
-  // instance changed the tree since (one keyed select to know).
+  // The drawn tree, for pages (org::DrawnTreeText). Drawn again first when
+  // another instance changed the tree since (one keyed select to know).
   server.Get("/application/App_A_strSec_hierarchical", [&state](const HttpRequest& req, HttpResponse& res) {
     Timer timer;
     std::shared_ptr<Session> session = state.sessions->Find(SessionIdOf(ParseCookieHeader(req.Header("Cookie"))));
@@ -262,16 +262,7 @@ void RegisterRoutes(Router& server, ServerState& state) {
       res.SetHeader("Cache-Control", "private, no-cache");
       return Log(state, req, timer, 304, "");
     }
-    std::string body;
-    if (tree) {
-      for (size_t row = 0; row < RowCount(*tree); ++row) {
-        for (size_t column = 0; column < ColumnCount(*tree); ++column) {
-          if (column > 0) body += '\t';
-          body += (*tree)[column][row];
-        }
-        body += text::kCrLf;
-      }
-    }
+    const std::string body = tree ? org::DrawnTreeText(*tree) : std::string();
     Answer(res, 200, body, state.charset);
     if (!etag.empty()) res.SetHeader("Cache-Control", "private, no-cache");  // kept, asked about each time
     Log(state, req, timer, 200, body);

@@ -248,7 +248,7 @@ TEST(DemoMail, ToolsAnswerAsAMailServerDoes) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.command);
     ToolRunner runner(std::chrono::seconds(10));
-    EXPECT_EQ(runner.Execute2(demo.Tool(c.command), 1), c.output);
+    EXPECT_EQ(runner.Run(demo.Tool(c.command)), c.output);
     EXPECT_EQ(runner.Result(), c.result);
   }
   EXPECT_EQ(demo.Mail("accounts"), "a.b_c-9\t" + Sha256Hex("y") + "\n");
@@ -262,7 +262,7 @@ TEST(DemoMail, ToolsRunSideBySideLoseNoAccount) {
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([&demo, i] {
       ToolRunner runner(std::chrono::seconds(10));
-      runner.Execute2(demo.Tool("adduser.exe -u u" + std::to_string(i) + " -p x"), 1);
+      runner.Run(demo.Tool("adduser.exe -u u" + std::to_string(i) + " -p x"));
       EXPECT_EQ(runner.Result(), 0);
     });
   }

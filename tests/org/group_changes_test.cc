@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "org/group_registration.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"

@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "org/sec_tree.h"
 #include "support/db_fixture.h"
 

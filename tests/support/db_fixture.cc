@@ -70,8 +70,8 @@ void DbTest::WriteConfig(const std::string& first_lines) {
 
 void DbTest::ReloadApplication() {
   ConfigFile config(config_path_);
-  std::string error;
-  ASSERT_TRUE(LoadApplicationValues(config, app_, error)) << error;
+  Status loaded = LoadApplicationValues(config, app_);
+  ASSERT_TRUE(loaded.ok()) << loaded.trail();
 }
 
 void DbTest::SetUp() {

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "org/group_paths.h"
+#include "org/tree_change.h"
 #include "server/http_server.h"
 
 namespace orvane::testing {
@@ -26,11 +26,11 @@ class LiveServer {
       : state_(config_path, sessions ? std::move(sessions) : std::make_unique<InMemorySessionStore>(session_timeout),
                clock, &log_) {
     state_.access = std::move(access);
-    std::string error;
-    LoadApplicationValues(state_.config, state_.app, error);
+    LoadApplicationValues(state_.config, state_.app).IgnoreError();  // a test without a catalogue has no menus
     // As `serve` does; a test without a database has no tree to draw.
     org::LoadSecHierarchical(state_.config, state_.app).IgnoreError();
     server_ = std::make_unique<HttpServer>(state_, std::move(options));
+    std::string error;
     port_ = server_->Bind(error);
     thread_ = std::thread([this] { server_->Run(); });
     while (!server_->IsRunning()) std::this_thread::yield();
