@@ -187,7 +187,10 @@ Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const
                         const std::string& busho_cd) {
   constexpr char kName[] = "funCheckBUSHO_CD";
   if (busho_cd.empty()) return Status::Ok();
-  if (text::CodePointLength(busho_cd) != 9)
+  // A change may send back the code its group already holds: kept as it is,
+  // even when it is older than today's length rule.
+  const bool length_ok = text::CodePointLength(busho_cd) == 9;
+  if (!length_ok && own_sec_cd.empty())
     return Status::Failure(std::string(kWrongBushoLength), Status::kDbFailed).Prefixed(kName);
   data::Sql sql;
   sql << "select SEC_CD"
@@ -197,7 +200,9 @@ Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const
   bool found = false;  // the first row decides
   if (Status s = data::SelectFirstValue(conn, sql, "SEC_CD", user, &found); !s.ok())
     return std::move(s).Prefixed(kName);
-  if (found && user != own_sec_cd) return Status::Failure(std::string(kBushoTaken), Status::kDbFailed).Prefixed(kName);
+  if (found && user == own_sec_cd) return Status::Ok();
+  if (!length_ok) return Status::Failure(std::string(kWrongBushoLength), Status::kDbFailed).Prefixed(kName);
+  if (found) return Status::Failure(std::string(kBushoTaken), Status::kDbFailed).Prefixed(kName);
   return Status::Ok();
 }
 
