@@ -6,47 +6,13 @@
 //
 //   node tests/web/flow_test.mjs path/to/orvane
 import assert from 'node:assert/strict';
-import fs from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
-import { ROOT, demoInstallation, launchBrowser, sql, startServer } from './harness.mjs';
+import { ROOT, openBrowserTest } from './harness.mjs';
 
-const binary = process.argv[2];
-if (!binary) {
-  console.error('usage: node flow_test.mjs ORVANE_BINARY');
-  process.exit(2);
-}
-const SKIP = 77;
+const { db, server, page, step, run } = await openBrowserTest('flow_test.mjs');
 const shots = path.join(ROOT, 'docs/screenshots');
-
-const install = demoInstallation(binary);
-const db = (q) => sql(install.db, q);
-const server = await startServer(binary, install.config);
-const browser = await launchBrowser();
-if (!browser) {
-  console.log('SKIPPED: /usr/bin/chromium is missing (scripts/test installs it)');
-  await server.stop();
-  process.exit(SKIP);
-}
-const page = await browser.context.newPage();
-page.setDefaultTimeout(15000);
-const pageErrors = [];
-page.on('pageerror', (e) => pageErrors.push(String(e)));
 page.on('dialog', (d) => d.accept());
-
-let failed = false;
-async function step(name, fn) {
-  const started = Date.now();
-  try {
-    await fn();
-    console.log(`ok   ${name} (${Date.now() - started} ms)`);
-  } catch (e) {
-    failed = true;
-    console.log(`FAIL ${name}\n${e.stack}`);
-    await page.screenshot({ path: path.join(install.dir, 'failure.png') }).catch(() => {});
-    throw e;
-  }
-}
 
 const treeItem = (name) => page.locator('#tree [role="treeitem"]', { has: page.locator(':scope > .row .name', { hasText: new RegExp(`^${name}$`) }) });
 const row = (name) => treeItem(name).locator(':scope > .row');
@@ -87,7 +53,7 @@ async function expectText(locator, text) {
   await locator.filter({ hasText: text }).first().waitFor();
 }
 
-try {
+await run(async () => {
   await step('the pages are served with their headers, and nothing outside them', async () => {
     const index = await fetch(`${server.url}/`);
     assert.equal(index.status, 200);
@@ -344,14 +310,4 @@ try {
     await page.screenshot({ path: path.join(shots, 'login.png') });
   });
 
-  assert.deepEqual(pageErrors, []);
-} catch (e) {
-  failed = true;
-  if (!String(e.stack).includes('FAIL')) console.log(`server log (end):\n${server.log().slice(-3000)}`);
-} finally {
-  await browser.close();
-  await server.stop();
-  if (!failed) fs.rmSync(install.dir, { recursive: true, force: true });
-  else console.log(`kept for a look: ${install.dir}`);
-}
-process.exit(failed ? 1 : 0);
+});

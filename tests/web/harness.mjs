@@ -1,6 +1,7 @@
 // What the browser tests and the browser bench share: a demo installation
 // in a temporary folder, a real `orvane serve` on a free port, SQL through
 // the sqlite3 tool, and Debian's chromium driven by playwright-core.
+import assert from 'node:assert/strict';
 import { execFileSync, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import net from 'node:net';
@@ -87,4 +88,58 @@ export async function launchBrowser() {
       fs.rmSync(profile, { recursive: true, force: true });
     },
   };
+}
+
+// One browser test: the binary named on its command line, a fresh demo
+// installation, a server on it and a page in Chromium (exit 77, skipped,
+// where no browser is installed). `step` runs one named part and ends the
+// test at its first failure, keeping a screenshot; `run` runs the steps,
+// checks that the page threw nothing, cleans up and exits with the result.
+export async function openBrowserTest(script) {
+  const binary = process.argv[2];
+  if (!binary) {
+    console.error(`usage: node ${script} ORVANE_BINARY`);
+    process.exit(2);
+  }
+  const install = demoInstallation(binary);
+  const server = await startServer(binary, install.config);
+  const browser = await launchBrowser();
+  if (!browser) {
+    console.log('SKIPPED: /usr/bin/chromium is missing (scripts/test installs it)');
+    await server.stop();
+    process.exit(77);
+  }
+  const page = await browser.context.newPage();
+  page.setDefaultTimeout(15000);
+  const pageErrors = [];
+  page.on('pageerror', (e) => pageErrors.push(String(e)));
+  let failed = false;
+  async function step(name, fn) {
+    const started = Date.now();
+    try {
+      await fn();
+      console.log(`ok   ${name} (${Date.now() - started} ms)`);
+    } catch (e) {
+      failed = true;
+      console.log(`FAIL ${name}\n${e.stack}`);
+      await page.screenshot({ path: path.join(install.dir, 'failure.png') }).catch(() => {});
+      throw e;
+    }
+  }
+  async function run(steps) {
+    try {
+      await steps();
+      assert.deepEqual(pageErrors, []);
+    } catch (e) {
+      failed = true;
+      if (!String(e.stack).includes('FAIL')) console.log(`${e.stack}\nserver log (end):\n${server.log().slice(-3000)}`);
+    } finally {
+      await browser.close();
+      await server.stop();
+      if (!failed) fs.rmSync(install.dir, { recursive: true, force: true });
+      else console.log(`kept for a look: ${install.dir}`);
+    }
+    process.exit(failed ? 1 : 0);
+  }
+  return { binary, install, db: (q) => sql(install.db, q), server, browser, page, step, run };
 }

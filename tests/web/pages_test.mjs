@@ -7,47 +7,15 @@
 //   node tests/web/pages_test.mjs path/to/orvane
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import fs from 'node:fs';
 import path from 'node:path';
-import { ROOT, demoInstallation, launchBrowser, sql, startServer } from './harness.mjs';
+import { ROOT, openBrowserTest } from './harness.mjs';
 
-const binary = process.argv[2];
-if (!binary) {
-  console.error('usage: node pages_test.mjs ORVANE_BINARY');
-  process.exit(2);
-}
+const { binary, install, db, server, browser, page, step, run } = await openBrowserTest('pages_test.mjs');
 const shots = path.join(ROOT, 'docs/screenshots');
-const install = demoInstallation(binary);
-const db = (q) => sql(install.db, q);
-const server = await startServer(binary, install.config);
-const browser = await launchBrowser();
-if (!browser) {
-  console.log('SKIPPED: /usr/bin/chromium is missing (scripts/test installs it)');
-  await server.stop();
-  process.exit(77);
-}
-const page = await browser.context.newPage();
-page.setDefaultTimeout(15000);
-const pageErrors = [];
-page.on('pageerror', (e) => pageErrors.push(String(e)));
 const asked = [];
 page.on('request', (r) => asked.push(r.url()));
 const missing = [];
 browser.context.on('response', (r) => { if (r.status() === 404) missing.push(r.url()); });
-
-let failed = false;
-async function step(name, fn) {
-  const started = Date.now();
-  try {
-    await fn();
-    console.log(`ok   ${name} (${Date.now() - started} ms)`);
-  } catch (e) {
-    failed = true;
-    console.log(`FAIL ${name}\n${e.stack}`);
-    await page.screenshot({ path: path.join(install.dir, 'failure.png') }).catch(() => {});
-    throw e;
-  }
-}
 
 const hash = () => page.evaluate(() => location.hash);
 const treeRow = (name) => page.locator('#tree [role="treeitem"] > .row', { has: page.locator('.name', { hasText: new RegExp(`^${name}$`) }) });
@@ -56,7 +24,7 @@ async function value(id, text) {
   await page.waitForFunction(([i, v]) => document.getElementById(i)?.value === v, [id, text], { timeout: 10000 });
 }
 
-try {
+await run(async () => {
   await step('a link opened before logging in: the login returns to it; F5 keeps it', async () => {
     await page.goto(`${server.url}/#/users?row=7&u=yamada`);
     const login = page.locator('#login-form');
@@ -392,14 +360,4 @@ try {
     assert.equal(db("select EXT_TEL||'|'||PASSWORD from T_USER where USER_ID='yamada'"), `299|${hash}`);
   });
 
-  assert.deepEqual(pageErrors, []);
-} catch (e) {
-  failed = true;
-  if (!String(e.stack).includes('FAIL')) console.log(`server log (end):\n${server.log().slice(-3000)}`);
-} finally {
-  await browser.close();
-  await server.stop();
-  if (!failed) fs.rmSync(install.dir, { recursive: true, force: true });
-  else console.log(`kept for a look: ${install.dir}`);
-}
-process.exit(failed ? 1 : 0);
+});
