@@ -71,7 +71,6 @@ class RecordsetImpl {
 
  private:
   bool ReadRow(Diagnostic& diag);
-  bool MoveNextInBlock(bool read, Diagnostic& diag);
 };
 
 // "[routine]エラー番号 n [SQLSTATE] message", and the "<BR><BR>SQL : ..." tail.

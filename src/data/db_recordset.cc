@@ -134,28 +134,13 @@ bool RecordsetImpl::ReadRow(Diagnostic& diag) {
 }
 
 bool RecordsetImpl::MoveNext(bool read, Diagnostic& diag) {
-  if (block) return MoveNextInBlock(read, diag);
-  SQLRETURN r = scrollable ? SQLFetchScroll(stmt(), SQL_FETCH_NEXT, 0) : SQLFetch(stmt());
-  if (r == SQL_NO_DATA) {
-    eof = true;
-    row.clear();
-    return true;
-  }
-  if (!SQL_SUCCEEDED(r)) {
-    diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
-    return false;
-  }
-  eof = false;
-  ++position;
-  return !read || ReadRow(diag);
-}
-
-bool RecordsetImpl::MoveNextInBlock(bool read, Diagnostic& diag) {
-  if (block_row + 1 < block->rows()) {
-    ++block_row;
+  if (block && block_row + 1 < block->rows()) {
+    ++block_row;  // the next row of the block in hand
   } else {
-    SQLRETURN r = block->Fetch(stmt());
-    if (r == SQL_NO_DATA || (SQL_SUCCEEDED(r) && block->rows() == 0)) {
+    SQLRETURN r = block        ? block->Fetch(stmt())
+                  : scrollable ? SQLFetchScroll(stmt(), SQL_FETCH_NEXT, 0)
+                               : SQLFetch(stmt());
+    if (r == SQL_NO_DATA || (block && SQL_SUCCEEDED(r) && block->rows() == 0)) {
       eof = true;
       row.clear();
       return true;
@@ -168,7 +153,9 @@ bool RecordsetImpl::MoveNextInBlock(bool read, Diagnostic& diag) {
   }
   eof = false;
   ++position;
-  if (!read || block->Read(stmt(), block_row, row)) return true;
+  if (!read) return true;
+  if (!block) return ReadRow(diag);
+  if (block->Read(stmt(), block_row, row)) return true;
   diag = ReadDiagnostic(SQL_HANDLE_STMT, stmt(), mode);
   return false;
 }
