@@ -60,7 +60,8 @@ TEST_P(Audit, EveryChangeLoginAndLogoutLeavesOneLineWithoutPasswords) {
   ASSERT_EQ(lines.size(), std::size(want));
   for (size_t i = 0; i < lines.size(); ++i) {
     const nlohmann::json& j = lines[i];
-    EXPECT_TRUE(std::regex_match(j["time"].get<std::string>(), std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4})")));
+    EXPECT_TRUE(
+        std::regex_match(j["time"].get<std::string>(), std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4})")));
     EXPECT_EQ(j["event"], want[i].event) << i;
     EXPECT_EQ(j["user"], want[i].user) << i;
     EXPECT_EQ(j["client"], "127.0.0.1") << i;

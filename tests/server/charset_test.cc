@@ -1,10 +1,11 @@
 // The Shift_JIS edge over real HTTP on a real database: fields and cookies
 // read as code page 932, answers sent in it, bad bytes refused before
 // anything runs.
+#include "server/charset.h"
+
 #include <gtest/gtest.h>
 
 #include "base/text.h"
-#include "server/charset.h"
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
 
@@ -21,29 +22,25 @@ constexpr char kKanjiForm[] = "%8A%BF%8E%9A%95%5C";
 
 class ShiftJisEdge : public testing::DbTest {
  protected:
+  // The demo organisation, served in code page 932; `session` the administrator's cookie.
   void SetUp() override {
     DbTest::SetUp();
     if (IsSkipped()) return;
     InsertDemo();
-  }
-  // Logs in as the demo administrator; the session cookie to send.
-  static std::string LogIn(httplib::Client& client) {
-    auto res = client.Post("/login", "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
-    EXPECT_TRUE(res && res->body == "OK");
-    std::string cookie = res ? res->get_header_value("Set-Cookie") : "";
-    return cookie.substr(0, cookie.find(';'));
+    server = std::make_unique<LiveServer>(ConfigPath(), clock());
+    server->state().charset = HttpCharset::kShiftJis;
+    session = server->LogIn("admin", "admin");
   }
   size_t Sections() { return Rows(data::Sql() << "select SEC_CD from " << Table("T_SECTION")).size(); }
+  std::unique_ptr<LiveServer> server;
+  std::string session;
 };
 
 TEST_P(ShiftJisEdge, FieldsComeInAndAnswersGoOutInCodePage932) {
-  LiveServer server(ConfigPath(), clock());
-  server.state().charset = HttpCharset::kShiftJis;
-  auto client = server.Client();
-  httplib::Headers headers{{"Cookie", LogIn(client)}};
-
-  auto res = client.Post("/orvane", headers, std::string("ReqNo=201&Group_cd=0000&Group_nm=") + kKanjiForm,
-                         "application/x-www-form-urlencoded");
+  auto client = server->Client();
+  httplib::Headers headers{{"Cookie", session}};
+  auto res =
+      client.Post("/orvane", headers, std::string("ReqNo=201&Group_cd=0000&Group_nm=") + kKanjiForm, testing::kForm);
   ASSERT_TRUE(res);
   EXPECT_EQ(res->body, "OK");
   EXPECT_EQ(res->get_header_value("Content-Type"), "text/plain; charset=Shift_JIS");
@@ -61,22 +58,16 @@ TEST_P(ShiftJisEdge, FieldsComeInAndAnswersGoOutInCodePage932) {
   for (const Case& c : cases) {
     std::string utf8_answer = Request("ReqNo=105&Group_cd=" + c.code);
     ASSERT_NE(utf8_answer.find(c.utf8), std::string::npos) << utf8_answer;
-    res = client.Get("/orvane?ReqNo=105&Group_cd=" + c.code, headers);
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->body, text::ReplaceAll(utf8_answer, c.utf8, c.sjis)) << c.code;
+    EXPECT_EQ(server->Call("/orvane?ReqNo=105&Group_cd=" + c.code, session),
+              "200 " + text::ReplaceAll(utf8_answer, c.utf8, c.sjis));
   }
   // The drawn tree goes out in code page 932 too.
-  res = client.Get("/application/App_A_strSec_hierarchical", headers);
-  ASSERT_TRUE(res);
-  EXPECT_NE(res->body.find(kKanjiSjis), std::string::npos);
-  EXPECT_EQ(res->body.find("漢字表"), std::string::npos);
+  const std::string tree = server->Call("/application/App_A_strSec_hierarchical", session);
+  EXPECT_NE(tree.find(kKanjiSjis), std::string::npos);
+  EXPECT_EQ(tree.find("漢字表"), std::string::npos);
 }
 
 TEST_P(ShiftJisEdge, BytesThatAreNotCodePage932AreRefusedAndNothingRuns) {
-  LiveServer server(ConfigPath(), clock());
-  server.state().charset = HttpCharset::kShiftJis;
-  auto client = server.Client();
-  const std::string session = LogIn(client);
   const size_t before = Sections();
   struct Case {
     const char* target;
@@ -91,18 +82,14 @@ TEST_P(ShiftJisEdge, BytesThatAreNotCodePage932AreRefusedAndNothingRuns) {
       {"/orvane", "ReqNo=201&Group_cd=0000&Group_nm=x", "pub=a=\x82"},  // in a cookie, raw
   };
   for (const Case& c : cases) {
-    httplib::Headers headers{{"Cookie", session + (*c.cookie ? "; " + std::string(c.cookie) : "")}};
-    auto res = client.Post(c.target, headers, c.body, "application/x-www-form-urlencoded");
-    ASSERT_TRUE(res) << c.target << c.body;
-    EXPECT_EQ(res->status, 400) << c.body << c.cookie;
-    EXPECT_EQ(res->body, "ERROR:CHARSET") << c.body << c.cookie;
+    const std::string cookie = session + (*c.cookie ? "; " + std::string(c.cookie) : "");
+    EXPECT_EQ(server->Call(c.target, cookie, c.body), "400 ERROR:CHARSET") << c.target << c.body << c.cookie;
   }
   EXPECT_EQ(Sections(), before);
   // Valid code page 932 in a cookie is no reason to refuse.
-  httplib::Headers headers{{"Cookie", session + "; pubCookie=cookie_Userid=" + kKanjiForm}};
-  auto res = client.Post("/orvane", headers, "ReqNo=201&Group_cd=0000&Group_nm=x", "application/x-www-form-urlencoded");
-  ASSERT_TRUE(res);
-  EXPECT_EQ(res->body, "OK");
+  EXPECT_EQ(server->Call("/orvane", session + "; pubCookie=cookie_Userid=" + kKanjiForm,
+                         "ReqNo=201&Group_cd=0000&Group_nm=x"),
+            "200 OK");
   EXPECT_EQ(Sections(), before + 1);
 }
 

@@ -138,8 +138,10 @@ TEST(Edge, FormBodiesUpToTheLimitAreReadWholeAndPipelinedRequestsKeepTheirOrder)
   // on the one connection.
   RawClient raw(server.port());
   // The first asks for compression and gets the plain text anyway.
-  raw.Send("GET /orvane?ReqNo=001 HTTP/1.1\r\nHost: x\r\nAccept-Encoding: br, gzip\r\n\r\nPOST /orvane HTTP/1.1\r\nHost: x\r\n"
-           "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 7\r\n\r\nReqNo=1");
+  raw.Send(
+      "GET /orvane?ReqNo=001 HTTP/1.1\r\nHost: x\r\nAccept-Encoding: br, gzip\r\n\r\nPOST /orvane HTTP/1.1\r\nHost: "
+      "x\r\n"
+      "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 7\r\n\r\nReqNo=1");
   std::this_thread::sleep_for(100ms);
   raw.Send("GET /healthz HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
   std::string all = raw.ReadAll();

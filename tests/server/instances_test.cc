@@ -125,7 +125,7 @@ TEST_P(Instances, ShareSessionsAndTheDrawnTree) {
   for (const Step& s : steps) EXPECT_EQ(s.server.Post(s.path, sid, s.form), s.answer) << s.form;
   // The second draws the tree the first changed.
   EXPECT_EQ(second.Tree(sid), (std::vector<std::string>{"0000 0000", "0001 0000/0001", "0004 0000/0001/0004",
-                                                     "0003 0000/0003", "0002 0000/0002", "0005 0000/0002/0005"}))
+                                                        "0003 0000/0003", "0002 0000/0002", "0005 0000/0002/0005"}))
       << second.Log();
   const std::vector<std::string> moved = first.Tree(sid);
   EXPECT_EQ(moved, second.Tree(sid));

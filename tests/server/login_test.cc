@@ -11,10 +11,8 @@
 namespace orvane {
 namespace {
 
-using testing::DbTest;
 using testing::LiveServer;
-
-using Login = DbTest;
+using Login = testing::DbTest;
 
 TEST_P(Login, RightAndWrongPasswordsAndTheSessionTheyLeave) {
   Insert("T_USER", {{"USER_ID", "yamada"}, {"PASSWORD", "pa'ss"}, {"NAME_KJ", "山田 太郎"}, {"MAIL", "t.yamada"}});
@@ -36,7 +34,7 @@ TEST_P(Login, RightAndWrongPasswordsAndTheSessionTheyLeave) {
   auto post = [&](const char* path, const std::string& sid, const char* form) {
     httplib::Headers headers;
     if (!sid.empty()) headers.emplace("Cookie", "ORVANE_SID=" + sid);
-    auto res = client.Post(path, headers, form, "application/x-www-form-urlencoded");
+    auto res = client.Post(path, headers, form, testing::kForm);
     return res ? std::pair(res->body, res->get_header_value("Set-Cookie"))
                : std::pair(std::string("(none)"), std::string());
   };
@@ -45,33 +43,20 @@ TEST_P(Login, RightAndWrongPasswordsAndTheSessionTheyLeave) {
     EXPECT_EQ(cookie, "ORVANE_SID=" + id + "; Path=/; HttpOnly; SameSite=Strict");
     return id;
   };
-  struct Case {
-    const char* form;
-    const char* answer;
-  } cases[] = {
-      {"User_cd=yamada&User_PS=wrong", "ERROR:LOGIN"},
-      {"User_cd=yamada&User_PS=%27%20or%20%271%27%3D%271", "ERROR:LOGIN"},  // ' or '1'='1
-      {"User_cd=nobody&User_PS=pa%27ss", "ERROR:LOGIN"},
-      {"User_cd=&User_PS=", "ERROR:LOGIN"},
-      {"User_cd=yamada&User_PS=pa%27ss", "OK"},  // last: its session is checked below
-  };
-  std::string id;
-  for (const Case& c : cases) {
-    auto [answer, cookie] = post("/login", "", c.form);
-    EXPECT_EQ(answer, c.answer) << c.form;
-    EXPECT_EQ(cookie.empty(), answer != "OK") << c.form;
-    if (!cookie.empty()) id = session_id(cookie);
-  }
+  // The second is ' or '1'='1.
+  for (const char* form : {"User_cd=yamada&User_PS=wrong", "User_cd=yamada&User_PS=%27%20or%20%271%27%3D%271",
+                           "User_cd=nobody&User_PS=pa%27ss", "User_cd=&User_PS="})
+    EXPECT_EQ(post("/login", "", form), std::pair(std::string("ERROR:LOGIN"), std::string())) << form;
+  auto [ok, set_cookie] = post("/login", "", "User_cd=yamada&User_PS=pa%27ss");
+  ASSERT_EQ(ok, "OK");
+  std::string id = session_id(set_cookie);
   std::shared_ptr<Session> session = server.state().sessions->Find(id);
   ASSERT_TRUE(session);
-  struct Value {
-    const char* name;
-    const char* value;
-  } values[] = {
+  const std::pair<const char*, const char*> values[] = {
       {"PUB_USR_ID", "yamada"}, {"PUB_USR_PW", "pa'ss"},  {"PUB_USR_NM", "山田 太郎"}, {"PUB_MAIL", "t.yamada"},
       {"PUB_SEC_CD", "0002"},   {"PUB_SEC_NM", "課0002"}, {"PUB_DSP_NM", "表示0002"},  {"PUB_SEC_TREE", "0000/0002"},
   };
-  for (const Value& v : values) EXPECT_EQ(session->Get(v.name), v.value) << v.name;
+  for (auto [name, value] : values) EXPECT_EQ(session->Get(name), value) << name;
 
   // A failed login with the cookie leaves that session as it was (five
   // minutes on, so the failures above no longer count against the address).
@@ -105,13 +90,8 @@ TEST_P(Login, GuessingIsRefusedForTheWindowAndCredentialsComeFromTheBody) {
   Insert("T_USER", {{"USER_ID", "sato"}, {"PASSWORD", "sato"}});
   Insert("T_USER", {{"USER_ID", "kato"}, {"PASSWORD", "kato"}});
   LiveServer server(ConfigPath(), clock());
-  auto client = server.Client();
-  auto login = [&](const std::string& form) {
-    auto res = client.Post("/login", form, "application/x-www-form-urlencoded");
-    return res ? res->body : std::string("(none)");
-  };
-  EXPECT_EQ(client.Post("/login?User_cd=sato&User_PS=sato", "", "application/x-www-form-urlencoded")->body,
-            "ERROR:LOGIN");
+  auto login = [&](const std::string& form) { return server.Call("/login", "", form).substr(4); };
+  EXPECT_EQ(server.Call("/login?User_cd=sato&User_PS=sato", "", ""), "200 ERROR:LOGIN");
   for (int i = 0; i < 5; ++i) EXPECT_EQ(login("User_cd=sato&User_PS=guess" + std::to_string(i)), "ERROR:LOGIN");
   EXPECT_EQ(login("User_cd=sato&User_PS=sato"), "ERROR:LOGIN");  // right, but refused for now
   EXPECT_EQ(login("User_cd=kato&User_PS=kato"), "ERROR:LOGIN");  // the same address
@@ -133,8 +113,7 @@ TEST_P(Login, GuessingFromOneAddressDoesNotLockTheUserOutElsewhere) {
   auto login = [&](const char* from, const char* password) {
     httplib::Client client = server.Client();
     client.set_interface(from);  // the loopback address to connect from
-    auto res =
-        client.Post("/login", std::string("User_cd=admin&User_PS=") + password, "application/x-www-form-urlencoded");
+    auto res = client.Post("/login", std::string("User_cd=admin&User_PS=") + password, testing::kForm);
     return res ? res->body : std::string("(none)");
   };
   for (int i = 0; i < 5; ++i) EXPECT_EQ(login("127.0.0.1", "guess"), "ERROR:LOGIN");
@@ -162,50 +141,40 @@ TEST_P(Login, GuessingFromOneAddressDoesNotLockTheUserOutElsewhere) {
 // number) reach /orvane and the drawn tree; with anonymous reads, queries
 // are open and changes still need one.
 TEST_P(Login, OnlyAdministratorsPassTheEdge) {
-  Insert("T_SECTION", {{"SEC_CD", "0001"}, {"JOI_SEC", "9999"}, {"SEC_NM", "本社"}, {"SEC_SEQ", "1"},
-                       {"SEC_TREE", "0001"}, {"UPD_KBN", "3"}});
+  Insert("T_SECTION", {{"SEC_CD", "0001"},
+                       {"JOI_SEC", "9999"},
+                       {"SEC_NM", "本社"},
+                       {"SEC_SEQ", "1"},
+                       {"SEC_TREE", "0001"},
+                       {"UPD_KBN", "3"}});
   for (auto [id, right] : {std::pair("boss", "50"), std::pair("clerk", "ZZ"), std::pair("other", "51")}) {
     Insert("T_USER", {{"USER_ID", id}, {"PASSWORD", id}});
     Insert("MENU_USER", {{"USER_ID", id}, {"MENU50", right}, {"MENU51", "51"}});
   }
   Insert("T_USER", {{"USER_ID", "norow"}, {"PASSWORD", "norow"}});  // no menu-rights row at all
-  const std::string tree = "0001\t本社\t\t9999\t1\t0001\t3\t\t\t\t0\t└\r\n";
+  const std::string read = "200 0001,本社,,,1,,,", refused = "401 ERROR:SESSIONCHECK",
+                    tree = "200 0001\t本社\t\t9999\t1\t0001\t3\t\t\t\t0\t└\r\n";
   struct Case {
     bool open_reads;
-    const char* user;  // "" for no login
-    const char* read_body;    // GET ReqNo=105&Group_cd=0001
-    const char* change_body;  // POST ReqNo=203 for a section that does not exist
-    const char* tree_body;    // the drawn tree
+    const char* user;                // "" for no login
+    std::string read, change, tree;  // of a query, a change (203 of no section) and the drawn tree
   } cases[] = {
-      {false, "", "401", "401", "401"},
-      {false, "clerk", "401", "401", "401"},
-      {false, "norow", "401", "401", "401"},
-      {false, "boss", "0001,本社,,,1,,,", "OK", "tree"},
-      {true, "", "0001,本社,,,1,,,", "401", "tree"},
-      {true, "clerk", "0001,本社,,,1,,,", "401", "tree"},
-      {true, "boss", "0001,本社,,,1,,,", "OK", "tree"},
+      {false, "", refused, refused, refused},
+      {false, "clerk", refused, refused, refused},
+      {false, "norow", refused, refused, refused},
+      {false, "boss", read, "200 OK", tree},
+      {true, "", read, refused, tree},
+      {true, "clerk", read, refused, tree},
+      {true, "boss", read, "200 OK", tree},
   };
   for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.user) + (c.open_reads ? " with anonymous reads" : ""));
     LiveServer server(ConfigPath(), AccessRule{.anonymous_reads = c.open_reads}, clock());
-    auto client = server.Client();
-    httplib::Headers headers;
-    if (*c.user) {
-      auto res = client.Post("/login", std::string("User_cd=") + c.user + "&User_PS=" + c.user,
-                             "application/x-www-form-urlencoded");
-      ASSERT_TRUE(res && res->body == "OK") << c.user;
-      headers.emplace("Cookie", res->get_header_value("Set-Cookie").substr(0, 43));
-    }
-    auto expect = [&](const httplib::Result& res, std::string want, const char* what) {
-      ASSERT_TRUE(res) << what;
-      if (want == "tree") want = tree;
-      bool refused = want == "401";
-      EXPECT_EQ(res->status, refused ? 401 : 200) << c.user << " " << what;
-      EXPECT_EQ(res->body, refused ? "ERROR:SESSIONCHECK" : want) << c.user << " " << what;
-    };
-    expect(client.Get("/orvane?ReqNo=105&Group_cd=0001", headers), c.read_body, "read");
-    expect(client.Post("/orvane", headers, "ReqNo=203&Group_cd=0009", "application/x-www-form-urlencoded"),
-           c.change_body, "change");
-    expect(client.Get("/application/App_A_strSec_hierarchical", headers), c.tree_body, "tree");
+    const std::string cookie = *c.user ? server.LogIn(c.user, c.user) : "";
+    ASSERT_EQ(cookie.empty(), !*c.user);
+    EXPECT_EQ(server.Call("/orvane?ReqNo=105&Group_cd=0001", cookie), c.read);
+    EXPECT_EQ(server.Call("/orvane", cookie, "ReqNo=203&Group_cd=0009"), c.change);
+    EXPECT_EQ(server.Call("/application/App_A_strSec_hierarchical", cookie), c.tree);
   }
 }
 

@@ -1,11 +1,12 @@
 // GET /metrics over real HTTP after real requests on a real database, with
 // a real exe-proxy peer: the counts of what was asked, by code and answer.
+#include "server/metrics.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
 #include "base/text.h"
-#include "server/metrics.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
 #include "support/http_fixture.h"
@@ -40,46 +41,33 @@ std::string Lines(const std::string& text, std::initializer_list<std::string_vie
 
 TEST_P(MetricsEndpoint, CountsRequestsByCodeAndAnswerAndTheMailProxyExchanges) {
   LiveServer server(ConfigPath(), clock());
-  auto client = server.Client();
-  auto login = client.Post("/login", "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
-  ASSERT_TRUE(login && login->body == "OK");
-  std::string cookie = login->get_header_value("Set-Cookie");
-  httplib::Headers headers{{"Cookie", cookie.substr(0, cookie.find(';'))}};
-  auto get = [&](const std::string& query) {
-    auto res = client.Get("/orvane?" + query, headers);
-    return res ? res->body : std::string("(none)");
-  };
+  const std::string cookie = server.LogIn("admin", "admin");
   // The first exchange with the mail server is refused, the rest accepted.
   peer_->QueueSpexeReplies({"NG: refused"});
-  struct Case {
-    std::string query;
-    const char* answer;  // its beginning
-  } cases[] = {
-      {"ReqNo=101", "0000,"},
-      {"ReqNo=101&DBFlg=1", "0000,"},
-      {"reqno=105&Group_cd=0001", "0001,"},
-      {"ReqNo=102&S_pos=x&B_pos=1", "ERROR:TYPEMISMATCH S_pos"},
-      {"ReqNo=999&User_PS=secret", "ERROR:NOREQUESTCODE"},
-      {"ReqNo=201&Group_cd=0000&Group_nm=m1", "OK"},
-      {"ReqNo=204&User_cd=m1&User_PS=pw&Mail_UFL=1", "ERROR:"},
-      {"ReqNo=204&User_cd=m2&User_PS=pw&Mail_UFL=1", "OK"},
-  };
-  for (const Case& c : cases) {
-    std::string answer = get(c.query);
-    EXPECT_TRUE(answer.starts_with(c.answer)) << c.query << ": " << answer;
+  for (auto [query, answer_start] : {std::pair{"ReqNo=101", "200 0000,"},
+                                     {"ReqNo=101&DBFlg=1", "200 0000,"},
+                                     {"reqno=105&Group_cd=0001", "200 0001,"},
+                                     {"ReqNo=102&S_pos=x&B_pos=1", "500 ERROR:TYPEMISMATCH S_pos"},
+                                     {"ReqNo=999&User_PS=secret", "200 ERROR:NOREQUESTCODE"},
+                                     {"ReqNo=201&Group_cd=0000&Group_nm=m1", "200 OK"},
+                                     {"ReqNo=204&User_cd=m1&User_PS=pw&Mail_UFL=1", "200 ERROR:"},
+                                     {"ReqNo=204&User_cd=m2&User_PS=pw&Mail_UFL=1", "200 OK"}}) {
+    const std::string answer = server.Call(std::string("/orvane?") + query, cookie);
+    EXPECT_TRUE(answer.starts_with(answer_start)) << query << ": " << answer;
   }
   // As many exchanges as the exe proxy itself saw.
   size_t exchanges = peer_->Transcripts().size();
   ASSERT_GE(exchanges, 2u);
 
-  auto res = client.Get("/metrics");
+  auto res = server.Client().Get("/metrics");
   ASSERT_TRUE(res);
   EXPECT_EQ(res->status, 200);
   EXPECT_EQ(res->get_header_value("Content-Type"), "text/plain; version=0.0.4; charset=utf-8");
-  EXPECT_EQ(Lines(res->body, {"orvane_requests_total{", "orvane_mail_proxy", "orvane_sessions ",
-                              "orvane_db_connections{state=\"in_use\"}", "orvane_request_duration_seconds_count{code=\"101\"}",
-                              "orvane_request_duration_seconds_count{code=\"102\"}",
-                              "orvane_request_duration_seconds_count{code=\"106\"}"}),
+  EXPECT_EQ(Lines(res->body,
+                  {"orvane_requests_total{", "orvane_mail_proxy", "orvane_sessions ",
+                   "orvane_db_connections{state=\"in_use\"}", "orvane_request_duration_seconds_count{code=\"101\"}",
+                   "orvane_request_duration_seconds_count{code=\"102\"}",
+                   "orvane_request_duration_seconds_count{code=\"106\"}"}),
             "orvane_db_connections{state=\"in_use\"} 0\n"
             "orvane_mail_proxy_exchanges_total " +
                 std::to_string(exchanges) +
@@ -102,19 +90,14 @@ TEST_P(MetricsEndpoint, CountsRequestsByCodeAndAnswerAndTheMailProxyExchanges) {
 }
 
 TEST(MetricsErrorCode, TheCodeWithoutItsTrailAndNothingElse) {
-  struct Case {
-    const char* answer;
-    const char* code;
-  } cases[] = {
-      {"ERROR:DBSELECT", "DBSELECT"},
-      {"ERROR:DBSELECT\r\n[Com_funSelect]...", "DBSELECT"},
-      {"ERROR:TYPEMISMATCH S_pos is not a 16-bit integer", "TYPEMISMATCH"},
-      {"ERROR:READINFOFILE_ML_USEFLG", "READINFOFILE_ML_USEFLG"},
-      {"ERROR:funInsUser\r\nduplicate u01", "OTHER"},  // a routine's message: never a label
-      {"ERROR:U01,x", "OTHER"},
-      {"ERROR:", "OTHER"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(ErrorCodeOf(c.answer), c.code) << c.answer;
+  for (auto [answer, code] : {std::pair{"ERROR:DBSELECT", "DBSELECT"},
+                              {"ERROR:DBSELECT\r\n[Com_funSelect]...", "DBSELECT"},
+                              {"ERROR:TYPEMISMATCH S_pos is not a 16-bit integer", "TYPEMISMATCH"},
+                              {"ERROR:READINFOFILE_ML_USEFLG", "READINFOFILE_ML_USEFLG"},
+                              {"ERROR:funInsUser\r\nduplicate u01", "OTHER"},  // a routine's message: never a label
+                              {"ERROR:U01,x", "OTHER"},
+                              {"ERROR:", "OTHER"}})
+    EXPECT_EQ(ErrorCodeOf(answer), code) << answer;
 }
 
 ORVANE_DB_TEST_SUITE(MetricsEndpoint);

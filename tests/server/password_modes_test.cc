@@ -2,9 +2,6 @@
 // prepared: what is stored, who logs in, what 106, 205 and the session keep.
 #include <gtest/gtest.h>
 
-#include <cctype>
-#include <cstdio>
-
 #include "base/password_hash.h"
 #include "data/sql.h"
 #include "support/binary.h"
@@ -19,11 +16,10 @@ using data::Quoted;
 using data::Sql;
 using data::Table;
 using testing::Cells;
-using testing::DbTest;
 using testing::LiveServer;
 using testing::RunBinary;
 
-class PasswordModes : public DbTest {
+class PasswordModes : public testing::DbTest {
  protected:
   void SetUp() override {
     DbTest::SetUp();
@@ -38,47 +34,21 @@ class PasswordModes : public DbTest {
   }
 };
 
-// `value` as a form field: every byte but letters and digits escaped.
-std::string FormValue(const std::string& value) {
-  std::string out;
-  for (unsigned char c : value) {
-    if (std::isalnum(c)) {
-      out += static_cast<char>(c);
-    } else {
-      char hex[4];
-      std::snprintf(hex, sizeof hex, "%%%02X", c);
-      out += hex;
-    }
-  }
-  return out;
-}
-
-// The answer of a POST and the session cookie it set ("" when none).
-std::pair<std::string, std::string> Post(httplib::Client& client, const std::string& path, const std::string& form,
-                                         const std::string& cookie = "") {
-  httplib::Headers headers;
-  if (!cookie.empty()) headers.emplace("Cookie", cookie);
-  auto res = client.Post(path, headers, form, "application/x-www-form-urlencoded");
-  if (!res) return {"(none)", ""};
-  return {res->body, res->get_header_value("Set-Cookie").substr(0, 43)};
-}
-
 TEST_P(PasswordModes, Argon2idStoresHashesChecksThemInTheServerAndAnswersNoPassword) {
   ASSERT_EQ(RunBinary("init-db --demo --config " + ConfigPath()).first, 0);
   EXPECT_EQ(
       Rows(Sql() << "select SETTING_VALUE from " << Table("ORVANE_SETTING") << " where SETTING_KEY = 'PASSWORD_MODE'"),
       (Cells{{"argon2id"}}));
   LiveServer server(ConfigPath(), clock());
-  auto client = server.Client();
-  auto login = [&](const std::string& id, const std::string& password) {
-    return Post(client, "/login", "User_cd=" + id + "&User_PS=" + FormValue(password)).first;
+  auto login = [&](const std::string& id, const std::string& password) {  // the form encoded by the client
+    auto res = server.Client().Post("/login", httplib::Params{{"User_cd", id}, {"User_PS", password}});
+    return res ? res->body : "(none)";
   };
 
   // The demo's administrator was hashed by init-db; its session holds no password.
   const std::string admin_hash = Stored("admin")[0];
   EXPECT_TRUE(admin_hash.starts_with("$argon2id$v=19$m=19456,t=2,p=1$")) << admin_hash;
-  auto [ok, cookie] = Post(client, "/login", "User_cd=admin&User_PS=admin");
-  ASSERT_EQ(ok, "OK");
+  const std::string cookie = server.LogIn("admin", "admin");
   std::shared_ptr<Session> session = server.state().sessions->Find(cookie.substr(11));
   ASSERT_TRUE(session);
   EXPECT_EQ(session->Get("PUB_USR_ID"), "admin");
@@ -86,28 +56,24 @@ TEST_P(PasswordModes, Argon2idStoresHashesChecksThemInTheServerAndAnswersNoPassw
   for (const auto& [name, value] : session->Values()) EXPECT_FALSE(value.starts_with("$argon2id")) << name;
 
   // 204 stores a hash in the user row and in the password history.
-  EXPECT_EQ(Post(client, "/orvane",
-                 "ReqNo=204&User_cd=kimura&User_KJ=木村&User_KN=キムラ&User_PS=pw-kimura&Mail_AD=k.kimura"
-                 "&Mail_FL=0&Ext_TEL=555&Post_NM=係長&Disp_NM=木村&Mail_UFL=0&Mail_NM=Kimura",
-                 cookie)
-                .first,
-            "OK");
+  EXPECT_EQ(server.Call("/orvane", cookie,
+                        "ReqNo=204&User_cd=kimura&User_KJ=木村&User_KN=キムラ&User_PS=pw-kimura&Mail_AD=k.kimura"
+                        "&Mail_FL=0&Ext_TEL=555&Post_NM=係長&Disp_NM=木村&Mail_UFL=0&Mail_NM=Kimura"),
+            "200 OK");
   std::vector<std::string> first = Stored("kimura");
   EXPECT_TRUE(IsPasswordHash(first[0]) && IsPasswordHash(first[2])) << first[0] << " " << first[2];
   EXPECT_TRUE(VerifyPassword(first[0], "pw-kimura") && VerifyPassword(first[2], "pw-kimura"));
   EXPECT_EQ(first[1], "20240401");
 
   // 106 answers every column but the password.
-  EXPECT_EQ(client.Get("/orvane?ReqNo=106&User_cd=kimura", {{"Cookie", cookie}})->body,
-            "kimura,木村,キムラ,,k.kimura,0,555,係長,木村,0,3,Kimura");
+  EXPECT_EQ(server.Call("/orvane?ReqNo=106&User_cd=kimura", cookie),
+            "200 kimura,木村,キムラ,,k.kimura,0,555,係長,木村,0,3,Kimura");
 
   // Login checks the hash in the server: the hash itself, empty and wrong
   // passwords fail, the right one passes once the user's short delay after
   // failures is over. (Three failures: under the address's throttle.)
-  struct Attempt {
-    std::string password, answer;
-  } attempts[] = {{first[0], "ERROR:LOGIN"}, {"", "ERROR:LOGIN"}, {"pw-kimurA", "ERROR:LOGIN"}};
-  for (const Attempt& a : attempts) EXPECT_EQ(login("kimura", a.password), a.answer) << a.password;
+  for (const std::string& wrong : {first[0], std::string(), std::string("pw-kimurA")})
+    EXPECT_EQ(login("kimura", wrong), "ERROR:LOGIN") << wrong;
   clock().Set(LocalTime{2024, 4, 1, 10, 25, 0});
   EXPECT_EQ(login("kimura", "pw-kimura"), "OK");
 
@@ -117,13 +83,13 @@ TEST_P(PasswordModes, Argon2idStoresHashesChecksThemInTheServerAndAnswersNoPassw
   const std::string change =
       "ReqNo=205&User_cd=kimura&User_KJ=木村 一&User_KN=キムラ&Mail_AD=k.kimura&Mail_FL=0"
       "&Ext_TEL=556&Post_NM=係長&Disp_NM=木村&Mail_UFL=0&OldMail_UFL=0&Mail_NM=Kimura&User_PS=";
-  EXPECT_EQ(Post(client, "/orvane", change, cookie).first, "OK");
+  EXPECT_EQ(server.Call("/orvane", cookie, change), "200 OK");
   EXPECT_EQ(Stored("kimura"), first);
   EXPECT_EQ(Rows(Sql() << "select NAME_KJ, EXT_TEL from " << Table("T_USER") << " where USER_ID = 'kimura'"),
             (Cells{{"木村 一", "556"}}));
   EXPECT_EQ(login("kimura", "pw-kimura"), "OK");
 
-  EXPECT_EQ(Post(client, "/orvane", change + "new%2Cpw", cookie).first, "OK");
+  EXPECT_EQ(server.Call("/orvane", cookie, change + "new%2Cpw"), "200 OK");
   std::vector<std::string> second = Stored("kimura");
   EXPECT_TRUE(VerifyPassword(second[0], "new,pw")) << second[0];
   EXPECT_EQ(second[1], "20240502");
@@ -142,9 +108,7 @@ TEST_P(PasswordModes, TheMailServerGetsTypedPasswordsAndNothingWhenOneIsKept) {
   peer.QueueSpexeReplies(std::vector<std::string>(10, "OK: deleted added"));
   WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
   LiveServer server(ConfigPath(), clock());
-  auto client = server.Client();
-  auto [ok, cookie] = Post(client, "/login", "User_cd=admin&User_PS=admin");
-  ASSERT_EQ(ok, "OK");
+  const std::string cookie = server.LogIn("admin", "admin");
   auto spexe = [&](const std::string& command) { return "SPEXE " + mail + "\\" + command + "\r\nQUIT\r\n"; };
   struct Step {
     std::string form;
@@ -155,7 +119,7 @@ TEST_P(PasswordModes, TheMailServerGetsTypedPasswordsAndNothingWhenOneIsKept) {
       {"ReqNo=205&User_cd=kimura&User_PS=pw2&Mail_UFL=1&OldMail_UFL=1", {spexe("adduser.exe -m kimura -p pw2")}},
   };
   for (const Step& s : steps) {
-    EXPECT_EQ(Post(client, "/orvane", s.form, cookie).first, "OK") << s.form;
+    EXPECT_EQ(server.Call("/orvane", cookie, s.form), "200 OK") << s.form;
     EXPECT_EQ(peer.Transcripts(), s.sent) << s.form;
   }
   EXPECT_TRUE(VerifyPassword(Stored("kimura")[0], "pw2"));
@@ -169,14 +133,12 @@ TEST_P(PasswordModes, PlainKeepsTodaysAnswersButAnEmptyPasswordNeverLogsIn) {
   Insert("MENU_USER", {{"USER_ID", "boss"}, {"MENU50", "50"}});
   Insert("T_USER", {{"USER_ID", "blank"}, {"PASSWORD", ""}});
   LiveServer server(ConfigPath(), clock());
-  auto client = server.Client();
-  EXPECT_EQ(Post(client, "/login", "User_cd=blank&User_PS=").first, "ERROR:LOGIN");
-  EXPECT_EQ(Post(client, "/login", "User_cd=blank").first, "ERROR:LOGIN");
-  auto [ok, cookie] = Post(client, "/login", "User_cd=boss&User_PS=boss-pw");
-  ASSERT_EQ(ok, "OK");
+  for (const char* form : {"User_cd=blank&User_PS=", "User_cd=blank"})
+    EXPECT_EQ(server.Call("/login", "", form), "200 ERROR:LOGIN") << form;
+  const std::string cookie = server.LogIn("boss", "boss-pw");
   EXPECT_EQ(server.state().sessions->Find(cookie.substr(11))->Get("PUB_USR_PW"), "boss-pw");
-  EXPECT_EQ(client.Get("/orvane?ReqNo=106&User_cd=boss", {{"Cookie", cookie}})->body, "boss,上司,,boss-pw,,,,,,,,");
-  EXPECT_EQ(Post(client, "/orvane", "ReqNo=205&User_cd=blank&User_PS=", cookie).first, "OK");
+  EXPECT_EQ(server.Call("/orvane?ReqNo=106&User_cd=boss", cookie), "200 boss,上司,,boss-pw,,,,,,,,");
+  EXPECT_EQ(server.Call("/orvane", cookie, "ReqNo=205&User_cd=blank&User_PS="), "200 OK");
   EXPECT_EQ(Stored("blank"), (std::vector<std::string>{"", "20240401", "-"}));
 }
 

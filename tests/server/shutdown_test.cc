@@ -48,7 +48,8 @@ TEST(Shutdown, SigtermLetsTheRequestInFlightFinishThenExitsZero) {
   std::string config = dir.Write("ORVANE.ini",
                                  "LOCAL_DB_DSN=shutdown_demo\nMAINFORM_BACK_COLOR=FFFFFF\nML_MODE=0\nML_USEFLG=0\n"
                                  "ML_ADDUSEFLG=0\nML_ISLOCAL=True\nML_SERVER=x\nML_SERVERIP=127.0.0.1\n"
-                                 "ML_EXEPROXY_PORT=5300\nML_FOLDER=" + dir.File("mail") + "\nJNJI_MODE=0\n");
+                                 "ML_EXEPROXY_PORT=5300\nML_FOLDER=" +
+                                     dir.File("mail") + "\nJNJI_MODE=0\n");
   const std::string db = dir.File("orvane.db");
   dir.Write("odbc.ini", "[shutdown_demo]\nDriver=SQLite3\nDatabase=" + db + "\nJournalMode=WAL\nTimeout=5000\n");
   ASSERT_EQ(std::system((std::string(ORVANE_BINARY) + " init-db --demo --config " + config + " >/dev/null").c_str()),

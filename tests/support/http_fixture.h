@@ -5,6 +5,7 @@
 #include <httplib.h>
 
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -16,6 +17,8 @@ namespace orvane::testing {
 
 // For servers whose tests send queries without logging in.
 inline AccessRule OpenReads() { return {.anonymous_reads = true}; }
+
+inline constexpr char kForm[] = "application/x-www-form-urlencoded";
 
 class LiveServer {
  public:
@@ -55,6 +58,19 @@ class LiveServer {
     httplib::Client c("127.0.0.1", port_);
     c.set_read_timeout(30);
     return c;
+  }
+  // The session cookie ("ORVANE_SID=<id>") a login sets; "" when refused.
+  std::string LogIn(const std::string& user, const std::string& password) const {
+    auto res = Client().Post("/login", "User_cd=" + user + "&User_PS=" + password, kForm);
+    return res && res->body == "OK" ? res->get_header_value("Set-Cookie").substr(0, 43) : std::string();
+  }
+  // "status body" of a GET of `target`, or of a POST when a form is given.
+  std::string Call(const std::string& target, const std::string& cookie = "",
+                   const std::optional<std::string>& form = std::nullopt) const {
+    httplib::Headers headers;
+    if (!cookie.empty()) headers.emplace("Cookie", cookie);
+    auto res = form ? Client().Post(target, headers, *form, kForm) : Client().Get(target, headers);
+    return res ? std::to_string(res->status) + " " + res->body : std::string("(no answer)");
   }
 
  private:
