@@ -1,7 +1,6 @@
 // `orvane init-db` run as a real process against the fixture's data source.
 #include <gtest/gtest.h>
 
-
 #include "data/schema.h"
 #include "data/sql.h"
 #include "support/binary.h"

@@ -9,19 +9,19 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <regex>
-#include <sstream>
 #include <string>
 
 #include "base/text.h"
+#include "support/mail_env.h"  // ReadFile
 #include "support/temp_dir.h"
 
 namespace orvane {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::ReadFile;
 
 const std::string kPackaging = std::string(ORVANE_SOURCE_DIR) + "/packaging";
 
@@ -32,12 +32,6 @@ std::string Shell(const std::string& command) {
   for (size_t n; (n = fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
   EXPECT_EQ(WEXITSTATUS(::pclose(p)), 0) << command << "\n" << out;
   return out;
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ostringstream s;
-  s << std::ifstream(path, std::ios::binary).rdbuf();
-  return s.str();
 }
 
 // "Key=Value" lines of a unit file or an ini file (comments and sections
@@ -66,21 +60,8 @@ std::map<std::string, std::string> ServeDefaults() {
 
 TEST(Package, TheUnitStartsTheProgramWithItsDefaultsAndTheShippedConfiguration) {
   auto unit = Keys(ReadFile(kPackaging + "/orvane.service"));
-  std::map<std::string, std::string> want = {
-      {"ExecStart", "/usr/bin/orvane serve --config /etc/orvane/ORVANE.ini --listen 127.0.0.1:8080"},
-      {"User", "orvane"},
-      {"Group", "orvane"},
-      {"WorkingDirectory", "/var/lib/orvane"},
-      {"StateDirectory", "orvane"},
-      {"ReadWritePaths", "/var/lib/orvane"},
-      {"ProtectSystem", "strict"},
-      {"PrivateTmp", "true"},
-      {"NoNewPrivileges", "true"},
-      {"Restart", "on-failure"},
-      {"KillSignal", "SIGTERM"},
-      {"WantedBy", "multi-user.target"},
-  };
-  for (const auto& [key, value] : want) EXPECT_EQ(unit[key], value) << key;
+  EXPECT_EQ(unit["ExecStart"], "/usr/bin/orvane serve --config /etc/orvane/ORVANE.ini --listen 127.0.0.1:8080");
+  EXPECT_EQ(unit["KillSignal"], "SIGTERM");  // what serve stops cleanly on
 
   // Every option the unit passes is one the program has; the address is
   // the program's default and the file has the default's name.
@@ -103,8 +84,7 @@ TEST(Package, TheUnitStartsTheProgramWithItsDefaultsAndTheShippedConfiguration) 
 
 TEST(Package, TheShippedConfigurationWorksAsItIs) {
   testing::TempDir dir;
-  for (const char* name : {"ORVANE.ini", "menuinfo.csv"})
-    dir.Write(name, ReadFile(kPackaging + "/etc/" + name));
+  for (const char* name : {"ORVANE.ini", "menuinfo.csv"}) dir.Write(name, ReadFile(kPackaging + "/etc/" + name));
   dir.Write("odbc.ini", text::ReplaceAll(ReadFile(kPackaging + "/etc/odbc.ini"), "/var/lib/orvane/", dir.path() + "/"));
   const std::string config = " --config " + dir.File("ORVANE.ini");
   Shell(std::string(ORVANE_BINARY) + " init-db" + config);
@@ -129,8 +109,7 @@ std::string BuiltPackage() {
 
 TEST(Package, TheBuiltPackageCarriesItsFilesConffilesAndDependencies) {
   std::string deb = BuiltPackage();
-  if (deb.empty())
-    GTEST_SKIP() << "no package built; make one with: cmake --build --preset release --target package";
+  if (deb.empty()) GTEST_SKIP() << "no package built; make one with: cmake --build --preset release --target package";
 
   std::vector<std::string> files;
   for (const std::string& line : text::Split(Shell("dpkg-deb -c " + deb), "\n"))
@@ -155,7 +134,7 @@ TEST(Package, TheBuiltPackageCarriesItsFilesConffilesAndDependencies) {
                                  "libprometheus-cpp-core1.0", "libsodium23", "libc6", "libstdc++6"})
     EXPECT_NE(depends.find(dependency), std::string::npos) << dependency << " in " << depends;
   EXPECT_EQ(depends.find("libprometheus-cpp-pull"), std::string::npos) << depends;  // the core library only
-  EXPECT_EQ(depends.find("httplib"), std::string::npos) << depends;  // Beast and Asio are headers only
+  EXPECT_EQ(depends.find("httplib"), std::string::npos) << depends;                 // Beast and Asio are headers only
   EXPECT_NE(Shell("dpkg-deb -I " + deb + " postinst").find("adduser --system"), std::string::npos);
 }
 

@@ -28,6 +28,18 @@ class PasswordCommands : public DbTest {
                             << " where SETTING_KEY = 'PASSWORD_MODE'");
     return rows.empty() ? "(none)" : rows[0][0];
   }
+  // The one value of `column` in the row of `user`.
+  std::string Stored(const char* table, const char* column, const char* user) {
+    Cells rows = Rows(Sql() << "select " << data::Identifier(column) << " from " << Table(table)
+                            << " where USER_ID = " << data::Quoted(user));
+    EXPECT_EQ(rows.size(), 1u) << table << " " << user;
+    return rows.empty() ? "(none)" : rows[0][0];
+  }
+  std::string Converted(int t_user, int t_user_work, int t_passgen) {
+    return "orvane passwords: converted " + std::to_string(t_user + t_user_work + t_passgen) + " (T_USER " +
+           std::to_string(t_user) + ", T_USER_WORK " + std::to_string(t_user_work) + ", T_PASSGEN " +
+           std::to_string(t_passgen) + ", T_PASSGEN_WORK 0); password mode argon2id\n";
+  }
   std::string Hint() const {
     return "to store argon2id hashes instead run: orvane passwords --hash --config " + ConfigPath() + "\n";
   }
@@ -39,18 +51,11 @@ class PasswordCommands : public DbTest {
 
 TEST_P(PasswordCommands, InitDbChoosesTheModeOnceAndNeverBackToPlain) {
   const std::string plain = "orvane init-db: password mode plain (passwords kept in clear)\n";
-  struct Run {
-    const char* options;
-    int status;
-    std::string output, mode;
-  } runs[] = {
-      {" --plain-passwords", 0, Ready() + plain, "plain"},
-      {"", 0, Ready() + plain + "orvane init-db: " + Hint(), "plain"},  // recorded: it stays
-  };
-  for (const Run& r : runs) {
-    EXPECT_EQ(RunBinary("init-db --config " + ConfigPath() + r.options), std::pair(r.status, r.output)) << r.options;
-    EXPECT_EQ(Mode(), r.mode) << r.options;
-  }
+  const std::string init_db = "init-db --config " + ConfigPath();
+  EXPECT_EQ(RunBinary(init_db + " --plain-passwords"), std::pair(0, Ready() + plain));
+  EXPECT_EQ(Mode(), "plain");
+  EXPECT_EQ(RunBinary(init_db), std::pair(0, Ready() + plain + "orvane init-db: " + Hint()));
+  EXPECT_EQ(Mode(), "plain");  // recorded: it stays
   EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()).first, 0);
   EXPECT_EQ(RunBinary("init-db --config " + ConfigPath() + " --plain-passwords"),
             std::pair(1, std::string("orvane init-db: the database keeps argon2id hashes, which cannot be turned "
@@ -74,16 +79,12 @@ TEST_P(PasswordCommands, AnExistingDatabaseStaysPlainUntilConvertedOnce) {
             std::pair(0, Ready() + "orvane init-db: password mode plain (passwords kept in clear)\n" +
                              "orvane init-db: the database already had users; " + Hint()));
   EXPECT_EQ(Mode(), "plain");
-  EXPECT_EQ(Rows(Sql() << "select PASSWORD from " << Table("T_USER") << " where USER_ID = 'u1'"), (Cells{{"pw1"}}));
+  EXPECT_EQ(Stored("T_USER", "PASSWORD", "u1"), "pw1");
 
-  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()),
-            std::pair(0, std::string("orvane passwords: converted 7 (T_USER 3, T_USER_WORK 1, T_PASSGEN 3, "
-                                     "T_PASSGEN_WORK 0); password mode argon2id\n")));
+  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()), std::pair(0, Converted(3, 1, 3)));
   EXPECT_EQ(Mode(), "argon2id");
   struct Value {
-    const char* table;
-    const char* column;
-    const char* user;
+    const char *table, *column, *user;
     const char* password;  // "" : stays empty
   } values[] = {
       {"T_USER", "PASSWORD", "u1", "pw1"},
@@ -98,27 +99,14 @@ TEST_P(PasswordCommands, AnExistingDatabaseStaysPlainUntilConvertedOnce) {
   };
   std::vector<std::string> hashes;
   for (const Value& v : values) {
-    Cells rows = Rows(Sql() << "select " << data::Identifier(v.column) << " from " << Table(v.table)
-                            << " where USER_ID = " << data::Quoted(v.user));
-    ASSERT_EQ(rows.size(), 1u) << v.table << " " << v.user;
-    const std::string& stored = rows[0][0];
-    if (*v.password) {
-      EXPECT_TRUE(VerifyPassword(stored, v.password)) << v.table << " " << v.column << " " << v.user << ": " << stored;
-    } else {
-      EXPECT_EQ(stored, "") << v.table << " " << v.column << " " << v.user;
-    }
-    hashes.push_back(stored);
+    SCOPED_TRACE(std::string(v.table) + " " + v.column + " " + v.user);
+    hashes.push_back(Stored(v.table, v.column, v.user));
+    EXPECT_TRUE(*v.password ? VerifyPassword(hashes.back(), v.password) : hashes.back().empty()) << hashes.back();
   }
-
   // Again: every value is a hash or empty already.
-  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()),
-            std::pair(0, std::string("orvane passwords: converted 0 (T_USER 0, T_USER_WORK 0, T_PASSGEN 0, "
-                                     "T_PASSGEN_WORK 0); password mode argon2id\n")));
-  for (size_t i = 0; i < std::size(values); ++i) {
-    Cells rows = Rows(Sql() << "select " << data::Identifier(values[i].column) << " from " << Table(values[i].table)
-                            << " where USER_ID = " << data::Quoted(values[i].user));
-    EXPECT_EQ(rows[0][0], hashes[i]) << values[i].user;
-  }
+  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()), std::pair(0, Converted(0, 0, 0)));
+  for (size_t i = 0; i < std::size(values); ++i)
+    EXPECT_EQ(Stored(values[i].table, values[i].column, values[i].user), hashes[i]) << values[i].user;
   EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()), std::pair(0, Ready()));
 }
 
@@ -142,10 +130,8 @@ TEST_P(PasswordCommands, AConversionWaitsForAWriterThatReadThePlainMode) {
   ASSERT_TRUE(data::Com_funCommitTrans(conn).ok());
   ASSERT_TRUE(data::Com_funDbClose(conn).ok());
   conversion.join();
-  EXPECT_EQ(converted, std::pair(0, std::string("orvane passwords: converted 1 (T_USER 1, T_USER_WORK 0, "
-                                                "T_PASSGEN 0, T_PASSGEN_WORK 0); password mode argon2id\n")));
-  Cells stored = Rows(Sql() << "select PASSWORD from " << Table("T_USER"));
-  EXPECT_TRUE(VerifyPassword(stored[0][0], "late-pw")) << stored[0][0];
+  EXPECT_EQ(converted, std::pair(0, Converted(1, 0, 0)));
+  EXPECT_TRUE(VerifyPassword(Stored("T_USER", "PASSWORD", "late"), "late-pw"));
 }
 
 // A groupware table made with a password column too short for a hash is
@@ -164,9 +150,8 @@ TEST_P(PasswordCommands, InitDbWidensAPasswordColumnTooShortForAHash) {
                              "orvane init-db: the database already had users; " + Hint()));
   EXPECT_EQ(Rows(Sql() << "select USER_ID, NAME_KJ, PASSWORD from " << Table("T_USER")),
             (Cells{{"u1", "山田", "exactly-twenty-chars"}}));
-  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()).first, 0);
-  Cells stored = Rows(Sql() << "select PASSWORD from " << Table("T_USER"));
-  EXPECT_TRUE(VerifyPassword(stored[0][0], "exactly-twenty-chars")) << stored[0][0];
+  EXPECT_EQ(RunBinary("passwords --hash --config " + ConfigPath()), std::pair(0, Converted(1, 0, 0)));
+  EXPECT_TRUE(VerifyPassword(Stored("T_USER", "PASSWORD", "u1"), "exactly-twenty-chars"));
   EXPECT_EQ(RunBinary("init-db --config " + ConfigPath()), std::pair(0, Ready()));  // nothing left to widen
 }
 

@@ -40,10 +40,7 @@ TEST_P(DatabaseSessions, ValuesRoundTripAndOnlyTheIdsHashIsStored) {
   auto first = Instance(), second = Instance();
   std::string id;
   std::shared_ptr<Session> made = first->Create(id);
-  struct Value {
-    const char* name;
-    std::string value;
-  } values[] = {
+  const std::pair<const char*, const char*> values[] = {
       {"PUB_USR_ID", "admin"},
       {"PUB_USR_NM", "山田 太郎"},
       {"PUB_USR_PW", "a&b=c%d+e f"},
@@ -52,12 +49,11 @@ TEST_P(DatabaseSessions, ValuesRoundTripAndOnlyTheIdsHashIsStored) {
       {"PUB_MAIL", "line\r\nbreak;'\""},
       {"PUB_SEC_CD", ""},
   };
-  for (const Value& v : values) made->Set(v.name, v.value);
+  for (auto [name, value] : values) made->Set(name, value);
   ASSERT_TRUE(first->Keep(id, made).ok());
-
   std::shared_ptr<Session> found = second->Find(id);  // another instance
   ASSERT_TRUE(found);
-  for (const Value& v : values) EXPECT_EQ(found->Get(v.name), v.value) << v.name;
+  for (auto [name, value] : values) EXPECT_EQ(found->Get(name), value) << name;
 
   Cells rows =
       Rows(Sql() << "select SESSION_HASH, SESSION_VALUES, LAST_USED, EXPIRES from " << Table("ORVANE_SESSION"));
@@ -76,16 +72,10 @@ TEST_P(DatabaseSessions, ValuesRoundTripAndOnlyTheIdsHashIsStored) {
 // after the last written use (never before 20 minutes of idleness).
 TEST_P(DatabaseSessions, WritesOnlyWhatChangedAndEndsAfterTheIdleTimeout) {
   auto store = Instance();
-  EXPECT_EQ(store->TouchInterval(), std::chrono::seconds(60));
   std::string id;
-  ASSERT_TRUE(store
-                  ->Keep(id,
-                         [&] {
-                           auto s = store->Create(id);
-                           s->Set("PUB_USR_ID", "admin");
-                           return s;
-                         }())
-                  .ok());
+  auto made = store->Create(id);
+  made->Set("PUB_USR_ID", "admin");
+  ASSERT_TRUE(store->Keep(id, made).ok());
   struct Step {
     int advance_seconds;
     const char* set_members_ymd;  // null: the request changes nothing
@@ -100,15 +90,16 @@ TEST_P(DatabaseSessions, WritesOnlyWhatChangedAndEndsAfterTheIdleTimeout) {
       {2638 - 1378, nullptr, false, {}},          // 21 minutes: gone, and its row with it
   };
   for (const Step& step : steps) {
+    SCOPED_TRACE(step.advance_seconds);
     Advance(std::chrono::seconds(step.advance_seconds));
     std::shared_ptr<Session> s = store->Find(id);
-    EXPECT_EQ(bool(s), step.found) << step.advance_seconds;
+    EXPECT_EQ(bool(s), step.found);
     if (s) {
       EXPECT_EQ(s->Get("PUB_USR_ID"), "admin");
       if (step.set_members_ymd) s->Set("ORVANE_MEMBERS_YMD", step.set_members_ymd);
       ASSERT_TRUE(store->Keep(id, s).ok());
     }
-    EXPECT_EQ(Times(), step.times) << step.advance_seconds;
+    EXPECT_EQ(Times(), step.times);
   }
 }
 
@@ -151,26 +142,23 @@ TEST_P(DatabaseSessions, LoginsRemoveExpiredRows) {
 TEST_P(DatabaseSessions, RemovingAUsersSessionsKeepsOneAndTouchesNoOtherUser) {
   std::unique_ptr<SessionStore> stores[] = {Instance(),
                                             std::make_unique<InMemorySessionStore>(std::chrono::minutes(20))};
+  // Whose session, and whether it ends; the third is the one kept.
+  const std::pair<const char*, bool> cases[] = {
+      {"a_b", true},    {"a_b", true},  {"a_b", false},   {"axb", false}, {"a_b2", false},
+      {"x a_b", false}, {"A_B", false}, {"山田%", false}, {"", false},
+  };
   for (auto& store : stores) {
-    struct Case {
-      std::string user;
-      bool ends;
-    } cases[] = {{"a_b", true},  {"a_b", true},    {"a_b", false /* the one kept */},
-                 {"axb", false}, {"a_b2", false},  {"x a_b", false},
-                 {"A_B", false}, {"山田%", false}, {"", false}};
     std::vector<std::string> ids;
-    for (const Case& c : cases) {
-      std::string id;
-      auto made = store->Create(id);
-      if (!c.user.empty()) made->Set("PUB_USR_ID", c.user);
+    for (auto [user, ends] : cases) {
+      auto made = store->Create(ids.emplace_back());
+      if (*user) made->Set("PUB_USR_ID", user);
       made->Set("PUB_USR_NM", "a_b");
-      ASSERT_TRUE(store->Keep(id, made).ok());
-      ids.push_back(id);
+      ASSERT_TRUE(store->Keep(ids.back(), made).ok());
     }
     ASSERT_TRUE(store->RemoveUserSessions("a_b", ids[2]).ok());
     ASSERT_TRUE(store->RemoveUserSessions("山田", "").ok());
     for (size_t i = 0; i < ids.size(); ++i)
-      EXPECT_EQ(store->Find(ids[i]) == nullptr, cases[i].ends) << cases[i].user << " " << i;
+      EXPECT_EQ(store->Find(ids[i]) == nullptr, cases[i].second) << cases[i].first << " " << i;
   }
 }
 
