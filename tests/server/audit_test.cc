@@ -13,11 +13,9 @@
 namespace orvane {
 namespace {
 
-using testing::DbTest;
 using testing::LiveServer;
 using testing::RunBinary;
-
-using Audit = DbTest;
+using Audit = testing::DbTest;
 
 TEST_P(Audit, EveryChangeLoginAndLogoutLeavesOneLineWithoutPasswords) {
   Insert("T_USER", {{"USER_ID", "boss"}, {"PASSWORD", "boss-pw"}});
@@ -26,26 +24,15 @@ TEST_P(Audit, EveryChangeLoginAndLogoutLeavesOneLineWithoutPasswords) {
   {
     LiveServer server(ConfigPath(), clock());
     ASSERT_TRUE(server.state().audit_log.Open(path).ok());
-    auto client = server.Client();
-    auto post = [&](const char* target, const std::string& form, const std::string& cookie = "") {
-      httplib::Headers headers;
-      if (!cookie.empty()) headers.emplace("Cookie", cookie);
-      auto res = client.Post(target, headers, form, "application/x-www-form-urlencoded");
-      return res ? std::pair(res->body, res->get_header_value("Set-Cookie").substr(0, 43))
-                 : std::pair(std::string("(none)"), std::string());
-    };
-    post("/login", "User_cd=boss&User_PS=guess");
-    std::string cookie = post("/login", "User_cd=boss&User_PS=boss-pw").second;
-    post("/orvane", "ReqNo=213&User_cd=boss&User_Menu=01&User_PS=boss-pw", cookie);
-    post("/orvane?ReqNo=105&Group_cd=0001", "", cookie);  // a query: no line
-    post("/orvane", "ReqNo=203&Group_cd=0009");           // refused at the edge
-    post("/logout", "", cookie);
+    server.Call("/login", "", "User_cd=boss&User_PS=guess");
+    const std::string cookie = server.LogIn("boss", "boss-pw");
+    server.Call("/orvane", cookie, "ReqNo=213&User_cd=boss&User_Menu=01&User_PS=boss-pw");
+    server.Call("/orvane?ReqNo=105&Group_cd=0001", cookie, "");  // a query: no line
+    server.Call("/orvane", "", "ReqNo=203&Group_cd=0009");       // refused at the edge
+    server.Call("/logout", cookie, "");
   }
   struct Line {
-    const char* event;
-    const char* user;
-    const char* code;
-    const char* answer;
+    const char *event, *user, *code, *answer;
     const char* fields;  // the JSON object, or "" for none
   } want[] = {
       {"login-failed", "boss", "", "ERROR:LOGIN", ""},
