@@ -16,17 +16,7 @@ namespace {
 
 using testing::LiveServer;
 
-class MetricsEndpoint : public testing::DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (IsSkipped()) return;
-    peer_ = std::make_unique<testing::ExeProxyPeer>(dir().File("mail"), dir().File("mail") + "\\");
-    WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer_->Port() + "\n");
-    InsertDemo();
-  }
-  std::unique_ptr<testing::ExeProxyPeer> peer_;
-};
+using MetricsEndpoint = testing::DbTest;
 
 // The lines of `text` that begin with one of `prefixes`, sorted (a family
 // lists its label sets in no fixed order).
@@ -40,10 +30,13 @@ std::string Lines(const std::string& text, std::initializer_list<std::string_vie
 }
 
 TEST_P(MetricsEndpoint, CountsRequestsByCodeAndAnswerAndTheMailProxyExchanges) {
+  InsertDemo();
+  testing::ExeProxyPeer peer(dir().File("mail"), dir().File("mail") + "\\");
+  WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
   LiveServer server(ConfigPath(), clock());
   const std::string cookie = server.LogIn("admin", "admin");
   // The first exchange with the mail server is refused, the rest accepted.
-  peer_->QueueSpexeReplies({"NG: refused"});
+  peer.QueueSpexeReplies({"NG: refused"});
   for (auto [query, answer_start] : {std::pair{"ReqNo=101", "200 0000,"},
                                      {"ReqNo=101&DBFlg=1", "200 0000,"},
                                      {"reqno=105&Group_cd=0001", "200 0001,"},
@@ -56,7 +49,7 @@ TEST_P(MetricsEndpoint, CountsRequestsByCodeAndAnswerAndTheMailProxyExchanges) {
     EXPECT_TRUE(answer.starts_with(answer_start)) << query << ": " << answer;
   }
   // As many exchanges as the exe proxy itself saw.
-  size_t exchanges = peer_->Transcripts().size();
+  size_t exchanges = peer.Transcripts().size();
   ASSERT_GE(exchanges, 2u);
 
   auto res = server.Client().Get("/metrics");

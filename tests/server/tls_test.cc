@@ -149,8 +149,7 @@ TEST(Tls, ServeRefusesCertificatesAndKeysItCannotUse) {
   dir.Write("odbc.ini", "[tls_serve_probe]\nDriver=SQLite3\nDatabase=" + dir.File("o.db") + "\n");
   // A port already taken: should a refusal go missing, serve stops at its
   // listen instead of serving on.
-  TempDir other;
-  LiveServer taken(other.Write("ORVANE.ini", kConfig));
+  LiveServer taken(config);
   const std::string serve = "serve --config " + config + " --listen 127.0.0.1:" + std::to_string(taken.port()) + " ";
   const std::string missing = dir.File("missing.pem");
   struct Case {
