@@ -41,10 +41,10 @@ class Edge : public ::testing::Test {
   }
   // Queries open to all, as most cases here send no login.
   std::unique_ptr<LiveServer> Serve(const HttpOptions& options) {
-    return std::make_unique<LiveServer>(dir.File("ORVANE.ini"), SystemClock::Instance(), 20min, options,
-                                        testing::OpenReads());
+    return std::make_unique<LiveServer>(config, SystemClock::Instance(), 20min, options, testing::OpenReads());
   }
   testing::TempDir dir;
+  const std::string config = dir.Write("ORVANE.ini", kConfig);
 };
 
 TEST_F(Edge, ServerInformationFromConfigAndCatalogue) {
@@ -58,9 +58,9 @@ TEST_F(Edge, ServerInformationFromConfigAndCatalogue) {
        "ML_SERVERIP=h\nML_SERVER=s\nML_FOLDER=f\n",
        "ERROR:READINFOFILE_JNJI_MODE"},
   };
-  for (const auto& [config, answer] : cases) {
-    dir.Write("ORVANE.ini", config);
-    LiveServer server(dir.File("ORVANE.ini"), testing::OpenReads());
+  for (const auto& [text, answer] : cases) {
+    dir.Write("ORVANE.ini", text);
+    LiveServer server(config, testing::OpenReads());
     auto res = server.Client().Get("/orvane?ReqNo=001");
     ASSERT_TRUE(res);
     EXPECT_EQ(std::to_string(res->status) + " " + res->body, std::string("200 ") + answer);
@@ -69,7 +69,6 @@ TEST_F(Edge, ServerInformationFromConfigAndCatalogue) {
 }
 
 TEST_F(Edge, RoutesStatusesAndFormBodiesWithoutSecretsInTheLog) {
-  dir.Write("ORVANE.ini", kConfig);
   auto server = Serve(Options(4));
   const std::string info = std::string("200 ") + kInfoAnswer;
   struct Case {
@@ -106,7 +105,6 @@ TEST_F(Edge, RoutesStatusesAndFormBodiesWithoutSecretsInTheLog) {
 }
 
 TEST_F(Edge, ConcurrentRequestsEachGetTheirOwnAnswer) {
-  dir.Write("ORVANE.ini", kConfig);
   auto server = Serve(Options(4));
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -125,7 +123,6 @@ TEST_F(Edge, ConcurrentRequestsEachGetTheirOwnAnswer) {
 
 // What header floods leave in memory is a figure of bench/header_flood_memory.sh.
 TEST_F(Edge, EachLimitIsAnsweredWithItsStatusAndLogged) {
-  dir.Write("ORVANE.ini", kConfig);
   auto server = Serve(Options(1));
   const std::string host = "Host: x\r\n", too_large = "HTTP/1.1 431 Request Header Fields Too Large";
   struct Case {
@@ -166,7 +163,6 @@ TEST_F(Edge, EachLimitIsAnsweredWithItsStatusAndLogged) {
 }
 
 TEST_F(Edge, SlowClientsHoldNoWorker) {
-  dir.Write("ORVANE.ini", kConfig);
   auto server = Serve(Options(2));
   // Eight clients, four times the workers, each sending a header line now
   // and then: none of them gets a worker, so /healthz goes on answering.
@@ -189,7 +185,6 @@ TEST_F(Edge, SlowClientsHoldNoWorker) {
 }
 
 TEST_F(Edge, KeptAliveAndPipelinedRequestsAreAnsweredInOrderOnOneConnection) {
-  dir.Write("ORVANE.ini", kConfig);
   auto server = Serve(Options(2));
   RawClient raw(server->port());
   const std::string post = "POST /orvane HTTP/1.1\r\nHost: x\r\nContent-Type: application/x-www-form-urlencoded\r\n";
@@ -227,7 +222,6 @@ TEST_F(Edge, KeptAliveAndPipelinedRequestsAreAnsweredInOrderOnOneConnection) {
 }
 
 TEST_F(Edge, ConnectionsPastTheCapAre503AndIdleOnesEndAtTheirTimeout) {
-  dir.Write("ORVANE.ini", kConfig);
   HttpOptions options = Options(2);
   options.limits.max_connections = 2;
   options.limits.idle_timeout = 300ms;
