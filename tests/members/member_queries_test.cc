@@ -72,8 +72,7 @@ TEST_P(MemberQueries, MembersOfASectionSortedAndCurrentOnly) {
             "井上,u02,0,P2,a@x,20240401,20240401,相沢,u01,1,P1,c@x,20200101,99999999,遠藤,u04,0,P6,0@x,20200101,"
             "99999999");
   struct Case {
-    const char* query;
-    const char* ids;
+    const char *query, *ids;
   } cases[] = {
       {"", "u02 u01 u03 u04"},
       {"S_Col=other&S_Type=1", "u02 u01 u03 u04"},  // USER_SEQ, never descending
@@ -103,11 +102,9 @@ TEST_P(MemberQueries, SectionsOfAUserPrimaryFirst) {
 
 TEST_P(MemberQueries, SectionCodesOfAUserOnAnOpenConnection) {
   AddOrganisation();
-  ConfigFile config(ConfigPath());
-  RequestContext ctx(config, session(), app(), clock());
-  data::Connection conn;
+  RequestContext& ctx = Context();
+  data::Connection& conn = Db();
   std::string error;
-  ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   std::vector<std::string> codes = {"kept"};
   EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "nobody", codes), error), 0);
   EXPECT_EQ(codes, std::vector<std::string>{"kept"});
@@ -138,16 +135,10 @@ TEST_P(MemberQueries, MenuRightsOverTheCatalogue) {
 
   dir().Write("menuinfo.csv", "00,トップ\n11,会議室\n15,車両\n20,備品\n30,集計\n52,非表示\n53,非表示\n");
   ReloadApplication();
-  struct Case {
-    const char* query;
-    const char* answer;
-  } cases[] = {
-      {"User_cd=u01", "u01,/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
-      {"User_cd=u02", "u02,/02/30/,/施設予約/集計/,/02/ZZ/"},
-      {"User_cd=nobody", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
-      {"User_cd=u02&DBFlg=1", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"},  // MENU_USER_WORK is empty
-  };
-  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=110&") + c.query), c.answer) << c.query;
+  ExpectAnswers("ReqNo=110&", {{"User_cd=u01", "u01,/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
+                               {"User_cd=u02", "u02,/02/30/,/施設予約/集計/,/02/ZZ/"},
+                               {"User_cd=nobody", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
+                               {"User_cd=u02&DBFlg=1", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"}});  // an empty work table
   dir().Write("menuinfo.csv", "");
   ReloadApplication();
   EXPECT_EQ(Request("ReqNo=110&User_cd=u02"), "u02,/,/,/");

@@ -47,9 +47,14 @@ class GroupQueries : public DbTest {
 TEST_P(GroupQueries, AllGroupsFirstTopThenParentsBeforeChildren) {
   AddOrganisation();
   const std::string tail = "0001,0000,営業部,0002,0000,総務,人事部,";
-  EXPECT_EQ(Request("ReqNo=101"), "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所");
-  EXPECT_EQ(Request("ReqNo=101&DBFlg=0"), "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所");
-  EXPECT_EQ(Request("ReqNo=101&DBFlg=1"), "0000,9999,本社," + tail + "0011,0001,東京営業所");
+  const std::string live = "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所";
+  // DBFlg=1 (in any letter case) names the work tables; any other value the live ones.
+  ExpectAnswers("ReqNo=101", {{"", live},
+                              {"&DBFlg=0", live},
+                              {"&dbflg=2", live},
+                              {"&DBFlg=", live},
+                              {"&dbflg=1", "0000,9999,本社," + tail + "0011,0001,東京営業所"}});
+  ExpectAnswers("ReqNo=", {{"0101", "ERROR:NOREQUESTCODE"}, {"", "ERROR:NOREQUESTCODE"}});  // the whole text names it
 
   AddSection("0100", "9999", "002", "0100", "第二本社");
   AddSection("0101", "0100", "001", "0100/0101", "支社");
@@ -64,33 +69,22 @@ TEST_P(GroupQueries, AllGroupsFirstTopThenParentsBeforeChildren) {
 TEST_P(GroupQueries, ChildrenOfOneGroupAndTheNameSortTheDatabaseRefuses) {
   AddOrganisation();
   const std::string all = "0001,0000,営業部,0002,0000,総務,人事部,0003,0000,開発部";
-  struct Case {
-    const char* query;
-    std::string answer;
-  } cases[] = {
-      {"Group_cd=0000", all},
-      {"Group_cd=0000&S_Col=id&S_Type=1", all},
-      {"Group_cd=0000&DBFlg=1", "0001,0000,営業部,0002,0000,総務,人事部"},
-      {"Group_cd=0001", "0011,0001,東京営業所"},
-      {"Group_cd=0011", ""},
-      {"Group_cd=0000&S_Col=name&S_Type=1", "ERROR:DBSELECT"},
-      {"Group_cd=0000&S_Col=NAME&S_Type=0", "ERROR:DBSELECT"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=103&") + c.query), c.answer) << c.query;
+  ExpectAnswers("ReqNo=103&Group_cd=", {{"0000", all},
+                                        {"0000&S_Col=id&S_Type=1", all},
+                                        {"0000&DBFlg=1", "0001,0000,営業部,0002,0000,総務,人事部"},
+                                        {"0001", "0011,0001,東京営業所"},
+                                        {"0011", ""},
+                                        {"0000&S_Col=name&S_Type=1", "ERROR:DBSELECT"},
+                                        {"0000&S_Col=NAME&S_Type=0", "ERROR:DBSELECT"}});
 }
 
 TEST_P(GroupQueries, PropertiesOfOneGroup) {
   AddOrganisation();
-  struct Case {
-    const char* query;
-    const char* answer;
-  } cases[] = {
-      {"Group_cd=0002", "0002,総務,人事部,d0002,B0002,002,list,20240301,091500"},
-      {"Group_cd=0003&DBFlg=1", "0003,開発部,d0003,B0003,003,list,20240301,091500"},  // deleted, still read
-      {"Group_cd=9999", ",,,,,,,"},
-      {"Group_cd=0000'", ",,,,,,,"},  // the quote is a value, not SQL
-  };
-  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=105&") + c.query), c.answer) << c.query;
+  ExpectAnswers("ReqNo=105&Group_cd=",
+                {{"0002", "0002,総務,人事部,d0002,B0002,002,list,20240301,091500"},
+                 {"0003&DBFlg=1", "0003,開発部,d0003,B0003,003,list,20240301,091500"},  // deleted
+                 {"9999", ",,,,,,,"},
+                 {"0000'", ",,,,,,,"}});  // the quote is a value, not SQL
 }
 
 TEST_P(GroupQueries, ConfigurationAndConnectionFailures) {
@@ -105,9 +99,8 @@ TEST_P(GroupQueries, ConfigurationAndConnectionFailures) {
 TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
   AddOrganisation();
   AddSection("0009", "0099", "001", "0099/0009", "親なし");
-  data::Connection conn;
+  data::Connection& conn = Db();
   std::string error;
-  ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   Array2D hier;
   ASSERT_EQ(Code(Com_funGet_sec_info(conn, "T_SECTION", hier), error), 0) << error;
   ASSERT_EQ(ColumnCount(hier), 12u);
