@@ -53,9 +53,10 @@ std::string Encode(std::string_view value) {
   return out;
 }
 
+// "name=value" per field, each value encoded; a name carries its "&".
 std::string Query(const std::vector<std::pair<std::string, std::string>>& fields) {
   std::string q;
-  for (const auto& [name, value] : fields) q += (q.empty() ? "" : "&") + name + "=" + Encode(value);
+  for (const auto& [name, value] : fields) q += name + "=" + Encode(value);
   return q;
 }
 
@@ -93,31 +94,18 @@ class DemoInstallation {
 TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
   DemoInstallation demo;
   ASSERT_EQ(demo.Orvane("init-db --demo").first, 0);
-  const std::string kimura = "kimura\t";
   const std::string signs = "p w $HOME;`id`'\"\\ -p x";  // every word reaches the mail server as typed
   const std::string list = "ito@demo.example.jp\r\n";
-  auto user = [](const std::string& code, const std::string& id, const std::string& password, const std::string& alias,
-                 const std::string& use_mail, std::vector<std::pair<std::string, std::string>> old) {
-    std::vector<std::pair<std::string, std::string>> f = {{"ReqNo", code},
-                                                          {"User_cd", id},
-                                                          {"User_KJ", "木村 次郎"},
-                                                          {"User_KN", "キムラ ジロウ"},
-                                                          {"User_PS", password},
-                                                          {"Mail_AD", alias},
-                                                          {"Mail_FL", alias == id ? "0" : "1"},
-                                                          {"Ext_TEL", "555"},
-                                                          {"Post_NM", "係長"},
-                                                          {"Disp_NM", ""},
-                                                          {"Mail_UFL", use_mail},
-                                                          {"Mail_NM", ""}};
-    f.insert(f.end(), old.begin(), old.end());
-    return Query(f);
-  };
-  // As the user page sends them: a new user has no alias yet, and its old
-  // mail-use flag repeats the new one.
-  auto fresh = [](const char* use_mail) {
-    return std::vector<std::pair<std::string, std::string>>{
-        {"OldMail_UFL", use_mail}, {"OldAlias", ""}, {"OldAlias_FL", "0"}};
+  auto account = [](const std::string& password) { return "kimura\t" + Sha256Hex(password) + "\n"; };
+  // As the user page sends them; `old` the old mail values (a new user has
+  // no alias yet, and its old mail-use flag repeats the new one).
+  auto user = [](const char* code, const std::string& id, const std::string& password, const std::string& alias,
+                 const char* use_mail, const std::string& old) {
+    return "ReqNo=" + std::string(code) + "&User_cd=" + id + "&User_PS=" + Encode(password) + "&Mail_AD=" + alias +
+           "&Mail_FL=" + (alias == id ? "0" : "1") + "&Mail_UFL=" + use_mail +
+           Query(
+               {{"&User_KJ", "木村 次郎"}, {"&User_KN", "キムラ ジロウ"}, {"&Ext_TEL", "555"}, {"&Post_NM", "係長"}}) +
+           "&Disp_NM=&Mail_NM=" + old;
   };
   struct Step {
     const char* what;
@@ -129,44 +117,40 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
   };
   const Step steps[] = {
       {"204 with mail and an alias: the account and the alias are made",
-       {user("204", "kimura", "pw-1", "jiro", "1", fresh("1"))},
+       {user("204", "kimura", "pw-1", "jiro", "1", "&OldMail_UFL=1&OldAlias=&OldAlias_FL=0")},
        "adduser.exe -u kimura -p *** => OK: account kimura added\n"
        "addalias.exe -a jiro=kimura@demo.example.jp => alias jiro added\n",
-       kimura + Sha256Hex("pw-1") + "\n",
+       account("pw-1"),
        "jiro\tkimura@demo.example.jp\n",
        true,
        ""},
       {"205 with a new password and another alias",
-       {user("205", "kimura", "pw-2", "kjiro", "1",
-             {{"OldMail_UFL", "1"}, {"OldAlias", "jiro"}, {"OldAlias_FL", "1"}})},
+       {user("205", "kimura", "pw-2", "kjiro", "1", "&OldMail_UFL=1&OldAlias=jiro&OldAlias_FL=1")},
        "adduser.exe -m -u kimura -p *** => OK: account kimura changed\n"
        "addalias.exe -d jiro => alias jiro deleted\n"
        "addalias.exe -a kjiro=kimura@demo.example.jp => alias kjiro added\n",
-       kimura + Sha256Hex("pw-2") + "\n",
+       account("pw-2"),
        "kjiro\tkimura@demo.example.jp\n",
        true,
        ""},
       {"205 with a password of blanks and signs",
-       {user("205", "kimura", signs, "kjiro", "1",
-             {{"OldMail_UFL", "1"}, {"OldAlias", "kjiro"}, {"OldAlias_FL", "1"}})},
+       {user("205", "kimura", signs, "kjiro", "1", "&OldMail_UFL=1&OldAlias=kjiro&OldAlias_FL=1")},
        "adduser.exe -m -u kimura -p *** => OK: account kimura changed\n",
-       kimura + Sha256Hex(signs) + "\n",
+       account(signs),
        "kjiro\tkimura@demo.example.jp\n",
        true,
        ""},
       {"207 and 202: kimura joins 0005, which takes the free list sales-west",
-       {Query({{"ReqNo", "207"}, {"Group_cd", "0005"}, {"User_cd", "kimura"}}), Query({{"ReqNo", "202"},
-                                                                                       {"Group_cd", "0005"},
-                                                                                       {"Group_nm", "西日本営業課"},
-                                                                                       {"Disp_NM", "西日本営業課"},
-                                                                                       {"M_LIST", "sales-west"}})},
+       {"ReqNo=207&Group_cd=0005&User_cd=kimura",
+        "ReqNo=202&Group_cd=0005&M_LIST=sales-west" +
+            Query({{"&Group_nm", "西日本営業課"}, {"&Disp_NM", "西日本営業課"}})},
        "",
-       kimura + Sha256Hex(signs) + "\n",
+       account(signs),
        "kjiro\tkimura@demo.example.jp\n",
        true,
        list + "kimura@demo.example.jp\r\n"},
       {"206: the account, the alias, the mail folder and the list entry go",
-       {Query({{"ReqNo", "206"}, {"User_cd", "kimura"}, {"Mail_UFL", "1"}})},
+       {"ReqNo=206&User_cd=kimura&Mail_UFL=1"},
        "adduser.exe -kill -u kimura => OK: account kimura deleted\n"
        "addalias.exe -d kjiro => alias kjiro deleted\n",
        "",
@@ -174,9 +158,9 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
        false,
        list},
       {"204, 205 and 206 without mail ask the mail server nothing",
-       {user("204", "ono", "pw-3", "ono", "0", fresh("0")),
-        user("205", "ono", "pw-4", "ono", "0", {{"OldMail_UFL", "0"}, {"OldAlias", "ono"}, {"OldAlias_FL", "0"}}),
-        Query({{"ReqNo", "206"}, {"User_cd", "ono"}, {"Mail_UFL", "0"}})},
+       {user("204", "ono", "pw-3", "ono", "0", "&OldMail_UFL=0&OldAlias=&OldAlias_FL=0"),
+        user("205", "ono", "pw-4", "ono", "0", "&OldMail_UFL=0&OldAlias=ono&OldAlias_FL=0"),
+        "ReqNo=206&User_cd=ono&Mail_UFL=0"},
        "",
        "",
        "",
@@ -204,14 +188,8 @@ TEST(DemoMail, AnAliasTheMailServerGaveElsewhereUndoesTheNewAccountAndTheUser) {
   ASSERT_EQ(demo.Orvane("init-db --demo").first, 0);
   std::ofstream(demo.File("mail/aliases")) << "taken\tsomeone@demo.example.jp\n";
   // Sent without the old mail values: the mode table creates the account.
-  EXPECT_EQ(demo.Request(Query({{"ReqNo", "204"},
-                                {"User_cd", "mori"},
-                                {"User_KJ", "森"},
-                                {"User_KN", "モリ"},
-                                {"User_PS", "pw"},
-                                {"Mail_AD", "taken"},
-                                {"Mail_FL", "1"},
-                                {"Mail_UFL", "1"}})),
+  EXPECT_EQ(demo.Request("ReqNo=204&User_cd=mori&User_PS=pw&Mail_AD=taken&Mail_FL=1&Mail_UFL=1" +
+                         Query({{"&User_KJ", "森"}, {"&User_KN", "モリ"}})),
             "ERROR:ADDMAILALIASERROR: alias exists: taken delivers to someone@demo.example.jp\n");
   EXPECT_EQ(
       demo.Mail("tools.log"),

@@ -32,11 +32,8 @@ class WriteFailures : public orvane::testing::DbTest {
     Insert("T_SECMEMBER", {{"SEC_CD", "0001"}, {"USER_ID", "u1"}, {"SEC_KBN", "0"}, {"USER_SEQ", "001"}});
   }
   std::string Rows() {
-    std::string out;
-    for (const char* table : {"T_SECTION", "T_SECMEMBER"})
-      for (const auto& row : DbTest::Rows(data::Sql() << "select * from " << data::Table(table) << " order by 1, 2"))
-        out += text::Join(row, "|") + "\n";
-    return out;
+    return Joined(data::Sql() << "select * from " << data::Table("T_SECTION") << " order by 1, 2") +
+           Joined(data::Sql() << "select * from " << data::Table("T_SECMEMBER") << " order by 1, 2");
   }
 };
 
