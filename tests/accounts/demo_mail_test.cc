@@ -102,70 +102,56 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
   auto user = [](const char* code, const std::string& id, const std::string& password, const std::string& alias,
                  const char* use_mail, const std::string& old) {
     return "ReqNo=" + std::string(code) + "&User_cd=" + id + "&User_PS=" + Encode(password) + "&Mail_AD=" + alias +
-           "&Mail_FL=" + (alias == id ? "0" : "1") + "&Mail_UFL=" + use_mail +
-           Query(
-               {{"&User_KJ", "木村 次郎"}, {"&User_KN", "キムラ ジロウ"}, {"&Ext_TEL", "555"}, {"&Post_NM", "係長"}}) +
-           "&Disp_NM=&Mail_NM=" + old;
+           "&Mail_FL=" + (alias == id ? "0" : "1") + "&Mail_UFL=" + use_mail + "&Ext_TEL=555&Disp_NM=&Mail_NM=" +
+           Query({{"&User_KJ", "木村 次郎"}, {"&User_KN", "キムラ ジロウ"}, {"&Post_NM", "係長"}}) + old;
   };
+  // After each step: the accounts, the aliases, whether kimura has a mail
+  // folder, and sales-west's member list, "|" between them.
+  auto state = [&] {
+    EXPECT_EQ(demo.Mail("Lists/sales-west/users.lst"), demo.Mail("Lists/sales-west/users.txt"));
+    return demo.Mail("accounts") + "|" + demo.Mail("aliases") + "|" +
+           (std::filesystem::is_directory(demo.File("mail/users/kimura")) ? "folder" : "no folder") + "|" +
+           demo.Mail("Lists/sales-west/users.lst");
+  };
+  const std::string jiro = "|jiro\tkimura@demo.example.jp\n|folder|",
+                    kjiro = "|kjiro\tkimura@demo.example.jp\n|folder|";
   struct Step {
     const char* what;
     std::vector<std::string> queries;
     std::string log;  // the lines this step adds to tools.log
-    std::string accounts, aliases;
-    bool mail_folder;
-    std::string list;  // sales-west's users.lst and users.txt
+    std::string state;
   };
   const Step steps[] = {
       {"204 with mail and an alias: the account and the alias are made",
        {user("204", "kimura", "pw-1", "jiro", "1", "&OldMail_UFL=1&OldAlias=&OldAlias_FL=0")},
        "adduser.exe -u kimura -p *** => OK: account kimura added\n"
        "addalias.exe -a jiro=kimura@demo.example.jp => alias jiro added\n",
-       account("pw-1"),
-       "jiro\tkimura@demo.example.jp\n",
-       true,
-       ""},
+       account("pw-1") + jiro},
       {"205 with a new password and another alias",
        {user("205", "kimura", "pw-2", "kjiro", "1", "&OldMail_UFL=1&OldAlias=jiro&OldAlias_FL=1")},
        "adduser.exe -m -u kimura -p *** => OK: account kimura changed\n"
        "addalias.exe -d jiro => alias jiro deleted\n"
        "addalias.exe -a kjiro=kimura@demo.example.jp => alias kjiro added\n",
-       account("pw-2"),
-       "kjiro\tkimura@demo.example.jp\n",
-       true,
-       ""},
+       account("pw-2") + kjiro},
       {"205 with a password of blanks and signs",
        {user("205", "kimura", signs, "kjiro", "1", "&OldMail_UFL=1&OldAlias=kjiro&OldAlias_FL=1")},
        "adduser.exe -m -u kimura -p *** => OK: account kimura changed\n",
-       account(signs),
-       "kjiro\tkimura@demo.example.jp\n",
-       true,
-       ""},
+       account(signs) + kjiro},
       {"207 and 202: kimura joins 0005, which takes the free list sales-west",
        {"ReqNo=207&Group_cd=0005&User_cd=kimura",
-        "ReqNo=202&Group_cd=0005&M_LIST=sales-west" +
-            Query({{"&Group_nm", "西日本営業課"}, {"&Disp_NM", "西日本営業課"}})},
+        "ReqNo=202&Group_cd=0005&M_LIST=sales-west" + Query({{"&Group_nm", "西日本営業課"}, {"&Disp_NM", "x"}})},
        "",
-       account(signs),
-       "kjiro\tkimura@demo.example.jp\n",
-       true,
-       list + "kimura@demo.example.jp\r\n"},
+       account(signs) + kjiro + list + "kimura@demo.example.jp\r\n"},
       {"206: the account, the alias, the mail folder and the list entry go",
        {"ReqNo=206&User_cd=kimura&Mail_UFL=1"},
-       "adduser.exe -kill -u kimura => OK: account kimura deleted\n"
-       "addalias.exe -d kjiro => alias kjiro deleted\n",
-       "",
-       "",
-       false,
-       list},
+       "adduser.exe -kill -u kimura => OK: account kimura deleted\naddalias.exe -d kjiro => alias kjiro deleted\n",
+       "||no folder|" + list},
       {"204, 205 and 206 without mail ask the mail server nothing",
        {user("204", "ono", "pw-3", "ono", "0", "&OldMail_UFL=0&OldAlias=&OldAlias_FL=0"),
         user("205", "ono", "pw-4", "ono", "0", "&OldMail_UFL=0&OldAlias=ono&OldAlias_FL=0"),
         "ReqNo=206&User_cd=ono&Mail_UFL=0"},
        "",
-       "",
-       "",
-       false,
-       list},
+       "||no folder|" + list},
   };
   std::string log;
   for (const Step& s : steps) {
@@ -175,11 +161,7 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
     ASSERT_EQ(now.substr(0, log.size()), log);
     EXPECT_EQ(now.substr(log.size()), s.log);
     log = now;
-    EXPECT_EQ(demo.Mail("accounts"), s.accounts);
-    EXPECT_EQ(demo.Mail("aliases"), s.aliases);
-    EXPECT_EQ(std::filesystem::is_directory(demo.File("mail/users/kimura")), s.mail_folder);
-    EXPECT_EQ(demo.Mail("Lists/sales-west/users.lst"), s.list);
-    EXPECT_EQ(demo.Mail("Lists/sales-west/users.txt"), s.list);
+    EXPECT_EQ(state(), s.state);
   }
 }
 
