@@ -144,12 +144,8 @@ TEST_P(FieldRules, RefusedValuesAnswerExactlyAndChangeNothing) {
 TEST_P(FieldRules, EdgeValuesAreStoredExactlyAndExistingKeysKeepWorking) {
   // A user whose id breaks today's rules, stored before them.
   Insert("T_USER", {{"USER_ID", "old id,x"}, {"NAME_KJ", "古い"}, {"PASSWORD", "p"}});
-  Insert("T_SECMEMBER", {{"SEC_CD", "0004"},
-                         {"USER_ID", "old id,x"},
-                         {"SEC_KBN", "0"},
-                         {"USER_SEQ", "009"},
-                         {"ST_YMD", "20200101"},
-                         {"ED_YMD", "99999999"}});
+  InsertRows("T_SECMEMBER", {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "ST_YMD", "ED_YMD"},
+             {{"0004", "old id,x", "0", "009", "20200101", "99999999"}});
   LiveServer server(ConfigPath(), clock());
   Browser admin(server);
   ASSERT_TRUE(admin.LogIn("User_cd=admin&User_PS=admin"));

@@ -30,33 +30,19 @@ class MemberQueries : public DbTest {
       for (auto [code, name] : {std::pair{"0000", "本社"}, {"0001", "営業部"}, {"0002", "開発部"}})
         Insert("T_SECTION" + suffix,
                {{"SEC_CD", code}, {"SEC_NM", name}, {"UPD_KBN", std::string(code) == "0002" ? "1" : "3"}});
-      struct M {
-        const char *sec, *user, *kbn, *seq, *post, *st, *ed;
-      } members[] = {
-          {"0001", "u01", "1", "002", "P1", "20200101", "99999999"},
-          {"0001", "u02", "0", "001", "P2", "20240401", "20240401"},
-          {"0001", "u03", "1", "003", "P3", "20230101", "20240331"},
-          {"0001", "u04", "0", "004", "P6", "20200101", "99999999"},
-          {"0002", "u01", "0", "001", "P4", "20210101", "99999999"},
-          {"0000", "u01", "0", "001", "P5", "20190101", "20191231"},
-      };
-      for (const M& m : members)
-        Insert("T_SECMEMBER" + suffix, {{"SEC_CD", m.sec},
-                                        {"USER_ID", m.user},
-                                        {"SEC_KBN", m.kbn},
-                                        {"USER_SEQ", m.seq},
-                                        {"POST_CD", m.post},
-                                        {"ST_YMD", m.st},
-                                        {"ED_YMD", m.ed}});
+      InsertRows("T_SECMEMBER" + suffix, {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD"},
+                 {{"0001", "u01", "1", "002", "P1", "20200101", "99999999"},
+                  {"0001", "u02", "0", "001", "P2", "20240401", "20240401"},
+                  {"0001", "u03", "1", "003", "P3", "20230101", "20240331"},
+                  {"0001", "u04", "0", "004", "P6", "20200101", "99999999"},
+                  {"0002", "u01", "0", "001", "P4", "20210101", "99999999"},
+                  {"0000", "u01", "0", "001", "P5", "20190101", "20191231"}});
     }
-    struct U {
-      const char *id, *kj, *mail, *post_cd;
-    } users[] = {{"u01", "相沢", "c@x", "03"},
-                 {"u02", "井上", "a@x", "01"},
-                 {"u03", "渡辺", "b@x", "02"},
-                 {"u04", "遠藤", "0@x", "04"}};
-    for (const U& u : users)
-      Insert("T_USER", {{"USER_ID", u.id}, {"NAME_KJ", u.kj}, {"MAIL", u.mail}, {"POST_CD", u.post_cd}});
+    InsertRows("T_USER", {"USER_ID", "NAME_KJ", "MAIL", "POST_CD"},
+               {{"u01", "相沢", "c@x", "03"},
+                {"u02", "井上", "a@x", "01"},
+                {"u03", "渡辺", "b@x", "02"},
+                {"u04", "遠藤", "0@x", "04"}});
   }
   // The user ids of a 104 answer: every seventh field from the second.
   static std::string Ids(const std::string& answer) {

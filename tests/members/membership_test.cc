@@ -3,7 +3,6 @@
 // changing request refused without a login.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <thread>
 
 #include "base/text.h"
@@ -23,13 +22,11 @@ class Memberships : public orvane::testing::DbTest {
     DbTest::SetUp();
     session().Set("PUB_USR_ID", "admin");
   }
-  // SEC_CD, USER_ID, SEC_KBN, USER_SEQ, POST_CD, ST_YMD, ED_YMD, UPD_KBN, UPD_YMD, UPD_HMS
-  void Member(const char* table, std::array<const char*, 10> v) {
-    static const char* kColumns[] = {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD",
-                                     "ST_YMD", "ED_YMD",  "UPD_KBN", "UPD_YMD",  "UPD_HMS"};
-    orvane::testing::Row row;
-    for (size_t i = 0; i < v.size(); ++i) row.push_back({kColumns[i], v[i]});
-    Insert(table, row);
+  void Member(const char* table, std::vector<std::string> values) {
+    InsertRows(
+        table,
+        {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD", "UPD_KBN", "UPD_YMD", "UPD_HMS"},
+        {values});
   }
   // "USER_ID:SEC_KBN:USER_SEQ:ST_YMD:ED_YMD:UPD_KBN:UPD_HMS " per member of the section.
   std::string Members(const char* sec_cd, const char* table = "T_SECMEMBER") {

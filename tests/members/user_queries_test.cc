@@ -20,23 +20,14 @@ class UserQueries : public DbTest {
   // Names start with ア (row 0), カ (1), サ (2, deleted), ワ and ン (9),
   // and small ァ or a Latin letter (no row).
   void AddUsers() {
-    struct U {
-      const char *id, *kj, *kn, *post, *dsp, *mail, *kbn;
-    } users[] = {
-        {"u01", "相沢", "アイザワ", "課長", "3", "c@x", "3"}, {"u02", "井上", "ァイ", "部長", "1", "e@x", "3"},
-        {"u03", "渡辺", "ワタナベ", "主任", "5", "a@x", "2"}, {"u04", "遠藤", "ンドウ", "", "2", "d@x", "3"},
-        {"u05", "Smith", "Smith", "係長", "4", "b@x", "3"},   {"u06", "加藤", "カトウ", "顧問", "6", "f@x", "3"},
-        {"u07", "佐藤", "サトウ", "相談役", "7", "g@x", "1"},
-    };
-    for (const U& u : users)
-      Insert("T_USER", {{"USER_ID", u.id},
-                        {"NAME_KJ", u.kj},
-                        {"NAME_KN", u.kn},
-                        {"POST_NM", u.post},
-                        {"DSP_NM", u.dsp},
-                        {"MAIL", u.mail},
-                        {"UPD_KBN", u.kbn},
-                        {"PASSWORD", std::string("pw-") + u.id}});
+    InsertRows("T_USER", {"USER_ID", "NAME_KJ", "NAME_KN", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN", "PASSWORD"},
+               {{"u01", "相沢", "アイザワ", "課長", "3", "c@x", "3", "pw-u01"},
+                {"u02", "井上", "ァイ", "部長", "1", "e@x", "3", "pw-u02"},
+                {"u03", "渡辺", "ワタナベ", "主任", "5", "a@x", "2", "pw-u03"},
+                {"u04", "遠藤", "ンドウ", "", "2", "d@x", "3", "pw-u04"},
+                {"u05", "Smith", "Smith", "係長", "4", "b@x", "3", "pw-u05"},
+                {"u06", "加藤", "カトウ", "顧問", "6", "f@x", "3", "pw-u06"},
+                {"u07", "佐藤", "サトウ", "相談役", "7", "g@x", "1", "pw-u07"}});
   }
   // The user ids of a 102 answer (every sixth field from the second), or
   // the answer itself when it is an error.
@@ -98,13 +89,11 @@ TEST_P(UserQueries, ListSortsAndPages) {
 TEST_P(UserQueries, PagesByKeyEqualTodaysPages) {
   auto pad = [](int n) { return text::Right("0" + std::to_string(n), 2); };
   const char* kana[] = {"ア", "カ", "サ", "タ", "ナ", "ハ", "マ", "ヤ", "ラ", "ワ", "ン", "ァ", "A"};
+  orvane::testing::Cells users;
   for (int i = 0; i < 60; ++i)
-    Insert("T_USER", {{"USER_ID", "g" + pad(i)},
-                      {"NAME_KJ", "名" + pad(i * 37 % 60)},
-                      {"NAME_KN", kana[i % 13] + pad(i)},
-                      {"POST_NM", "役" + pad(i * 7 % 60)},
-                      {"DSP_NM", pad(i * 11 % 60)},
-                      {"MAIL", "m" + pad(i * 13 % 60) + "@x"}});
+    users.push_back({"g" + pad(i), "名" + pad(i * 37 % 60), kana[i % 13] + pad(i), "役" + pad(i * 7 % 60),
+                     pad(i * 11 % 60), "m" + pad(i * 13 % 60) + "@x"});
+  InsertRows("T_USER", {"USER_ID", "NAME_KJ", "NAME_KN", "POST_NM", "DSP_NM", "MAIL"}, users);
   for (const char* column : {"name", "id", "post", "mail", "term"}) {
     for (const char* type : {"0", "1"}) {
       for (const char* row : {"", "0", "9"}) {

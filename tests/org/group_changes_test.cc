@@ -2,7 +2,6 @@
 // real SQLite and PostgreSQL database, checked by the rows they leave.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <map>
 #include <thread>
 
@@ -42,14 +41,8 @@ class GroupChanges : public orvane::testing::DbTest {
   void Section(const std::string& table, const std::string& code, const std::string& parent, const std::string& seq,
                const std::string& tree, const std::string& tree_nm, const std::string& busho = "",
                const std::string& upd_kbn = "3") {
-    Insert(table, {{"SEC_CD", code},
-                   {"JOI_SEC", parent},
-                   {"SEC_SEQ", seq},
-                   {"SEC_TREE", tree},
-                   {"TREE_NM", tree_nm},
-                   {"SEC_NM", text::Split(tree_nm, "/ ").back()},
-                   {"BUSHO_CD", busho},
-                   {"UPD_KBN", upd_kbn}});
+    InsertRows(table, {"SEC_CD", "JOI_SEC", "SEC_SEQ", "SEC_TREE", "TREE_NM", "SEC_NM", "BUSHO_CD", "UPD_KBN"},
+               {{code, parent, seq, tree, tree_nm, text::Split(tree_nm, "/ ").back(), busho, upd_kbn}});
   }
   // "JOI_SEC|SEC_SEQ|SEC_TREE|TREE_NM|UPD_KBN" of one section, "" when absent.
   std::string Sec(const std::string& code, const char* table = "T_SECTION") {
@@ -155,17 +148,12 @@ TEST_P(GroupChanges, DeleteRemovesALeafWithItsRowsAndLeavesAParentAlone) {
 
   const char* opened[] = {"t_bbsopen",  "t_rsvopen",  "t_schopen",   "t_cabopen",
                           "t_linkopen", "t_adbkopen", "T_TOPICOPEN", "WF_KENGEN"};
-  auto seed = [&] {
-    for (const char* t : opened) {
-      Insert(t, {{"OPEN_ID", "0111"}, {"OPEN_KBN", "1"}});
-      Insert(t, {{"OPEN_ID", "0111"}, {"OPEN_KBN", "2"}});  // opened to a user with that id: kept
-    }
-    Insert("t_schopen", {{"KEY_CD", "$0111"}});
-    Insert("EVENT_GPINFO", {{"SEC_CD", "0111"}});
-    Insert("schedule_info", {{"syokuin_cd", "$0111"}});
-    for (const char* t : {"T_SECMEMBER", "T_SECMEMBER_WORK"}) Insert(t, {{"SEC_CD", "0111"}, {"USER_ID", "u1"}});
-  };
-  seed();
+  for (const char* t : opened)  // OPEN_KBN 2: opened to a user with that id, kept
+    InsertRows(t, {"OPEN_ID", "OPEN_KBN"}, {{"0111", "1"}, {"0111", "2"}});
+  Insert("t_schopen", {{"KEY_CD", "$0111"}});
+  Insert("EVENT_GPINFO", {{"SEC_CD", "0111"}});
+  Insert("schedule_info", {{"syokuin_cd", "$0111"}});
+  for (const char* t : {"T_SECMEMBER", "T_SECMEMBER_WORK"}) Insert(t, {{"SEC_CD", "0111"}, {"USER_ID", "u1"}});
   EXPECT_EQ(Request("ReqNo=203&DBFlg=1&Group_cd=0111"), "OK");
   EXPECT_EQ(Sec("0111", "T_SECTION_WORK"), "0011|001|0000/0001/0011/0111|/ 営業部 / 東京 / 丸の内|1");
   // The live calendar (schedule_info) is not the work copy's.
@@ -330,10 +318,10 @@ TEST_P(GroupChanges, ANewListNameGetsTheGroupsCurrentMembers) {
   orvane::testing::ExeProxyPeer peer(dir().File("imail"), "D:\\IMail\\");
   dir().Write("imail/Lists/sales/users.lst", "old@example.jp\r\n");
   WriteConfig("ML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
-  for (auto [user, seq, from, to] : {std::array<const char*, 4>{"u1", "001", "20240101", "99999999"},
-                                     {"u2", "002", "20240402", "99999999"},  // not yet
-                                     {"u3", "003", "20230101", "20240401"}})
-    Insert("T_SECMEMBER", {{"SEC_CD", "0001"}, {"USER_ID", user}, {"USER_SEQ", seq}, {"ST_YMD", from}, {"ED_YMD", to}});
+  InsertRows("T_SECMEMBER", {"SEC_CD", "USER_ID", "USER_SEQ", "ST_YMD", "ED_YMD"},
+             {{"0001", "u1", "001", "20240101", "99999999"},
+              {"0001", "u2", "002", "20240402", "99999999"},  // not yet
+              {"0001", "u3", "003", "20230101", "20240401"}});
   EXPECT_EQ(Request("ReqNo=202&Group_cd=0001&Group_nm=営業部&M_LIST=sales"), "OK");
   EXPECT_EQ(orvane::testing::ReadFile(dir().File("imail/Lists/sales/users.lst")),
             "old@example.jp\r\nu1@example.jp\r\nu3@example.jp\r\n");

@@ -20,17 +20,11 @@ class GroupQueries : public DbTest {
   void AddSection(const char* code, const char* parent, const char* seq, const char* tree, const char* name,
                   const char* upd_kbn = "3") {
     for (const char* table : {"T_SECTION", "T_SECTION_WORK"})
-      Insert(table, {{"SEC_CD", code},
-                     {"JOI_SEC", parent},
-                     {"SEC_SEQ", seq},
-                     {"SEC_TREE", tree},
-                     {"SEC_NM", name},
-                     {"DSP_NM", std::string("d") + code},
-                     {"BUSHO_CD", std::string("B") + code},
-                     {"IMAIL_LIST", "list"},
-                     {"UPD_KBN", upd_kbn},
-                     {"UPD_YMD", "20240301"},
-                     {"UPD_HMS", "091500"}});
+      InsertRows(table,
+                 {"SEC_CD", "JOI_SEC", "SEC_SEQ", "SEC_TREE", "SEC_NM", "DSP_NM", "BUSHO_CD", "IMAIL_LIST", "UPD_KBN",
+                  "UPD_YMD", "UPD_HMS"},
+                 {{code, parent, seq, tree, name, std::string("d") + code, std::string("B") + code, "list", upd_kbn,
+                   "20240301", "091500"}});
   }
   // 0000 at the top; 0001, 0002 (a comma in its name), 0003 (deleted) below
   // it; 0011 below 0001.

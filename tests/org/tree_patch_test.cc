@@ -30,12 +30,8 @@ class TreePatchTest : public orvane::testing::DbTest {
   }
   void Section(const char* code, const char* parent, const char* seq, const char* tree, const char* name,
                const char* tree_nm = "") {
-    Insert("T_SECTION", {{"SEC_CD", code},
-                         {"JOI_SEC", parent},
-                         {"SEC_SEQ", seq},
-                         {"SEC_TREE", tree},
-                         {"TREE_NM", *tree_nm ? tree_nm : name},
-                         {"SEC_NM", name}});
+    InsertRows("T_SECTION", {"SEC_CD", "JOI_SEC", "SEC_SEQ", "SEC_TREE", "TREE_NM", "SEC_NM"},
+               {{code, parent, seq, tree, *tree_nm ? tree_nm : name, name}});
   }
   // The whole table drawn afresh.
   Array2D FullDrawing() {

@@ -130,6 +130,14 @@ void DbTest::Insert(std::string_view table, const Row& row) {
   Exec(sql << ")");
 }
 
+void DbTest::InsertRows(std::string_view table, const std::vector<std::string>& columns, const Cells& values) {
+  for (const auto& cells : values) {
+    Row row;
+    for (size_t i = 0; i < columns.size(); ++i) row.emplace_back(columns[i], cells.at(i));
+    Insert(table, row);
+  }
+}
+
 void DbTest::InsertDemo() {
   data::Connection conn;
   ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());

@@ -62,6 +62,8 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   void Exec(const data::Sql& sql);
   // insert into table (columns...) values ('values'...)
   void Insert(std::string_view table, const Row& row);
+  // One insert per row of `values`, each value under its column.
+  void InsertRows(std::string_view table, const std::vector<std::string>& columns, const Cells& values);
   // The demo organisation of `init-db --demo` (administrator admin/admin).
   void InsertDemo();
   // The result's rows, each with its columns in statement order.
