@@ -1,5 +1,5 @@
 // The group queries (101, 103, 105) and the drawn tree read from a real
-// SQLite and PostgreSQL database.
+// SQLite and PostgreSQL database; the drawing over a caller's arrays.
 #include <gtest/gtest.h>
 
 #include "data/db.h"
@@ -130,6 +130,32 @@ TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
 }
 
 ORVANE_DB_TEST_SUITE(GroupQueries);
+
+// The drawing over arrays a caller hands over, with a parent list of its own.
+// AB at the top and c1 below it, with a JOI_SEC "ab" that differs in case.
+const Array2D kSections = {{"AB", "c1"},     {"name AB", "name c1"}, {"", "c"},  {"9999", "ab"},
+                           {"001", "002"},   {"AB", "AB/c1"},        {"3", "1"}, {"20240307", "20240308"},
+                           {"090503", "09"}, {"admin", "kato"}};
+
+// Each drawn row reads "code has-children prefix"; a row not drawn is "".
+std::vector<std::string> DrawWithParents(const std::vector<std::string>& parents, Array2D& hier) {
+  hier.assign(kSectionColumns + 2, std::vector<std::string>(2));
+  std::vector<std::string> prefix, drawn;
+  int row = 0;
+  EXPECT_EQ(Com_funGet_sec_hierarchical(kSections, parents, "9999", prefix, hier, row), "");
+  for (size_t r = 0; r < 2; ++r)
+    drawn.push_back(hier[0][r].empty() ? ""
+                                       : hier[0][r] + " " + hier[kHasChildrenColumn][r] + " " + hier[kPrefixColumn][r]);
+  return drawn;
+}
+
+TEST(SecTreeDrawing, ParentsMatchWithoutRegardToCaseButHavingChildrenIsExact) {
+  Array2D hier;
+  EXPECT_EQ(DrawWithParents({"AB"}, hier), (std::vector<std::string>{"AB 1 └", "c1 0 　\x1C└"}));
+  for (size_t c = 0; c < kSectionColumns; ++c) EXPECT_EQ(hier[c][1], kSections[c][1]) << c;
+  // The parent list as the database gives it names "ab": AB has no children.
+  EXPECT_EQ(DrawWithParents({"ab"}, hier), (std::vector<std::string>{"AB 0 └", ""}));
+}
 
 }  // namespace
 }  // namespace orvane::org
