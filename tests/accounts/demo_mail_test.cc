@@ -53,9 +53,10 @@ std::string Encode(std::string_view value) {
   return out;
 }
 
+// "name=value" per field, each value encoded; a name carries its "&".
 std::string Query(const std::vector<std::pair<std::string, std::string>>& fields) {
   std::string q;
-  for (const auto& [name, value] : fields) q += (q.empty() ? "" : "&") + name + "=" + Encode(value);
+  for (const auto& [name, value] : fields) q += name + "=" + Encode(value);
   return q;
 }
 
@@ -93,95 +94,64 @@ class DemoInstallation {
 TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
   DemoInstallation demo;
   ASSERT_EQ(demo.Orvane("init-db --demo").first, 0);
-  const std::string kimura = "kimura\t";
   const std::string signs = "p w $HOME;`id`'\"\\ -p x";  // every word reaches the mail server as typed
   const std::string list = "ito@demo.example.jp\r\n";
-  auto user = [](const std::string& code, const std::string& id, const std::string& password, const std::string& alias,
-                 const std::string& use_mail, std::vector<std::pair<std::string, std::string>> old) {
-    std::vector<std::pair<std::string, std::string>> f = {{"ReqNo", code},
-                                                          {"User_cd", id},
-                                                          {"User_KJ", "木村 次郎"},
-                                                          {"User_KN", "キムラ ジロウ"},
-                                                          {"User_PS", password},
-                                                          {"Mail_AD", alias},
-                                                          {"Mail_FL", alias == id ? "0" : "1"},
-                                                          {"Ext_TEL", "555"},
-                                                          {"Post_NM", "係長"},
-                                                          {"Disp_NM", ""},
-                                                          {"Mail_UFL", use_mail},
-                                                          {"Mail_NM", ""}};
-    f.insert(f.end(), old.begin(), old.end());
-    return Query(f);
+  auto account = [](const std::string& password) { return "kimura\t" + Sha256Hex(password) + "\n"; };
+  // As the user page sends them; `old` the old mail values (a new user has
+  // no alias yet, and its old mail-use flag repeats the new one).
+  auto user = [](const char* code, const std::string& id, const std::string& password, const std::string& alias,
+                 const char* use_mail, const std::string& old) {
+    return "ReqNo=" + std::string(code) + "&User_cd=" + id + "&User_PS=" + Encode(password) + "&Mail_AD=" + alias +
+           "&Mail_FL=" + (alias == id ? "0" : "1") + "&Mail_UFL=" + use_mail + "&Ext_TEL=555&Disp_NM=&Mail_NM=" +
+           Query({{"&User_KJ", "木村 次郎"}, {"&User_KN", "キムラ ジロウ"}, {"&Post_NM", "係長"}}) + old;
   };
-  // As the user page sends them: a new user has no alias yet, and its old
-  // mail-use flag repeats the new one.
-  auto fresh = [](const char* use_mail) {
-    return std::vector<std::pair<std::string, std::string>>{
-        {"OldMail_UFL", use_mail}, {"OldAlias", ""}, {"OldAlias_FL", "0"}};
+  // After each step: the accounts, the aliases, whether kimura has a mail
+  // folder, and sales-west's member list, "|" between them.
+  auto state = [&] {
+    EXPECT_EQ(demo.Mail("Lists/sales-west/users.lst"), demo.Mail("Lists/sales-west/users.txt"));
+    return demo.Mail("accounts") + "|" + demo.Mail("aliases") + "|" +
+           (std::filesystem::is_directory(demo.File("mail/users/kimura")) ? "folder" : "no folder") + "|" +
+           demo.Mail("Lists/sales-west/users.lst");
   };
+  const std::string jiro = "|jiro\tkimura@demo.example.jp\n|folder|",
+                    kjiro = "|kjiro\tkimura@demo.example.jp\n|folder|";
   struct Step {
     const char* what;
     std::vector<std::string> queries;
     std::string log;  // the lines this step adds to tools.log
-    std::string accounts, aliases;
-    bool mail_folder;
-    std::string list;  // sales-west's users.lst and users.txt
+    std::string state;
   };
   const Step steps[] = {
       {"204 with mail and an alias: the account and the alias are made",
-       {user("204", "kimura", "pw-1", "jiro", "1", fresh("1"))},
+       {user("204", "kimura", "pw-1", "jiro", "1", "&OldMail_UFL=1&OldAlias=&OldAlias_FL=0")},
        "adduser.exe -u kimura -p *** => OK: account kimura added\n"
        "addalias.exe -a jiro=kimura@demo.example.jp => alias jiro added\n",
-       kimura + Sha256Hex("pw-1") + "\n",
-       "jiro\tkimura@demo.example.jp\n",
-       true,
-       ""},
+       account("pw-1") + jiro},
       {"205 with a new password and another alias",
-       {user("205", "kimura", "pw-2", "kjiro", "1",
-             {{"OldMail_UFL", "1"}, {"OldAlias", "jiro"}, {"OldAlias_FL", "1"}})},
+       {user("205", "kimura", "pw-2", "kjiro", "1", "&OldMail_UFL=1&OldAlias=jiro&OldAlias_FL=1")},
        "adduser.exe -m -u kimura -p *** => OK: account kimura changed\n"
        "addalias.exe -d jiro => alias jiro deleted\n"
        "addalias.exe -a kjiro=kimura@demo.example.jp => alias kjiro added\n",
-       kimura + Sha256Hex("pw-2") + "\n",
-       "kjiro\tkimura@demo.example.jp\n",
-       true,
-       ""},
+       account("pw-2") + kjiro},
       {"205 with a password of blanks and signs",
-       {user("205", "kimura", signs, "kjiro", "1",
-             {{"OldMail_UFL", "1"}, {"OldAlias", "kjiro"}, {"OldAlias_FL", "1"}})},
+       {user("205", "kimura", signs, "kjiro", "1", "&OldMail_UFL=1&OldAlias=kjiro&OldAlias_FL=1")},
        "adduser.exe -m -u kimura -p *** => OK: account kimura changed\n",
-       kimura + Sha256Hex(signs) + "\n",
-       "kjiro\tkimura@demo.example.jp\n",
-       true,
-       ""},
+       account(signs) + kjiro},
       {"207 and 202: kimura joins 0005, which takes the free list sales-west",
-       {Query({{"ReqNo", "207"}, {"Group_cd", "0005"}, {"User_cd", "kimura"}}), Query({{"ReqNo", "202"},
-                                                                                       {"Group_cd", "0005"},
-                                                                                       {"Group_nm", "西日本営業課"},
-                                                                                       {"Disp_NM", "西日本営業課"},
-                                                                                       {"M_LIST", "sales-west"}})},
+       {"ReqNo=207&Group_cd=0005&User_cd=kimura",
+        "ReqNo=202&Group_cd=0005&M_LIST=sales-west" + Query({{"&Group_nm", "西日本営業課"}, {"&Disp_NM", "x"}})},
        "",
-       kimura + Sha256Hex(signs) + "\n",
-       "kjiro\tkimura@demo.example.jp\n",
-       true,
-       list + "kimura@demo.example.jp\r\n"},
+       account(signs) + kjiro + list + "kimura@demo.example.jp\r\n"},
       {"206: the account, the alias, the mail folder and the list entry go",
-       {Query({{"ReqNo", "206"}, {"User_cd", "kimura"}, {"Mail_UFL", "1"}})},
-       "adduser.exe -kill -u kimura => OK: account kimura deleted\n"
-       "addalias.exe -d kjiro => alias kjiro deleted\n",
-       "",
-       "",
-       false,
-       list},
+       {"ReqNo=206&User_cd=kimura&Mail_UFL=1"},
+       "adduser.exe -kill -u kimura => OK: account kimura deleted\naddalias.exe -d kjiro => alias kjiro deleted\n",
+       "||no folder|" + list},
       {"204, 205 and 206 without mail ask the mail server nothing",
-       {user("204", "ono", "pw-3", "ono", "0", fresh("0")),
-        user("205", "ono", "pw-4", "ono", "0", {{"OldMail_UFL", "0"}, {"OldAlias", "ono"}, {"OldAlias_FL", "0"}}),
-        Query({{"ReqNo", "206"}, {"User_cd", "ono"}, {"Mail_UFL", "0"}})},
+       {user("204", "ono", "pw-3", "ono", "0", "&OldMail_UFL=0&OldAlias=&OldAlias_FL=0"),
+        user("205", "ono", "pw-4", "ono", "0", "&OldMail_UFL=0&OldAlias=ono&OldAlias_FL=0"),
+        "ReqNo=206&User_cd=ono&Mail_UFL=0"},
        "",
-       "",
-       "",
-       false,
-       list},
+       "||no folder|" + list},
   };
   std::string log;
   for (const Step& s : steps) {
@@ -191,11 +161,7 @@ TEST(DemoMail, RegistersChangesAndDeletesUsersWithAndWithoutMail) {
     ASSERT_EQ(now.substr(0, log.size()), log);
     EXPECT_EQ(now.substr(log.size()), s.log);
     log = now;
-    EXPECT_EQ(demo.Mail("accounts"), s.accounts);
-    EXPECT_EQ(demo.Mail("aliases"), s.aliases);
-    EXPECT_EQ(std::filesystem::is_directory(demo.File("mail/users/kimura")), s.mail_folder);
-    EXPECT_EQ(demo.Mail("Lists/sales-west/users.lst"), s.list);
-    EXPECT_EQ(demo.Mail("Lists/sales-west/users.txt"), s.list);
+    EXPECT_EQ(state(), s.state);
   }
 }
 
@@ -204,14 +170,8 @@ TEST(DemoMail, AnAliasTheMailServerGaveElsewhereUndoesTheNewAccountAndTheUser) {
   ASSERT_EQ(demo.Orvane("init-db --demo").first, 0);
   std::ofstream(demo.File("mail/aliases")) << "taken\tsomeone@demo.example.jp\n";
   // Sent without the old mail values: the mode table creates the account.
-  EXPECT_EQ(demo.Request(Query({{"ReqNo", "204"},
-                                {"User_cd", "mori"},
-                                {"User_KJ", "森"},
-                                {"User_KN", "モリ"},
-                                {"User_PS", "pw"},
-                                {"Mail_AD", "taken"},
-                                {"Mail_FL", "1"},
-                                {"Mail_UFL", "1"}})),
+  EXPECT_EQ(demo.Request("ReqNo=204&User_cd=mori&User_PS=pw&Mail_AD=taken&Mail_FL=1&Mail_UFL=1" +
+                         Query({{"&User_KJ", "森"}, {"&User_KN", "モリ"}})),
             "ERROR:ADDMAILALIASERROR: alias exists: taken delivers to someone@demo.example.jp\n");
   EXPECT_EQ(
       demo.Mail("tools.log"),

@@ -7,21 +7,12 @@ namespace orvane {
 namespace {
 
 TEST(ComSubGetDate, PadsEveryPart) {
-  struct Case {
-    LocalTime t;
-    const char* date;
-    const char* time;
-  } cases[] = {
-      {{2024, 3, 7, 9, 5, 3}, "20240307", "090503"},
-      {{2024, 12, 31, 23, 59, 59}, "20241231", "235959"},
-      {{2025, 1, 1, 0, 0, 0}, "20250101", "000000"},
-  };
-  for (const Case& c : cases) {
-    FixedClock clock(c.t);
+  for (auto [t, stamp] : {std::pair{LocalTime{2024, 3, 7, 9, 5, 3}, "20240307 090503"},
+                          {LocalTime{2024, 12, 31, 23, 59, 59}, "20241231 235959"},
+                          {LocalTime{2025, 1, 1, 0, 0, 0}, "20250101 000000"}}) {
     std::string date, time;
-    Com_subGetDate(clock, date, time);
-    EXPECT_EQ(date, c.date);
-    EXPECT_EQ(time, c.time);
+    Com_subGetDate(FixedClock(t), date, time);
+    EXPECT_EQ(date + " " + time, stamp);
   }
 }
 

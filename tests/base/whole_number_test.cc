@@ -48,13 +48,15 @@ TEST(WholeNumber, TheWholeTextIsTheNumberOrThereIsNone) {
     EXPECT_EQ(ParseWholeNumber(c.text, c.min, c.max, c.form), c.want) << "\"" << c.text << "\"";
 }
 
+// The page positions of a request: the field's whole text, a sign allowed.
 TEST(WholeNumber, SixteenBitFieldsTakeASignAndNothingOutOfRange) {
   struct Case {
     const char* text;
     bool ok;
     short want;
   } cases[] = {{"-32768", true, -32768}, {"+32767", true, 32767}, {"32768", false, 0},
-               {"-32769", false, 0},     {"", false, 0},          {"1e3", false, 0}};
+               {"-32769", false, 0},     {"", false, 0},          {"1e3", false, 0},
+               {"1x", false, 0},         {"1.5", false, 0},       {"-", false, 0}};
   for (const Case& c : cases) {
     short out = 0;
     EXPECT_EQ(text::ParseInt16(c.text, out), c.ok) << c.text;

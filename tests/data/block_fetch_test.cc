@@ -22,31 +22,16 @@ std::string Repeat(std::string_view piece, size_t times) {
 // long value of four-byte characters (surrogate pairs in UTF-16), and
 // punctuation.
 bool NameOf(size_t i, std::string& name) {
-  switch (i % 8) {
-    case 0:
-      return false;  // null
-    case 1:
-      name = "";
-      break;
-    case 2:
-      name = "山田太郎" + std::to_string(i);
-      break;
-    case 3:
-      name = Repeat("あ", 256);
-      break;
-    case 4:
-      name = Repeat("a", 257);
-      break;
-    case 5:
-      name = Repeat("𠮷a", 1500) + std::to_string(i);
-      break;
-    case 6:
-      name = "x,y'z\"%_";
-      break;
-    default:
-      name = Repeat("b", 255);
-  }
-  return true;
+  const std::string names[] = {"",
+                               "",
+                               "山田太郎" + std::to_string(i),
+                               Repeat("あ", 256),
+                               Repeat("a", 257),
+                               Repeat("𠮷a", 1500) + std::to_string(i),
+                               "x,y'z\"%_",
+                               Repeat("b", 255)};
+  name = names[i % 8];
+  return i % 8 != 0;  // 0: null
 }
 
 class BlockFetchTest : public orvane::testing::DbTest {};

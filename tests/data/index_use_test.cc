@@ -47,8 +47,7 @@ class IndexUse : public orvane::testing::DbTest {
 };
 
 TEST_P(IndexUse, EveryReadStatementFindsItsIndex) {
-  ConfigFile config(ConfigPath());
-  RequestContext ctx(config, session(), app(), clock());
+  RequestContext& ctx = Context();
   struct Case {
     Sql sql;
     const char* index;
@@ -83,38 +82,27 @@ TEST_P(IndexUse, EveryReadStatementFindsItsIndex) {
       EXPECT_EQ(plan.find("sort"), std::string::npos) << plan;
     }
   }
-  // The id order and a section's members go by the primary keys.
-  std::string by_id = Plan(members::AllUserListSql(ctx, "id", "0", ""));
-  std::string members = Plan(members::SpecificMemberSql(ctx, "0001", "name", "0", "", "20240401"));
-  // The right read on every request over HTTP: both rows by their keys.
-  std::string right = Plan(members::AdminRightSql("admin", "MENU50"));
-  if (backend() == Backend::kSqlite) {
-    EXPECT_NE(right.find("sqlite_autoindex_t_user"), std::string::npos) << right;
-    EXPECT_NE(right.find("sqlite_autoindex_menu_user"), std::string::npos) << right;
-  } else {
-    EXPECT_NE(right.find("t_user_pkey"), std::string::npos) << right;
-    EXPECT_NE(right.find("menu_user_pkey"), std::string::npos) << right;
-  }
-  if (backend() == Backend::kSqlite) {
-    EXPECT_NE(by_id.find("sqlite_autoindex_t_user"), std::string::npos) << by_id;
-    EXPECT_NE(members.find("sqlite_autoindex_t_secmember"), std::string::npos) << members;
-  } else {
-    EXPECT_NE(by_id.find("t_user_pkey"), std::string::npos) << by_id;
-    EXPECT_NE(members.find("t_secmember_pkey"), std::string::npos) << members;
+  // The id order, a section's members and the right read on every request
+  // over HTTP (both rows) go by the primary keys.
+  const bool sqlite = backend() == Backend::kSqlite;
+  for (auto [sql, table] : {std::pair{members::AllUserListSql(ctx, "id", "0", ""), "t_user"},
+                            {members::SpecificMemberSql(ctx, "0001", "name", "0", "", "20240401"), "t_secmember"},
+                            {members::AdminRightSql("admin", "MENU50"), "t_user"},
+                            {members::AdminRightSql("admin", "MENU50"), "menu_user"}}) {
+    std::string plan = Plan(sql);
+    EXPECT_NE(plan.find(sqlite ? "sqlite_autoindex_" + std::string(table) : table + std::string("_pkey")),
+              std::string::npos)
+        << plan;
   }
 }
 
 // init-db on a database made before an index existed adds it, and the
 // statement finds it again.
 TEST_P(IndexUse, InitDbAddsAMissingIndexToAnExistingDatabase) {
-  ConfigFile config(ConfigPath());
-  RequestContext ctx(config, session(), app(), clock());
-  const Sql kana_page = members::KeyedUserPageSql(ctx, "name", "0", "3", 100, 50);
+  const Sql kana_page = members::KeyedUserPageSql(Context(), "name", "0", "3", 100, 50);
   Exec(Sql() << "drop index IX_T_USER_KANA_NAME");
   EXPECT_EQ(Plan(kana_page).find("ix_t_user_kana_name"), std::string::npos);
-  Connection conn;
-  ASSERT_TRUE(Com_funDbOpen(Dsn(), "", "", conn).ok());
-  ASSERT_TRUE(CreateSchema(conn).ok());
+  ASSERT_TRUE(CreateSchema(Db()).ok());
   EXPECT_NE(Plan(kana_page).find("ix_t_user_kana_name"), std::string::npos);
 }
 

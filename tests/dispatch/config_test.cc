@@ -24,60 +24,44 @@ Lookup Find(const ConfigFile& f, std::string_view key) {
   return l;
 }
 
-TEST(ConfigFile, LineSyntax) {
+// Each key's value, or the message that names the file and the key.
+TEST(ConfigFile, LineSyntaxAndFailureMessages) {
   TempDir dir;
-  ConfigFile f(dir.Write("ORVANE.ini",
-                         "# whole-line comment\n"
-                         "local_db_dsn = MyDsn # comment\r\n"
-                         "KEY=a=b\n"
-                         "\tTAB\tBED\t=\tv\talue\t\n"
-                         "TWICE=first\n"
-                         "twice=second\n"
-                         "   \n"
-                         "EMPTY=\n"
-                         "SPACED =  x y  \n"
-                         "NOEQUALS\n"));
+  const std::string path = dir.Write("ORVANE.ini",
+                                     "# whole-line comment\n"
+                                     "local_db_dsn = MyDsn # comment\r\n"
+                                     "KEY=a=b\n"
+                                     "\tTAB\tBED\t=\tv\talue\t\n"
+                                     "TWICE=first\n"
+                                     "twice=second\n"
+                                     "   \n"
+                                     "EMPTY=\n"
+                                     "SPACED =  x y  \n"
+                                     "NOEQUALS\n");
+  const std::string file = "環境ファイル(" + path + ")";
   struct Case {
     const char* key;
-    const char* value;
+    std::string value, message;
   } cases[] = {
-      {"LOCAL_DB_DSN", "MyDsn"}, {"key", "a"},        {"TABBED", "value"},
-      {"TWICE", "first"},        {"SPACED", "x y"},
+      {"LOCAL_DB_DSN", "MyDsn", ""},
+      {"key", "a", ""},
+      {"TABBED", "value", ""},
+      {"TWICE", "first", ""},
+      {"SPACED", "x y", ""},
+      {"MISSING", "", file + "に『MISSING』が存在しません。"},
+      {"EMPTY", "", file + "の\"EMPTY\"は無効な設定です"},
+      {"NOEQUALS", "", file + "の\"NOEQUALS\"は無効な設定です"},
   };
-  for (const Case& c : cases) {
-    Lookup l = Find(f, c.key);
-    EXPECT_TRUE(l.found) << c.key;
-    EXPECT_EQ(l.value, c.value) << c.key;
-    EXPECT_EQ(l.message, "") << c.key;
-  }
-}
-
-TEST(ConfigFile, FailureMessagesNameThePathAndKey) {
-  TempDir dir;
-  std::string path = dir.Write("ORVANE.ini", "EMPTY=\nNOEQUALS\n");
   ConfigFile f(path);
-  struct Case {
-    const char* key;
-    std::string message;
-  } cases[] = {
-      {"MISSING", "環境ファイル(" + path + ")に『MISSING』が存在しません。"},
-      {"EMPTY", "環境ファイル(" + path + ")の\"EMPTY\"は無効な設定です"},
-      {"NOEQUALS", "環境ファイル(" + path + ")の\"NOEQUALS\"は無効な設定です"},
-  };
   for (const Case& c : cases) {
     Lookup l = Find(f, c.key);
-    EXPECT_FALSE(l.found) << c.key;
-    EXPECT_EQ(l.value, "") << c.key;
+    EXPECT_EQ(l.found, c.message.empty()) << c.key;
+    EXPECT_EQ(l.value, c.value) << c.key;
     EXPECT_EQ(l.message, c.message) << c.key;
   }
-}
-
-TEST(ConfigFile, MissingFileFailsWithItsPath) {
-  TempDir dir;
-  ConfigFile f(dir.File("absent.ini"));
-  Lookup l = Find(f, "LOCAL_DB_DSN");
-  EXPECT_FALSE(l.found);
-  EXPECT_EQ(l.message.rfind("環境ファイル(" + dir.File("absent.ini") + ")", 0), 0u) << l.message;
+  Lookup absent = Find(ConfigFile(dir.File("absent.ini")), "LOCAL_DB_DSN");
+  EXPECT_FALSE(absent.found);
+  EXPECT_TRUE(absent.message.starts_with("環境ファイル(" + dir.File("absent.ini") + ")")) << absent.message;
 }
 
 TEST(ConfigFile, EveryCallSeesTheFileAsItIsNow) {

@@ -30,56 +30,47 @@ TEST_P(QueryFailures, EachStepsFailureGivesItsAnswer) {
     int nth = 1;
   };
   struct Case {
-    const char* query;
+    std::string query;
     std::vector<Arm> arms;
-    const char* answer;
-  } cases[] = {
+    std::string answer;
+  };
+  std::vector<Case> cases = {
       {"002&S_Kbn=U", {{Point::kArrayCopy}}, "ERROR:DBSELECTARRAY"},
       {"002&S_Kbn=U", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
       {"002&S_Kbn=U", {{Point::kClose}}, "ERROR:DBCLOSE1"},
       {"002&S_Kbn=U", {{Point::kArrayCopy}, {Point::kClose}}, "ERROR:DBSELECTARRAYERROR:DBCLOSE"},
-      {"101", {{Point::kFetch}}, "ERROR:DBFETCH"},
       {"101", {{Point::kFetch, 2}}, "ERROR:DBFETCH"},
-      {"101", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
       {"101", {{Point::kRecordsetClose, 2}, {Point::kClose}}, "ERROR:RSCLOSEERROR:DBCLOSE"},
       {"101", {{Point::kStatement, 2}, {Point::kClose}}, "ERROR:DBSELECTERROR:DBCLOSE"},
-      {"101", {{Point::kClose}}, "ERROR:DBCLOSE0000,9999,本社,0001,0000,営業部"},
-      {"102&S_Col=id&S_pos=1&B_pos=10", {{Point::kFetch}}, "ERROR:DBFETCH"},
-      {"102&S_Col=id&S_pos=1&B_pos=10", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"102&S_Col=id&S_pos=1&B_pos=10", {{Point::kClose}}, "ERROR:DBCLOSE相沢,u1,,,a@x,"},
-      {"103&Group_cd=0000", {{Point::kFetch}}, "ERROR:DBFETCH"},
-      {"103&Group_cd=0000", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"103&Group_cd=0000", {{Point::kClose}}, "ERROR:DBCLOSE0001,0000,営業部"},
-      {"104&Group_cd=0001", {{Point::kFetch}}, "ERROR:DBFETCH "},
-      {"104&Group_cd=0001", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"104&Group_cd=0001", {{Point::kClose}}, "ERROR:DBCLOSE相沢,u1,,,a@x,20240101,99999999"},
-      {"105&Group_cd=0001", {{Point::kFetch}}, "ERROR:DBFETCH"},
-      {"105&Group_cd=0001", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"105&Group_cd=0001", {{Point::kClose}}, "ERROR:DBCLOSE0001,営業部,,,,sales,,"},
-      {"106&User_cd=u1", {{Point::kFetch}}, "ERROR:DBFETCH"},
-      {"106&User_cd=u1", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"106&User_cd=u1", {{Point::kClose}}, "ERROR:DBCLOSEu1,相沢,,,a@x,,,,,,,"},
-      // The list choice reports a failed fetch as a failed select, and
-      // writes no list behind a failed connection close.
-      {"107&M_List=", {{Point::kFetch}}, "ERROR:DBSELECT"},
-      {"107&M_List=", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"107&M_List=", {{Point::kClose}}, "ERROR:DBCLOSE"},
-      {"108&User_cd=u1", {{Point::kFetch}}, "ERROR:DBFETCH"},
-      {"108&User_cd=u1", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"108&User_cd=u1", {{Point::kClose}}, "ERROR:DBCLOSEu1,,,,0001,営業部,20240101,99999999"},
-      {"109", {{Point::kFetch}}, "ERROR:DBFETCH"},
-      {"109", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"109", {{Point::kClose}}, "ERROR:DBCLOSE01,部長"},
-      {"110&User_cd=u1", {{Point::kFetch}}, "ERROR:DBFETCH"},
-      {"110&User_cd=u1", {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"},
-      {"110&User_cd=u1", {{Point::kClose}}, "ERROR:DBCLOSEu1,/,/,/"},
       {"110&User_cd=u1", {{Point::kOpen}, {Point::kClose}}, "ERROR:DBOPEN"},
   };
+  // Each read's answer when its first fetch, its recordset's close or the
+  // connection's close fails. The list choice reports a failed fetch as a
+  // failed select, and writes no list behind a failed connection close.
+  struct Steps {
+    const char *query, *fetch, *close;
+  } steps[] = {
+      {"101", "ERROR:DBFETCH", "ERROR:DBCLOSE0000,9999,本社,0001,0000,営業部"},
+      {"102&S_Col=id&S_pos=1&B_pos=10", "ERROR:DBFETCH", "ERROR:DBCLOSE相沢,u1,,,a@x,"},
+      {"103&Group_cd=0000", "ERROR:DBFETCH", "ERROR:DBCLOSE0001,0000,営業部"},
+      {"104&Group_cd=0001", "ERROR:DBFETCH ", "ERROR:DBCLOSE相沢,u1,,,a@x,20240101,99999999"},
+      {"105&Group_cd=0001", "ERROR:DBFETCH", "ERROR:DBCLOSE0001,営業部,,,,sales,,"},
+      {"106&User_cd=u1", "ERROR:DBFETCH", "ERROR:DBCLOSEu1,相沢,,,a@x,,,,,,,"},
+      {"107&M_List=", "ERROR:DBSELECT", "ERROR:DBCLOSE"},
+      {"108&User_cd=u1", "ERROR:DBFETCH", "ERROR:DBCLOSEu1,,,,0001,営業部,20240101,99999999"},
+      {"109", "ERROR:DBFETCH", "ERROR:DBCLOSE01,部長"},
+      {"110&User_cd=u1", "ERROR:DBFETCH", "ERROR:DBCLOSEu1,/,/,/"},
+  };
+  for (const Steps& s : steps) {
+    cases.push_back({s.query, {{Point::kFetch}}, s.fetch});
+    cases.push_back({s.query, {{Point::kRecordsetClose}}, "ERROR:RSCLOSE"});
+    cases.push_back({s.query, {{Point::kClose}}, s.close});
+  }
   EXPECT_EQ(Request("ReqNo=107&M_List="), "board");
   for (const Case& c : cases) {
     ScopedFailure failures(c.arms[0].point, c.arms[0].nth, "HY000", "seamed failure");
     for (size_t i = 1; i < c.arms.size(); ++i) failures.Also(c.arms[i].point, c.arms[i].nth, "HY000", "seamed failure");
-    EXPECT_EQ(Request(std::string("ReqNo=") + c.query), c.answer)
+    EXPECT_EQ(Request("ReqNo=" + c.query), c.answer)
         << c.query << ", failing point " << static_cast<int>(c.arms[0].point) << " call " << c.arms[0].nth;
   }
 }

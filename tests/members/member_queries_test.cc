@@ -30,33 +30,19 @@ class MemberQueries : public DbTest {
       for (auto [code, name] : {std::pair{"0000", "本社"}, {"0001", "営業部"}, {"0002", "開発部"}})
         Insert("T_SECTION" + suffix,
                {{"SEC_CD", code}, {"SEC_NM", name}, {"UPD_KBN", std::string(code) == "0002" ? "1" : "3"}});
-      struct M {
-        const char *sec, *user, *kbn, *seq, *post, *st, *ed;
-      } members[] = {
-          {"0001", "u01", "1", "002", "P1", "20200101", "99999999"},
-          {"0001", "u02", "0", "001", "P2", "20240401", "20240401"},
-          {"0001", "u03", "1", "003", "P3", "20230101", "20240331"},
-          {"0001", "u04", "0", "004", "P6", "20200101", "99999999"},
-          {"0002", "u01", "0", "001", "P4", "20210101", "99999999"},
-          {"0000", "u01", "0", "001", "P5", "20190101", "20191231"},
-      };
-      for (const M& m : members)
-        Insert("T_SECMEMBER" + suffix, {{"SEC_CD", m.sec},
-                                        {"USER_ID", m.user},
-                                        {"SEC_KBN", m.kbn},
-                                        {"USER_SEQ", m.seq},
-                                        {"POST_CD", m.post},
-                                        {"ST_YMD", m.st},
-                                        {"ED_YMD", m.ed}});
+      InsertRows("T_SECMEMBER" + suffix, {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD"},
+                 {{"0001", "u01", "1", "002", "P1", "20200101", "99999999"},
+                  {"0001", "u02", "0", "001", "P2", "20240401", "20240401"},
+                  {"0001", "u03", "1", "003", "P3", "20230101", "20240331"},
+                  {"0001", "u04", "0", "004", "P6", "20200101", "99999999"},
+                  {"0002", "u01", "0", "001", "P4", "20210101", "99999999"},
+                  {"0000", "u01", "0", "001", "P5", "20190101", "20191231"}});
     }
-    struct U {
-      const char *id, *kj, *mail, *post_cd;
-    } users[] = {{"u01", "相沢", "c@x", "03"},
-                 {"u02", "井上", "a@x", "01"},
-                 {"u03", "渡辺", "b@x", "02"},
-                 {"u04", "遠藤", "0@x", "04"}};
-    for (const U& u : users)
-      Insert("T_USER", {{"USER_ID", u.id}, {"NAME_KJ", u.kj}, {"MAIL", u.mail}, {"POST_CD", u.post_cd}});
+    InsertRows("T_USER", {"USER_ID", "NAME_KJ", "MAIL", "POST_CD"},
+               {{"u01", "相沢", "c@x", "03"},
+                {"u02", "井上", "a@x", "01"},
+                {"u03", "渡辺", "b@x", "02"},
+                {"u04", "遠藤", "0@x", "04"}});
   }
   // The user ids of a 104 answer: every seventh field from the second.
   static std::string Ids(const std::string& answer) {
@@ -72,8 +58,7 @@ TEST_P(MemberQueries, MembersOfASectionSortedAndCurrentOnly) {
             "井上,u02,0,P2,a@x,20240401,20240401,相沢,u01,1,P1,c@x,20200101,99999999,遠藤,u04,0,P6,0@x,20200101,"
             "99999999");
   struct Case {
-    const char* query;
-    const char* ids;
+    const char *query, *ids;
   } cases[] = {
       {"", "u02 u01 u03 u04"},
       {"S_Col=other&S_Type=1", "u02 u01 u03 u04"},  // USER_SEQ, never descending
@@ -103,11 +88,9 @@ TEST_P(MemberQueries, SectionsOfAUserPrimaryFirst) {
 
 TEST_P(MemberQueries, SectionCodesOfAUserOnAnOpenConnection) {
   AddOrganisation();
-  ConfigFile config(ConfigPath());
-  RequestContext ctx(config, session(), app(), clock());
-  data::Connection conn;
+  RequestContext& ctx = Context();
+  data::Connection& conn = Db();
   std::string error;
-  ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   std::vector<std::string> codes = {"kept"};
   EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "nobody", codes), error), 0);
   EXPECT_EQ(codes, std::vector<std::string>{"kept"});
@@ -138,16 +121,10 @@ TEST_P(MemberQueries, MenuRightsOverTheCatalogue) {
 
   dir().Write("menuinfo.csv", "00,トップ\n11,会議室\n15,車両\n20,備品\n30,集計\n52,非表示\n53,非表示\n");
   ReloadApplication();
-  struct Case {
-    const char* query;
-    const char* answer;
-  } cases[] = {
-      {"User_cd=u01", "u01,/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
-      {"User_cd=u02", "u02,/02/30/,/施設予約/集計/,/02/ZZ/"},
-      {"User_cd=nobody", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
-      {"User_cd=u02&DBFlg=1", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"},  // MENU_USER_WORK is empty
-  };
-  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=110&") + c.query), c.answer) << c.query;
+  ExpectAnswers("ReqNo=110&", {{"User_cd=u01", "u01,/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
+                               {"User_cd=u02", "u02,/02/30/,/施設予約/集計/,/02/ZZ/"},
+                               {"User_cd=nobody", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"},
+                               {"User_cd=u02&DBFlg=1", ",/02/30/,/施設予約/集計/,/ZZ/ZZ/"}});  // an empty work table
   dir().Write("menuinfo.csv", "");
   ReloadApplication();
   EXPECT_EQ(Request("ReqNo=110&User_cd=u02"), "u02,/,/,/");

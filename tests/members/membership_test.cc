@@ -3,7 +3,6 @@
 // changing request refused without a login.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <thread>
 
 #include "base/text.h"
@@ -23,22 +22,17 @@ class Memberships : public orvane::testing::DbTest {
     DbTest::SetUp();
     session().Set("PUB_USR_ID", "admin");
   }
-  // SEC_CD, USER_ID, SEC_KBN, USER_SEQ, POST_CD, ST_YMD, ED_YMD, UPD_KBN, UPD_YMD, UPD_HMS
-  void Member(const char* table, std::array<const char*, 10> v) {
-    static const char* kColumns[] = {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD",
-                                     "ST_YMD", "ED_YMD",  "UPD_KBN", "UPD_YMD",  "UPD_HMS"};
-    orvane::testing::Row row;
-    for (size_t i = 0; i < v.size(); ++i) row.push_back({kColumns[i], v[i]});
-    Insert(table, row);
+  void Member(const char* table, std::vector<std::string> values) {
+    InsertRows(
+        table,
+        {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD", "UPD_KBN", "UPD_YMD", "UPD_HMS"},
+        {values});
   }
   // "USER_ID:SEC_KBN:USER_SEQ:ST_YMD:ED_YMD:UPD_KBN:UPD_HMS " per member of the section.
   std::string Members(const char* sec_cd, const char* table = "T_SECMEMBER") {
-    std::string out;
-    for (const auto& row :
-         Rows(data::Sql() << "select USER_ID,SEC_KBN,USER_SEQ,ST_YMD,ED_YMD,UPD_KBN,UPD_HMS from " << Table(table)
-                          << " where SEC_CD = " << Quoted(sec_cd) << " order by USER_ID"))
-      out += text::Join(row, ":") + " ";
-    return out;
+    return Joined(data::Sql() << "select USER_ID,SEC_KBN,USER_SEQ,ST_YMD,ED_YMD,UPD_KBN,UPD_HMS from " << Table(table)
+                              << " where SEC_CD = " << Quoted(sec_cd) << " order by USER_ID",
+                  ":", " ");
   }
 };
 
@@ -79,21 +73,13 @@ TEST_P(Memberships, AddOfAMissingUserOrSectionIsRefused) {
   Insert("T_SECTION", {{"SEC_CD", "0001"}});
   Insert("T_USER", {{"USER_ID", "u1"}});
   Insert("T_SECTION_WORK", {{"SEC_CD", "0001"}});
-  struct Case {
-    const char* query;
-    const char* answer;
-  } cases[] = {
-      {"ReqNo=207&Group_cd=0001&User_cd=nobody", "ERROR:RECINSERTfunInsCirMember\r\nno such user: nobody"},
-      {"ReqNo=207&Group_cd=0001&User_cd=", "ERROR:RECINSERTfunInsCirMember\r\nno such user: "},
-      {"ReqNo=207&Group_cd=0009&User_cd=u1", "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009"},
-      {"ReqNo=207&Group_cd=0009&User_cd=nobody", "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009"},
-      {"ReqNo=207&DBFlg=1&Group_cd=0001&User_cd=u1", "ERROR:RECINSERTfunInsCirMember\r\nno such user: u1"},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(Request(c.query), c.answer) << c.query;
-    for (const char* table : {"T_SECMEMBER", "T_SECMEMBER_WORK"})
-      EXPECT_EQ(Rows(data::Sql() << "select count(*) as N from " << Table(table))[0][0], "0") << c.query;
-  }
+  const std::string refused = "ERROR:RECINSERTfunInsCirMember\r\nno such ";
+  ExpectAnswers("ReqNo=207&", {{"Group_cd=0001&User_cd=nobody", refused + "user: nobody"},
+                               {"Group_cd=0001&User_cd=", refused + "user: "},
+                               {"Group_cd=0009&User_cd=u1", refused + "section: 0009"},
+                               {"Group_cd=0009&User_cd=nobody", refused + "section: 0009"},
+                               {"DBFlg=1&Group_cd=0001&User_cd=u1", refused + "user: u1"}});
+  EXPECT_EQ(Count("T_SECMEMBER") + Count("T_SECMEMBER_WORK"), "00");
   EXPECT_EQ(Request("ReqNo=207&Group_cd=0001&User_cd=u1"), "OK");
 }
 
@@ -119,21 +105,13 @@ TEST_P(Memberships, ChangeGuardsTheOnePrimaryAndItsDates) {
   Member("T_SECMEMBER", {"0001", "u1", "1", "001", "", "20240101", "20240331", "3", "20240101", "090000"});
   Member("T_SECMEMBER", {"0002", "u1", "0", "001", "", "20240101", "99999999", "3", "20240101", "090000"});
   const std::string before = Members("0002");
-  struct Case {
-    const char* dates;
-    const char* answer;
-  } cases[] = {
-      {"&ST_Ymd=20240301&ED_Ymd=", "ERROR:ALREADYPRIMARY"},
-      {"&ST_Ymd=20240331&ED_Ymd=20241231", "ERROR:ALREADYPRIMARY"},  // one day in common
-      {"&ST_Ymd=20240230&ED_Ymd=", "ERROR:RECUPDATE"},
-      {"&ST_Ymd=20240401&ED_Ymd=2025-1-1", "ERROR:RECUPDATE"},
-      {"&ST_Ymd=&ED_Ymd=", "ERROR:RECUPDATE"},
-  };
-  for (const Case& c : cases) {
-    std::string query = std::string("ReqNo=208&Group_cd=0002&User_cd=u1&Primary=1&Post_cd=02") + c.dates;
-    EXPECT_EQ(Request(query), c.answer) << query;
-    EXPECT_EQ(Members("0002"), before) << query;
-  }
+  ExpectAnswers("ReqNo=208&Group_cd=0002&User_cd=u1&Primary=1&Post_cd=02",
+                {{"&ST_Ymd=20240301&ED_Ymd=", "ERROR:ALREADYPRIMARY"},
+                 {"&ST_Ymd=20240331&ED_Ymd=20241231", "ERROR:ALREADYPRIMARY"},  // one day in common
+                 {"&ST_Ymd=20240230&ED_Ymd=", "ERROR:RECUPDATE"},
+                 {"&ST_Ymd=20240401&ED_Ymd=2025-1-1", "ERROR:RECUPDATE"},
+                 {"&ST_Ymd=&ED_Ymd=", "ERROR:RECUPDATE"}});
+  EXPECT_EQ(Members("0002"), before);
   // The adjacent period passes; an empty end is stored open.
   EXPECT_EQ(Request("ReqNo=208&Group_cd=0002&User_cd=u1&Primary=1&Post_cd=02&ST_Ymd=20240401&ED_Ymd="), "OK");
   EXPECT_EQ(Members("0002"), "u1:1:001:20240401:99999999:2:102030 ");
@@ -170,12 +148,8 @@ TEST_P(Memberships, RemovalKeepsTheGapsAndOnTheWorkTablesLeavesTheList) {
   WriteConfig("ML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
   Insert("T_SECTION_WORK", {{"SEC_CD", "0001"}, {"IMAIL_LIST", "sales"}});
   for (const char* table : {"T_SECMEMBER", "T_SECMEMBER_WORK"})
-    for (const char* user : {"u1", "u2", "u3"})
-      Member(table, {"0001", user, "0",
-                     user[1] == '1'   ? "001"
-                     : user[1] == '2' ? "002"
-                                      : "003",
-                     "", "20240101", "99999999", "3", "20240101", "090000"});
+    for (auto [user, seq] : {std::pair("u1", "001"), {"u2", "002"}, {"u3", "003"}})
+      Member(table, {"0001", user, "0", seq, "", "20240101", "99999999", "3", "20240101", "090000"});
   EXPECT_EQ(Request("ReqNo=209&Group_cd=0001&User_cd=u2"), "OK");
   EXPECT_EQ(Members("0001"), "u1:0:001:20240101:99999999:3:090000 u3:0:003:20240101:99999999:3:090000 ");
   EXPECT_EQ(orvane::testing::ReadFile(dir().File("imail/Lists/sales/users.lst")), "u1@example.jp\r\nu2@example.jp\r\n");
@@ -193,11 +167,9 @@ TEST_P(Memberships, MemberOrderTurnsThePositionsBetweenTheTwo) {
     Member("T_SECMEMBER", {"0002", "Z", "0", "001", "", "", "", "3", "", ""});
   };
   auto order = [&] {
-    std::string out;
-    for (const auto& row : Rows(data::Sql() << "select USER_ID,USER_SEQ from " << Table("T_SECMEMBER")
-                                            << " where SEC_CD = '0001' order by USER_SEQ"))
-      out += row[0] + row[1] + " ";
-    return out;
+    return Joined(data::Sql() << "select USER_ID,USER_SEQ from " << Table("T_SECMEMBER")
+                              << " where SEC_CD = '0001' order by USER_SEQ",
+                  "", " ");
   };
   struct Case {
     const char* target;
@@ -242,7 +214,7 @@ TEST_P(Memberships, EveryChangeWithoutALoginIsRefusedAndWritesNothing) {
     EXPECT_EQ(Request(query), "ERROR:SESSIONCHECK") << code;
   }
   EXPECT_EQ(Members("0001"), before);
-  EXPECT_EQ(Rows(data::Sql() << "select count(*) as N from " << Table("T_SECTION"))[0][0], "1");
+  EXPECT_EQ(Count("T_SECTION"), "1");
 }
 
 ORVANE_DB_TEST_SUITE(Memberships);

@@ -20,23 +20,14 @@ class UserQueries : public DbTest {
   // Names start with ア (row 0), カ (1), サ (2, deleted), ワ and ン (9),
   // and small ァ or a Latin letter (no row).
   void AddUsers() {
-    struct U {
-      const char *id, *kj, *kn, *post, *dsp, *mail, *kbn;
-    } users[] = {
-        {"u01", "相沢", "アイザワ", "課長", "3", "c@x", "3"}, {"u02", "井上", "ァイ", "部長", "1", "e@x", "3"},
-        {"u03", "渡辺", "ワタナベ", "主任", "5", "a@x", "2"}, {"u04", "遠藤", "ンドウ", "", "2", "d@x", "3"},
-        {"u05", "Smith", "Smith", "係長", "4", "b@x", "3"},   {"u06", "加藤", "カトウ", "顧問", "6", "f@x", "3"},
-        {"u07", "佐藤", "サトウ", "相談役", "7", "g@x", "1"},
-    };
-    for (const U& u : users)
-      Insert("T_USER", {{"USER_ID", u.id},
-                        {"NAME_KJ", u.kj},
-                        {"NAME_KN", u.kn},
-                        {"POST_NM", u.post},
-                        {"DSP_NM", u.dsp},
-                        {"MAIL", u.mail},
-                        {"UPD_KBN", u.kbn},
-                        {"PASSWORD", std::string("pw-") + u.id}});
+    InsertRows("T_USER", {"USER_ID", "NAME_KJ", "NAME_KN", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN", "PASSWORD"},
+               {{"u01", "相沢", "アイザワ", "課長", "3", "c@x", "3", "pw-u01"},
+                {"u02", "井上", "ァイ", "部長", "1", "e@x", "3", "pw-u02"},
+                {"u03", "渡辺", "ワタナベ", "主任", "5", "a@x", "2", "pw-u03"},
+                {"u04", "遠藤", "ンドウ", "", "2", "d@x", "3", "pw-u04"},
+                {"u05", "Smith", "Smith", "係長", "4", "b@x", "3", "pw-u05"},
+                {"u06", "加藤", "カトウ", "顧問", "6", "f@x", "3", "pw-u06"},
+                {"u07", "佐藤", "サトウ", "相談役", "7", "g@x", "1", "pw-u07"}});
   }
   // The user ids of a 102 answer (every sixth field from the second), or
   // the answer itself when it is an error.
@@ -50,15 +41,15 @@ class UserQueries : public DbTest {
 
 TEST_P(UserQueries, CountsByKanaRow) {
   AddUsers();
-  struct Case {
-    const char* query;
-    const char* answer;
-  } cases[] = {
-      {"S_Kbn=u&S_OPT=0", "1"}, {"S_Kbn=U&S_OPT=2", "1"},  // the deleted row counts
-      {"S_Kbn=U&S_OPT=9", "2"}, {"S_Kbn=U&S_OPT=10", "7"},     {"S_Kbn=U&S_OPT=A", "7"},     {"S_Kbn=U", "7"},
-      {"S_Kbn=U&S_OPT=5", "0"}, {"S_Kbn=G", "ERROR:DBSELECT"}, {"S_Kbn=", "ERROR:DBSELECT"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=002&") + c.query), c.answer) << c.query;
+  ExpectAnswers("ReqNo=002&", {{"S_Kbn=u&S_OPT=0", "1"},
+                               {"S_Kbn=U&S_OPT=2", "1"},  // the deleted row counts
+                               {"S_Kbn=U&S_OPT=9", "2"},
+                               {"S_Kbn=U&S_OPT=10", "7"},
+                               {"S_Kbn=U&S_OPT=A", "7"},
+                               {"S_Kbn=U", "7"},
+                               {"S_Kbn=U&S_OPT=5", "0"},
+                               {"S_Kbn=G", "ERROR:DBSELECT"},
+                               {"S_Kbn=", "ERROR:DBSELECT"}});
 }
 
 TEST_P(UserQueries, ListSortsAndPages) {
@@ -90,77 +81,33 @@ TEST_P(UserQueries, ListSortsAndPages) {
   for (const Case& c : cases) EXPECT_EQ(Ids(Request(std::string("ReqNo=102&") + c.query)), c.ids) << c.query;
 }
 
-// The database's own skip and limit give the page the static cursor gives,
-// for every sort key, both directions, all users and a kana row.
-TEST_P(UserQueries, PagesByTheDatabaseEqualTheStaticCursors) {
-  AddUsers();
-  ConfigFile config(ConfigPath());
-  RequestContext ctx(config, session(), app(), clock());
-  data::Connection conn;
-  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
-  // The page as a positioned static cursor over the whole result reads it.
-  auto cursor_page = [&](const data::Sql& sql, short position, short size) {
-    data::Recordset rs;
-    EXPECT_TRUE(data::Com_funSelectP(conn, sql, rs).ok());
-    if (!data::Com_funSetAbsolutePos(rs, position).ok()) return std::string("ERROR:ABSOLUTEPOS");
-    std::string list;
-    std::vector<std::string> values;
-    bool eof = false;
-    for (int read = 0; read < std::max<int>(size, 1); ++read) {
-      EXPECT_TRUE(
-          data::Com_funfetchData(rs, {"NAME_KJ", "USER_ID", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN"}, values, eof).ok());
-      if (eof) break;
-      list += (list.empty() ? "" : ",") + text::Join(values, ",");
-    }
-    return list;
-  };
-  for (const char* column : {"name", "id", "post", "mail", "term"}) {
-    for (const char* type : {"0", "1"}) {
-      for (const char* row : {"", "9"}) {
-        data::Sql sql = AllUserListSql(ctx, column, type, row);
-        for (auto [position, size] : {std::pair<short, short>{1, 3}, {2, 2}, {2, 0}, {7, 5}, {3, -1}, {8, 1}, {0, 3}}) {
-          std::string query = std::string("ReqNo=102&S_Col=") + column + "&S_Type=" + type + "&S_OPT=" + row +
-                              "&S_pos=" + std::to_string(position) + "&B_pos=" + std::to_string(size);
-          EXPECT_EQ(Request(query), cursor_page(sql, position, size)) << query;
-        }
-      }
-    }
-  }
-}
-
 // Pages by key (the skip through an index alone, then the rows by key)
-// give today's pages: the statement as the system writes it, read through
-// a positioned static cursor, at the first, a middle and the last page and
-// one past, for every sort key both ways, all users and kana rows.
+// give today's pages: the statement as the system writes it, read through a
+// positioned static cursor, at the first, a middle and the last page, one past and
+// before the first, a last page cut short, with sizes below one (one row), for every sort
+// key both ways, all users and kana rows.
 TEST_P(UserQueries, PagesByKeyEqualTodaysPages) {
   auto pad = [](int n) { return text::Right("0" + std::to_string(n), 2); };
   const char* kana[] = {"ア", "カ", "サ", "タ", "ナ", "ハ", "マ", "ヤ", "ラ", "ワ", "ン", "ァ", "A"};
+  orvane::testing::Cells users;
   for (int i = 0; i < 60; ++i)
-    Insert("T_USER", {{"USER_ID", "g" + pad(i)},
-                      {"NAME_KJ", "名" + pad(i * 37 % 60)},
-                      {"NAME_KN", kana[i % 13] + pad(i)},
-                      {"POST_NM", "役" + pad(i * 7 % 60)},
-                      {"DSP_NM", pad(i * 11 % 60)},
-                      {"MAIL", "m" + pad(i * 13 % 60) + "@x"}});
-  ConfigFile config(ConfigPath());
-  RequestContext ctx(config, session(), app(), clock());
-  data::Connection conn;
-  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
-  const std::vector<std::string> names = {"NAME_KJ", "USER_ID", "POST_NM", "DSP_NM", "MAIL", "UPD_KBN"};
+    users.push_back({"g" + pad(i), "名" + pad(i * 37 % 60), kana[i % 13] + pad(i), "役" + pad(i * 7 % 60),
+                     pad(i * 11 % 60), "m" + pad(i * 13 % 60) + "@x"});
+  InsertRows("T_USER", {"USER_ID", "NAME_KJ", "NAME_KN", "POST_NM", "DSP_NM", "MAIL"}, users);
   for (const char* column : {"name", "id", "post", "mail", "term"}) {
     for (const char* type : {"0", "1"}) {
       for (const char* row : {"", "0", "9"}) {
         data::Recordset rs;
         Array2D all;
-        ASSERT_TRUE(data::Com_funSelectP(conn, AllUserListSql(ctx, column, type, row), rs).ok());
+        ASSERT_TRUE(data::Com_funSelectP(Db(), AllUserListSql(Context(), column, type, row), rs).ok());
         ASSERT_TRUE(data::Com_funRecodsetToArray(rs, all).ok());
-        const int count = static_cast<int>(all[0].size()), size = 4;
-        ASSERT_GT(count, size);
-        for (int position : {1, count / 2, count - size + 1, count + 1}) {
+        const int count = static_cast<int>(all[0].size());
+        ASSERT_GT(count, 4);
+        for (auto [position, size] :
+             {std::pair{1, 4}, {count / 2, 4}, {count - 2, 4}, {count + 1, 4}, {0, 4}, {2, 0}, {3, -1}}) {
           std::string today;
-          for (int r = position - 1; r < std::min(count, position - 1 + size); ++r) {
-            for (size_t c = 0; c < names.size(); ++c) today += (today.empty() ? "" : ",") + all[c][r];
-          }
+          for (int r = position - 1; position > 0 && r < std::min(count, position - 1 + std::max(size, 1)); ++r)
+            for (size_t c = 0; c < 6; ++c) today += (today.empty() ? "" : ",") + all[c][r];  // the answer's columns
           if (today.empty()) today = "ERROR:ABSOLUTEPOS";
           std::string query = std::string("ReqNo=102&S_Col=") + column + "&S_Type=" + type + "&S_OPT=" + row +
                               "&S_pos=" + std::to_string(position) + "&B_pos=" + std::to_string(size);
@@ -188,7 +135,6 @@ TEST_P(UserQueries, UserPropertiesAndPosts) {
   Insert("T_POST_MST", {{"POST_CD", "02"}, {"POST_NAME", "課長"}, {"CLASS_CD", "2"}});
   Insert("T_POST_MST", {{"POST_CD", "01"}, {"POST_NAME", "部長,代理"}, {"CLASS_CD", "2"}});
   Insert("T_POST_MST", {{"POST_CD", "09"}, {"POST_NAME", "社長"}, {"CLASS_CD", "1"}});
-  EXPECT_EQ(Request("ReqNo=109"), "09,社長,01,部長,代理,02,課長");
   EXPECT_EQ(Request("ReqNo=109&DBFlg=1"), "09,社長,01,部長,代理,02,課長");  // no work copy
 }
 
@@ -198,9 +144,6 @@ TEST_P(UserQueries, OverHttpThePasswordStaysOutOfTheLog) {
   auto res = server.Client().Get("/orvane?ReqNo=106&User_cd=u01");
   ASSERT_TRUE(res);
   EXPECT_EQ(res->body, "u01,相沢,アイザワ,pw-u01,c@x,,,課長,3,,3,");
-  res = server.Client().Post("/orvane", "ReqNo=002&S_Kbn=U&S_OPT=9", "application/x-www-form-urlencoded");
-  ASSERT_TRUE(res);
-  EXPECT_EQ(res->body, "2");
   EXPECT_EQ(server.Log().find("pw-u01"), std::string::npos) << server.Log();
 }
 

@@ -1,5 +1,5 @@
 // The group queries (101, 103, 105) and the drawn tree read from a real
-// SQLite and PostgreSQL database.
+// SQLite and PostgreSQL database; the drawing over a caller's arrays.
 #include <gtest/gtest.h>
 
 #include "data/db.h"
@@ -20,17 +20,11 @@ class GroupQueries : public DbTest {
   void AddSection(const char* code, const char* parent, const char* seq, const char* tree, const char* name,
                   const char* upd_kbn = "3") {
     for (const char* table : {"T_SECTION", "T_SECTION_WORK"})
-      Insert(table, {{"SEC_CD", code},
-                     {"JOI_SEC", parent},
-                     {"SEC_SEQ", seq},
-                     {"SEC_TREE", tree},
-                     {"SEC_NM", name},
-                     {"DSP_NM", std::string("d") + code},
-                     {"BUSHO_CD", std::string("B") + code},
-                     {"IMAIL_LIST", "list"},
-                     {"UPD_KBN", upd_kbn},
-                     {"UPD_YMD", "20240301"},
-                     {"UPD_HMS", "091500"}});
+      InsertRows(table,
+                 {"SEC_CD", "JOI_SEC", "SEC_SEQ", "SEC_TREE", "SEC_NM", "DSP_NM", "BUSHO_CD", "IMAIL_LIST", "UPD_KBN",
+                  "UPD_YMD", "UPD_HMS"},
+                 {{code, parent, seq, tree, name, std::string("d") + code, std::string("B") + code, "list", upd_kbn,
+                   "20240301", "091500"}});
   }
   // 0000 at the top; 0001, 0002 (a comma in its name), 0003 (deleted) below
   // it; 0011 below 0001.
@@ -47,9 +41,14 @@ class GroupQueries : public DbTest {
 TEST_P(GroupQueries, AllGroupsFirstTopThenParentsBeforeChildren) {
   AddOrganisation();
   const std::string tail = "0001,0000,営業部,0002,0000,総務,人事部,";
-  EXPECT_EQ(Request("ReqNo=101"), "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所");
-  EXPECT_EQ(Request("ReqNo=101&DBFlg=0"), "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所");
-  EXPECT_EQ(Request("ReqNo=101&DBFlg=1"), "0000,9999,本社," + tail + "0011,0001,東京営業所");
+  const std::string live = "0000,9999,本社," + tail + "0003,0000,開発部,0011,0001,東京営業所";
+  // DBFlg=1 (in any letter case) names the work tables; any other value the live ones.
+  ExpectAnswers("ReqNo=101", {{"", live},
+                              {"&DBFlg=0", live},
+                              {"&dbflg=2", live},
+                              {"&DBFlg=", live},
+                              {"&dbflg=1", "0000,9999,本社," + tail + "0011,0001,東京営業所"}});
+  ExpectAnswers("ReqNo=", {{"0101", "ERROR:NOREQUESTCODE"}, {"", "ERROR:NOREQUESTCODE"}});  // the whole text names it
 
   AddSection("0100", "9999", "002", "0100", "第二本社");
   AddSection("0101", "0100", "001", "0100/0101", "支社");
@@ -64,33 +63,22 @@ TEST_P(GroupQueries, AllGroupsFirstTopThenParentsBeforeChildren) {
 TEST_P(GroupQueries, ChildrenOfOneGroupAndTheNameSortTheDatabaseRefuses) {
   AddOrganisation();
   const std::string all = "0001,0000,営業部,0002,0000,総務,人事部,0003,0000,開発部";
-  struct Case {
-    const char* query;
-    std::string answer;
-  } cases[] = {
-      {"Group_cd=0000", all},
-      {"Group_cd=0000&S_Col=id&S_Type=1", all},
-      {"Group_cd=0000&DBFlg=1", "0001,0000,営業部,0002,0000,総務,人事部"},
-      {"Group_cd=0001", "0011,0001,東京営業所"},
-      {"Group_cd=0011", ""},
-      {"Group_cd=0000&S_Col=name&S_Type=1", "ERROR:DBSELECT"},
-      {"Group_cd=0000&S_Col=NAME&S_Type=0", "ERROR:DBSELECT"},
-  };
-  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=103&") + c.query), c.answer) << c.query;
+  ExpectAnswers("ReqNo=103&Group_cd=", {{"0000", all},
+                                        {"0000&S_Col=id&S_Type=1", all},
+                                        {"0000&DBFlg=1", "0001,0000,営業部,0002,0000,総務,人事部"},
+                                        {"0001", "0011,0001,東京営業所"},
+                                        {"0011", ""},
+                                        {"0000&S_Col=name&S_Type=1", "ERROR:DBSELECT"},
+                                        {"0000&S_Col=NAME&S_Type=0", "ERROR:DBSELECT"}});
 }
 
 TEST_P(GroupQueries, PropertiesOfOneGroup) {
   AddOrganisation();
-  struct Case {
-    const char* query;
-    const char* answer;
-  } cases[] = {
-      {"Group_cd=0002", "0002,総務,人事部,d0002,B0002,002,list,20240301,091500"},
-      {"Group_cd=0003&DBFlg=1", "0003,開発部,d0003,B0003,003,list,20240301,091500"},  // deleted, still read
-      {"Group_cd=9999", ",,,,,,,"},
-      {"Group_cd=0000'", ",,,,,,,"},  // the quote is a value, not SQL
-  };
-  for (const Case& c : cases) EXPECT_EQ(Request(std::string("ReqNo=105&") + c.query), c.answer) << c.query;
+  ExpectAnswers("ReqNo=105&Group_cd=",
+                {{"0002", "0002,総務,人事部,d0002,B0002,002,list,20240301,091500"},
+                 {"0003&DBFlg=1", "0003,開発部,d0003,B0003,003,list,20240301,091500"},  // deleted
+                 {"9999", ",,,,,,,"},
+                 {"0000'", ",,,,,,,"}});  // the quote is a value, not SQL
 }
 
 TEST_P(GroupQueries, ConfigurationAndConnectionFailures) {
@@ -105,9 +93,8 @@ TEST_P(GroupQueries, ConfigurationAndConnectionFailures) {
 TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
   AddOrganisation();
   AddSection("0009", "0099", "001", "0099/0009", "親なし");
-  data::Connection conn;
+  data::Connection& conn = Db();
   std::string error;
-  ASSERT_EQ(Code(data::Com_funDbOpen(Dsn(), "", "", conn), error), 0) << error;
   Array2D hier;
   ASSERT_EQ(Code(Com_funGet_sec_info(conn, "T_SECTION", hier), error), 0) << error;
   ASSERT_EQ(ColumnCount(hier), 12u);
@@ -143,6 +130,32 @@ TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
 }
 
 ORVANE_DB_TEST_SUITE(GroupQueries);
+
+// The drawing over arrays a caller hands over, with a parent list of its own.
+// AB at the top and c1 below it, with a JOI_SEC "ab" that differs in case.
+const Array2D kSections = {{"AB", "c1"},     {"name AB", "name c1"}, {"", "c"},  {"9999", "ab"},
+                           {"001", "002"},   {"AB", "AB/c1"},        {"3", "1"}, {"20240307", "20240308"},
+                           {"090503", "09"}, {"admin", "kato"}};
+
+// Each drawn row reads "code has-children prefix"; a row not drawn is "".
+std::vector<std::string> DrawWithParents(const std::vector<std::string>& parents, Array2D& hier) {
+  hier.assign(kSectionColumns + 2, std::vector<std::string>(2));
+  std::vector<std::string> prefix, drawn;
+  int row = 0;
+  EXPECT_EQ(Com_funGet_sec_hierarchical(kSections, parents, "9999", prefix, hier, row), "");
+  for (size_t r = 0; r < 2; ++r)
+    drawn.push_back(hier[0][r].empty() ? ""
+                                       : hier[0][r] + " " + hier[kHasChildrenColumn][r] + " " + hier[kPrefixColumn][r]);
+  return drawn;
+}
+
+TEST(SecTreeDrawing, ParentsMatchWithoutRegardToCaseButHavingChildrenIsExact) {
+  Array2D hier;
+  EXPECT_EQ(DrawWithParents({"AB"}, hier), (std::vector<std::string>{"AB 1 └", "c1 0 　\x1C└"}));
+  for (size_t c = 0; c < kSectionColumns; ++c) EXPECT_EQ(hier[c][1], kSections[c][1]) << c;
+  // The parent list as the database gives it names "ab": AB has no children.
+  EXPECT_EQ(DrawWithParents({"ab"}, hier), (std::vector<std::string>{"AB 0 └", ""}));
+}
 
 }  // namespace
 }  // namespace orvane::org

@@ -10,8 +10,8 @@
 
 #include "base/text.h"
 #include "org/group_paths.h"
-#include "org/tree_change.h"
 #include "org/sec_tree.h"
+#include "org/tree_change.h"
 #include "support/db_fixture.h"
 
 namespace orvane::org {
@@ -24,19 +24,15 @@ class TreePatchTest : public orvane::testing::DbTest {
  protected:
   void SetUp() override {
     DbTest::SetUp();
+    if (IsSkipped()) return;  // no PostgreSQL server: nothing to set up
     session().Set("PUB_USR_ID", "admin");
-    Insert("T_SECTION", {{"SEC_CD", "0000"},
-                         {"JOI_SEC", "9999"},
-                         {"SEC_SEQ", "001"},
-                         {"SEC_TREE", "0000"},
-                         {"TREE_NM", "本社"},
-                         {"SEC_NM", "本社"}});
-    Insert("T_SECTION", {{"SEC_CD", "0001"},
-                         {"JOI_SEC", "0000"},
-                         {"SEC_SEQ", "001"},
-                         {"SEC_TREE", "0000/0001"},
-                         {"TREE_NM", "/ 部"},
-                         {"SEC_NM", "部"}});
+    Section("0000", "9999", "001", "0000", "本社");
+    Section("0001", "0000", "001", "0000/0001", "部", "/ 部");
+  }
+  void Section(const char* code, const char* parent, const char* seq, const char* tree, const char* name,
+               const char* tree_nm = "") {
+    InsertRows("T_SECTION", {"SEC_CD", "JOI_SEC", "SEC_SEQ", "SEC_TREE", "TREE_NM", "SEC_NM"},
+               {{code, parent, seq, tree, *tree_nm ? tree_nm : name, name}});
   }
   // The whole table drawn afresh.
   Array2D FullDrawing() {
@@ -123,27 +119,24 @@ TEST_P(TreePatchTest, PatchedTreeEqualsAFullDrawingAfterRandomChanges) {
 // empty line), siblings with one SEC_SEQ (a full drawing may put them
 // either way), a version another instance made.
 TEST_P(TreePatchTest, DrawsInFullWhereAPatchCannotTell) {
-  auto section = [&](const char* code, const char* parent, const char* seq, const char* tree) {
-    Insert("T_SECTION",
-           {{"SEC_CD", code}, {"JOI_SEC", parent}, {"SEC_SEQ", seq}, {"SEC_TREE", tree}, {"SEC_NM", code}});
-  };
   // Another instance's change: the rows and the version together.
   auto other_instance = [&] {
     std::string version = Rows(data::Sql() << "select VERSION from " << Table("ORVANE_TREE_VERSION"))[0][0];
     Exec(data::Sql() << "update " << Table("ORVANE_TREE_VERSION")
                      << " set VERSION = " << data::Quoted(std::to_string(std::stol(version) + 1)));
   };
-  section("0002", "0000", "002", "0000/0002");
+  Section("0002", "0000", "002", "0000/0002", "0002");
   struct Case {
     std::function<void()> arrange;
     bool held_is_current;  // the tree drawn anew since the other instance's change
     const char* request;
     bool patched;
   } cases[] = {
-      {[&] { section("0009", "0404", "001", "0000/0404/0009"); }, true, "ReqNo=202&Group_cd=0002&Group_nm=b", false},
+      {[&] { Section("0009", "0404", "001", "0000/0404/0009", "0009"); }, true, "ReqNo=202&Group_cd=0002&Group_nm=b",
+       false},
       {[&] { Exec(data::Sql() << "delete from " << Table("T_SECTION") << " where SEC_CD = '0009'"); }, true,
        "ReqNo=202&Group_cd=0002&Group_nm=c", true},
-      {[&] { section("0003", "0000", "002", "0000/0003"); }, true, "ReqNo=201&Group_cd=0000&Group_nm=d", false},
+      {[&] { Section("0003", "0000", "002", "0000/0003", "0003"); }, true, "ReqNo=201&Group_cd=0000&Group_nm=d", false},
       {[] {}, false, "ReqNo=202&Group_cd=0001&Group_nm=e", false},
   };
   for (const Case& c : cases) {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "base/text.h"
 #include "data/demo_data.h"
 #include "data/physical_connection.h"
 #include "data/schema.h"
@@ -108,6 +109,7 @@ void DbTest::SetUp() {
 }
 
 void DbTest::TearDown() {
+  connection_ = data::Connection();
   data::ClosePooledConnections();
   EXPECT_EQ(pg_schema_.empty() ? "" : RunAdmin("DROP SCHEMA " + pg_schema_ + " CASCADE"), "") << pg_schema_;
 }
@@ -126,6 +128,14 @@ void DbTest::Insert(std::string_view table, const Row& row) {
   sql << ") values (";
   for (size_t i = 0; i < row.size(); ++i) (i ? sql << "," : sql) << data::Quoted(row[i].second);
   Exec(sql << ")");
+}
+
+void DbTest::InsertRows(std::string_view table, const std::vector<std::string>& columns, const Cells& values) {
+  for (const auto& cells : values) {
+    Row row;
+    for (size_t i = 0; i < columns.size(); ++i) row.emplace_back(columns[i], cells.at(i));
+    Insert(table, row);
+  }
 }
 
 void DbTest::InsertDemo() {
@@ -147,6 +157,34 @@ Cells DbTest::Rows(const data::Sql& sql) {
   for (size_t r = 0; r < rows.size(); ++r)
     for (const auto& column : columns) rows[r].push_back(column[r]);
   return rows;
+}
+
+std::string DbTest::Joined(const data::Sql& sql, std::string_view cell, std::string_view row) {
+  std::string out;
+  for (const auto& cells : Rows(sql)) (out += text::Join(cells, cell)) += row;
+  return out;
+}
+
+std::string DbTest::Count(std::string_view table) {
+  return Rows(data::Sql() << "select count(*) as N from " << data::Table(table))[0][0];
+}
+
+void DbTest::ExpectAnswers(std::string_view prefix, const std::vector<std::pair<std::string, std::string>>& cases) {
+  for (const auto& [query, answer] : cases) EXPECT_EQ(Request(std::string(prefix) + query), answer) << query;
+}
+
+RequestContext& DbTest::Context() {
+  config_ = std::make_unique<ConfigFile>(config_path_);
+  context_ = std::make_unique<RequestContext>(*config_, session_, app_, clock_);
+  return *context_;
+}
+
+data::Connection& DbTest::Db() {
+  std::string error;
+  if (!connection_.IsOpen()) {
+    EXPECT_EQ(Code(data::Com_funDbOpen(dsn_, "", "", connection_), error), 0) << error;
+  }
+  return connection_;
 }
 
 std::string DbTest::Request(std::string_view query) {

@@ -21,6 +21,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,6 +31,7 @@
 #include "data/db.h"
 #include "dispatch/application_store.h"
 #include "dispatch/config.h"
+#include "dispatch/request_context.h"
 #include "dispatch/session.h"
 #include "support/temp_dir.h"
 
@@ -60,14 +62,26 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   void Exec(const data::Sql& sql);
   // insert into table (columns...) values ('values'...)
   void Insert(std::string_view table, const Row& row);
+  // One insert per row of `values`, each value under its column.
+  void InsertRows(std::string_view table, const std::vector<std::string>& columns, const Cells& values);
   // The demo organisation of `init-db --demo` (administrator admin/admin).
   void InsertDemo();
   // The result's rows, each with its columns in statement order.
   Cells Rows(const data::Sql& sql);
+  // The same as one text: cells joined by `cell`, each row ended by `row`.
+  std::string Joined(const data::Sql& sql, std::string_view cell = "|", std::string_view row = "\n");
+  // How many rows `table` holds, as the database writes the number.
+  std::string Count(std::string_view table);
 
   // Runs one request in-process through WebClass_Start, as the HTTP front
   // end does, and returns the answer text.
   std::string Request(std::string_view query);
+  // Each query (behind `prefix`) answers exactly its text.
+  void ExpectAnswers(std::string_view prefix, const std::vector<std::pair<std::string, std::string>>& cases);
+  // A request's context on ORVANE.ini and a connection of its own, for
+  // calling an operation's routines directly.
+  RequestContext& Context();
+  data::Connection& Db();
   // Session values: writing requests need PUB_USR_ID set here.
   Session& session() { return session_; }
   FixedClock& clock() { return clock_; }
@@ -81,6 +95,9 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   FixedClock clock_{LocalTime{2024, 4, 1, 10, 20, 30}};
   Session session_;
   ApplicationStore app_;
+  std::unique_ptr<ConfigFile> config_;
+  std::unique_ptr<RequestContext> context_;
+  data::Connection connection_;
 };
 
 std::string BackendName(const ::testing::TestParamInfo<Backend>& info);
