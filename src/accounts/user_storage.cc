@@ -40,8 +40,6 @@ const std::string kIdIsAnAlias =
     Lines({"入力された【ユーザーID】は", "すでに別のユーザーが「エイリアス」として使用しています。",
            "違う【ユーザーID】を設定してください。"});
 
-Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
-
 // A configuration key the routine cannot do without; a missing one writes
 // its code to the response.
 Status Key(RequestContext& ctx, std::string_view key, std::string& value) {
@@ -191,8 +189,9 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u
        << " ," << Quoted(u.mail_nm) << " ," << Quoted(u.ext_tel) << " ," << Quoted(u.post_nm) << " ,"
        << Quoted(u.disp_nm) << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ," << Quoted(stamp.hms) << " ,"
        << Quoted(stamp.usr) << ")";
-  if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);
-  if (Status s = Exec(conn, InsertPassgenSql(ctx, u, password, stamp)); !s.ok()) return std::move(s).From(kName);
+  if (Status s = data::Com_funExecsql(conn, user); !s.ok()) return std::move(s).From(kName);
+  if (Status s = data::Com_funExecsql(conn, InsertPassgenSql(ctx, u, password, stamp)); !s.ok())
+    return std::move(s).From(kName);
   if (dairi == "1") {
     // The user's own schedule is open to the user (OPEN_KBN 2 = a user).
     data::Sql open;
@@ -200,13 +199,13 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u
          << " (KEY_CD ,OPEN_KBN ,OPEN_ID ,SHORI_LVL ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR ) values (  " << Quoted(id)
          << " ,'2' ," << Quoted(id) << " ,'Z' ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ,"
          << Quoted(stamp.hms) << " ," << Quoted(stamp.usr) << ")";
-    if (Status s = Exec(conn, open); !s.ok()) return std::move(s).From(kName);
+    if (Status s = data::Com_funExecsql(conn, open); !s.ok()) return std::move(s).From(kName);
   }
 
   std::string ml_mode, add_use;
   if (Status s = MailKeys(ctx, ml_mode, add_use); !s.ok()) return s;
   data::Sql menu = InsertMenuSql(ctx, u, upd_kbn, stamp, MailMenusFollowAccount(ml_mode, add_use));
-  if (Status s = Exec(conn, menu); !s.ok()) return std::move(s).From(kName);
+  if (Status s = data::Com_funExecsql(conn, menu); !s.ok()) return std::move(s).From(kName);
   return Status::Ok();
 }
 
@@ -248,7 +247,7 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserForm& u
           << ",MENU07 = " << Quoted(mail_menu("07", 2)) << " ,UPD_KBN = " << Quoted(upd_kbn)
           << " ,UPD_YMD = " << Quoted(stamp.ymd) << " ,UPD_HMS = " << Quoted(stamp.hms)
           << " ,UPD_USR = " << Quoted(stamp.usr) << " where USER_ID = " << Quoted(id);
-    if (Status s = Exec(conn, menus); !s.ok()) return std::move(s).From(kName);
+    if (Status s = data::Com_funExecsql(conn, menus); !s.ok()) return std::move(s).From(kName);
   }
 
   // With hashes stored an empty password means "unchanged": the page
@@ -266,7 +265,7 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserForm& u
        << " ,DSP_NM = " << Quoted(u.disp_nm) << " ,UPD_KBN = " << Quoted(upd_kbn) << " ,UPD_YMD = " << Quoted(stamp.ymd)
        << " ,UPD_HMS = " << Quoted(stamp.hms) << " ,UPD_USR = " << Quoted(stamp.usr)
        << " where USER_ID = " << Quoted(id);
-  if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);
+  if (Status s = data::Com_funExecsql(conn, user); !s.ok()) return std::move(s).From(kName);
   return Status::Ok();
 }
 
@@ -281,6 +280,13 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
   const auto id = Quoted(userID);
   std::vector<data::Sql> steps;
   auto step = [&steps]() -> data::Sql& { return steps.emplace_back(); };
+  // Runs the statements gathered so far, in order, and starts anew.
+  auto run_steps = [&]() -> Status {
+    for (const data::Sql& sql : steps)
+      if (Status s = data::Com_funExecsql(conn, sql); !s.ok()) return s;
+    steps.clear();
+    return Status::Ok();
+  };
   // Rows opened to the user (OPEN_KBN 2 = a user).
   auto opened_to_user = [&](std::string_view table) {
     step() << "delete from " << Table(table) << " where OPEN_ID = " << id << " And OPEN_KBN = '2'";
@@ -301,9 +307,7 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
   opened_to_user("t_adbkopen");
   by("rsv_approver_member", "USER_ID");
   opened_to_user("T_TOPICOPEN");
-  for (const data::Sql& sql : steps)
-    if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
-  steps.clear();
+  if (Status s = run_steps(); !s.ok()) return std::move(s).From(kName);
 
   // The work copy of the organisation leaves the groupware's personal data
   // alone: it belongs to the live user.
@@ -313,9 +317,7 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
     for (std::string_view table : {"custom_master", "rsv_approve_status", "top_setting", "user_setting", "mail_setting",
                                    "MYLINK_INFO", "TODO_INFO"})
       by(table, "USER_ID");
-    for (const data::Sql& sql : steps)
-      if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
-    steps.clear();
+    if (Status s = run_steps(); !s.ok()) return std::move(s).From(kName);
 
     data::Sql groups;
     groups << "SELECT ADGP_CD FROM PSADGP_INFO where USER_ID = " << id;
@@ -333,8 +335,7 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
     for (std::string_view table : {"LOG_GET", "LOG_GET_BAT", "LOG_BBS_GET", "LOG_BBS_BAT"}) by(table, "USER_ID");
     opened_to_user("WF_KENGEN");
     for (std::string_view table : {"WF_NENKYU", "WF_SYUKKINBO", "WF_SYUKKINBO_RIREKI"}) by(table, "USER_ID");
-    for (const data::Sql& sql : steps)
-      if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
+    if (Status s = run_steps(); !s.ok()) return std::move(s).From(kName);
   }
 
   // The configured attachment paths end with "\": the user's folder is the

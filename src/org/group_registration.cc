@@ -39,8 +39,6 @@ void OpenedToGroup(data::Sql& sql, const std::string& sec_cd) {
   sql << " where OPEN_ID = " << Quoted(sec_cd) << " And OPEN_KBN = '1'";
 }
 
-Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
-
 // The list follow-up after a commit: the group's members current today
 // join the group's new list. Its writes are discarded, so nothing it meets
 // (a missing key, a dead proxy) changes this request's answer.
@@ -106,11 +104,11 @@ data::Sql UpdateGroupSql(const RequestContext& ctx, const GroupRecord& r, bool w
 }
 
 Status funInsGroup(const RequestContext& ctx, data::Connection& conn, const GroupRecord& r, bool with_busho) {
-  return Exec(conn, InsertGroupSql(ctx, r, with_busho)).Prefixed("funInsGroup");
+  return data::Com_funExecsql(conn, InsertGroupSql(ctx, r, with_busho)).Prefixed("funInsGroup");
 }
 
 Status funUpdGroup(const RequestContext& ctx, data::Connection& conn, const GroupRecord& r, bool with_busho) {
-  return Exec(conn, UpdateGroupSql(ctx, r, with_busho)).Prefixed("funUpdGroup");
+  return data::Com_funExecsql(conn, UpdateGroupSql(ctx, r, with_busho)).Prefixed("funUpdGroup");
 }
 
 Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
@@ -152,7 +150,7 @@ Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std:
     OpenedToGroup(steps.emplace_back() << "delete from WF_KENGEN", sec_cd);
   }
   for (const data::Sql& step : steps)
-    if (Status s = Exec(conn, step); !s.ok()) return std::move(s).Prefixed(kName);
+    if (Status s = data::Com_funExecsql(conn, step); !s.ok()) return std::move(s).Prefixed(kName);
   return Status::Ok();
 }
 
@@ -313,7 +311,7 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const GroupForm& 
           << " ,UPD_KBN = " << Quoted(r.UPD_KBN) << " ,UPD_YMD = " << Quoted(r.UPD_YMD)
           << " ,UPD_HMS = " << Quoted(r.UPD_HMS) << " ,UPD_USR = " << Quoted(r.UPD_USR)
           << " where SEC_CD = " << Quoted(row.SEC_CD);
-      if (!frame.Step("ERROR:SQLEXEC", Exec(conn, sql).Prefixed(kRoutine))) return;
+      if (!frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(conn, sql).Prefixed(kRoutine))) return;
       patch.Set(row.SEC_CD, stamps());
     }
   }
