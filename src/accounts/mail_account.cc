@@ -8,8 +8,6 @@
 namespace orvane::accounts {
 namespace {
 
-std::string At(const std::vector<std::string>& v, size_t i) { return i < v.size() ? v[i] : std::string(); }
-
 // The two tables differ on purpose: through the proxy, delete and change
 // carry no "-u"; locally they do. Create is the same in both.
 std::string AccountCommand(bool local, std::string_view mode, const std::string& id, const std::string& password) {
@@ -26,9 +24,9 @@ std::string AccountDeleteCommand(bool local, std::string_view userID) {
 }
 
 Status funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
-                        const std::vector<std::string>& userData, std::string& output) {
+                        const UserForm& user, std::string& output) {
   bool local = ToolsRunLocally(ctx.config());
-  std::string command = AccountCommand(local, mode, At(userData, 0), At(userData, 3));
+  std::string command = AccountCommand(local, mode, user.user_cd, user.user_ps);
   if (!local) {
     if (command.empty()) return Status::Failure("Invalid Case").Prefixed("funAdmMailMember");
     return funExeProxyCommand(ctx, std::string(toolFolder) + command, "user");

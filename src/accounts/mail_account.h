@@ -4,8 +4,8 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "accounts/user_form.h"
 #include "base/status.h"
 #include "dispatch/request_context.h"
 
@@ -17,8 +17,8 @@ std::string AccountDeleteCommand(bool local, std::string_view userID);
 
 // `mode`: "1" delete the account, "2" change its password, "3" create it.
 // `toolFolder`: the mail server's folder ending in "\", prefix of the
-// command line. `userData`: the user-data array; position 0 is the user ID
-// (the account name), position 3 the password.
+// command line. `user`: the user form; its ID is the account name, its
+// password the account's.
 // Proxy: the reply must begin with "OK:"; a failure's trail is the refused
 // reply or the socket error (funExeProxyCommand), and an unknown mode fails
 // with "funAdmMailMember" CR LF "Invalid Case" and sends nothing. `output`
@@ -26,6 +26,6 @@ std::string AccountDeleteCommand(bool local, std::string_view userID);
 // begin with "OK:" with exit code 0; a failure's trail is that output. An
 // unknown mode runs nothing and fails with an empty trail.
 Status funAdmMailMember(const RequestContext& ctx, std::string_view mode, std::string_view toolFolder,
-                        const std::vector<std::string>& userData, std::string& output);
+                        const UserForm& user, std::string& output);
 
 }  // namespace orvane::accounts

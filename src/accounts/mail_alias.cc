@@ -16,27 +16,27 @@ struct AliasCommands {
   std::string del, add, undo;  // empty: not prepared
 };
 
-AliasCommands PrepareCommands(bool local, std::string_view mode, std::string_view toolFolder, std::string_view userID,
-                              std::string_view alias, bool in_use, std::string_view oldAlias, bool was_in_use,
-                              std::string_view server) {
-  std::string folder(toolFolder);
-  std::string del = folder + "addalias.exe -d " + std::string(oldAlias);
-  std::string add =
-      folder + "addalias.exe -a " + std::string(alias) + "=" + std::string(userID) + "@" + std::string(server);
+// The commands of `mode` for the alias before and after.
+AliasCommands PrepareCommands(bool local, std::string_view mode, std::string_view toolFolder, const UserForm& user,
+                              const MailBefore& before, std::string_view server) {
+  const bool in_use = text::Trim(user.mail_fl) == "1", was_in_use = text::Trim(before.alias_fl) == "1";
+  const std::string folder(toolFolder);
+  const std::string del = folder + "addalias.exe -d " + before.alias;
+  const std::string add = folder + "addalias.exe -a " + user.mail_ad + "=" + user.user_cd + "@" + std::string(server);
   AliasCommands c;
   if (mode == "1") {
     if (was_in_use) c.del = del;
   } else if (mode == "3") {
     if (in_use) {
       c.add = add;
-      c.undo = folder + AccountDeleteCommand(local, userID);
+      c.undo = folder + AccountDeleteCommand(local, user.user_cd);
     }
   } else if (mode == "2") {
     if (in_use && !was_in_use) {
       c.add = add;
     } else if (!in_use && was_in_use) {
       c.del = del;
-    } else if (in_use && was_in_use && alias != oldAlias) {
+    } else if (in_use && was_in_use && user.mail_ad != before.alias) {
       c.del = del;
       c.add = add;
     }
@@ -80,18 +80,15 @@ Status CheckAlias(RequestContext& ctx, data::Connection& conn, std::string_view 
 }  // namespace
 
 Status funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string_view mode, std::string_view toolFolder,
-                        std::string_view userID, std::string_view alias, std::string_view aliasFlag,
-                        std::string_view oldAlias, std::string_view oldAliasFlag) {
+                        const UserForm& user, const MailBefore& before) {
   std::string server;
   if (!ReadRequiredKey(ctx, "ML_SERVER", "ERROR:READINFOFILE_SV_FOLDER", server)) return Status::Answered();
-  bool in_use = text::Trim(aliasFlag) == "1";
-  if (in_use) {
-    if (Status s = CheckAlias(ctx, conn, userID, alias); !s.ok()) return s;
+  if (text::Trim(user.mail_fl) == "1") {
+    if (Status s = CheckAlias(ctx, conn, user.user_cd, user.mail_ad); !s.ok()) return s;
   }
 
   bool local = ToolsRunLocally(ctx.config());
-  AliasCommands c = PrepareCommands(local, mode, toolFolder, userID, alias, in_use, oldAlias,
-                                    text::Trim(oldAliasFlag) == "1", server);
+  AliasCommands c = PrepareCommands(local, mode, toolFolder, user, before, server);
   if (!c.del.empty()) {
     if (Status s = Run(ctx, local, c.del, "deleted"); !s.ok()) return s;
   }

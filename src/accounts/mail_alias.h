@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "accounts/user_form.h"
 #include "base/status.h"
 #include "data/db.h"
 #include "dispatch/request_context.h"
@@ -18,21 +19,20 @@ namespace orvane::accounts {
 //                 update flag;
 //   toolFolder    the mail server's folder ending in "\", prefix of every
 //                 command line;
-//   userID        the user being registered;
-//   alias, aliasFlag        the requested alias and its flag ("1" = in use);
-//   oldAlias, oldAliasFlag  the alias and flag before the change (for a
-//                 delete, those of the stored user).
-// With aliasFlag "1" the alias is looked up in the user table of the
+//   user          the user being registered: its ID, and the requested
+//                 alias (mail_ad) and its flag (mail_fl, "1" = in use);
+//   before        the alias and flag before the change (for a delete,
+//                 those of the stored user).
+// With the flag "1" the alias is looked up in the user table of the
 // current table set; another user holding it as ID or active alias fails
 // with the "funAdmMailAlias1" message before any command runs. Then the old
 // alias is deleted and the new one added as the mode and flags say. When a
 // new user's alias is refused with "alias exists", the account just created
 // is deleted again. ML_SERVER missing: "ERROR:READINFOFILE_SV_FOLDER" on the
-// response and a failure with an empty trail. Code 0, or -1 with the
-// trail: the collision message, "Com052_funAdmMailAlias1" CR LF and the
-// database routine's trail, or the refused command's reply or error text.
+// response and an answered status. Code 0, or -1 with the trail: the
+// collision message, "Com052_funAdmMailAlias1" CR LF and the database
+// routine's trail, or the refused command's reply or error text.
 Status funAdmMailAlias1(RequestContext& ctx, data::Connection& conn, std::string_view mode, std::string_view toolFolder,
-                        std::string_view userID, std::string_view alias, std::string_view aliasFlag,
-                        std::string_view oldAlias, std::string_view oldAliasFlag);
+                        const UserForm& user, const MailBefore& before);
 
 }  // namespace orvane::accounts

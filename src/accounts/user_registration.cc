@@ -72,11 +72,7 @@ std::string AccountMode(std::string_view flag, std::string_view old_flag, std::s
   return std::string(mode);  // built from a view: GCC 12 warns falsely on a literal assignment
 }
 
-void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string& user_cd, const std::string& user_kj,
-                 const std::string& user_kn, const std::string& user_ps, const std::string& mail_ad,
-                 const std::string& mail_fl, const std::string& ext_tel, const std::string& post_nm,
-                 const std::string& disp_nm, const std::string& mail_ufl, const std::string& mail_nm,
-                 const std::string& old_mail_ufl, const std::string& old_alias, const std::string& old_alias_fl) {
+void RegistUser1(RequestContext& ctx, const std::string& flag, const UserForm& user, const MailBefore& before) {
   std::vector<std::string> keys, mail_keys;
   if (!ReadRequiredKeys(ctx, {{"LOCAL_DB_DSN", kNoConfig}, {"ML_MODE", kNoConfig}}, keys)) return;
   const bool mail_server = keys[1] == "2";
@@ -93,24 +89,11 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   const bool remove = flag == "1", change = flag == "2", add = flag == "3";
   if (!remove && !change && !add) return ctx.Write("ERROR:ILLEGALUPDATEFLAG");
 
-  UserData u(kUserFieldCount);
-  u[kUserId] = user_cd;
-  u[kNameKj] = user_kj;
-  u[kNameKn] = user_kn;
-  u[kPassword] = user_ps;
-  u[kMail] = mail_ad;
-  u[kImailFlg] = mail_fl;
-  u[kMailUseFlg] = mail_ufl;
-  u[kExtTel] = ext_tel;
-  u[kPostNm] = post_nm;
-  u[kDspNm] = disp_nm;
-  u[kUpdateFlag] = flag;
-  u[kMailNm] = mail_nm;
-
-  StoredUser old{user_cd, old_alias, old_mail_ufl, old_alias_fl};
+  const std::string& user_cd = user.user_cd;
+  MailBefore old = before;
   if (remove) {
     // What the mail server is to forget is the stored user's, not the page's.
-    old = StoredUser{};
+    old = MailBefore{};
     if (Status s = ReadStoredUser(ctx, frame.Dsn(), user_cd, old); frame.Failed(s))
       return ctx.Write(StorageCode(flag) + s.trail());
   }
@@ -139,8 +122,8 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   const bool hashed = passwords == data::PasswordMode::kArgon2id;
 
   Status stored = remove   ? funDelUser(ctx, conn, user_cd)
-                  : change ? funUpdUser(ctx, conn, u, old_mail_ufl, frame.stamp(), passwords)
-                           : funInsUser(ctx, conn, u, frame.stamp(), passwords);
+                  : change ? funUpdUser(ctx, conn, user, before.mail_ufl, frame.stamp(), passwords)
+                           : funInsUser(ctx, conn, user, frame.stamp(), passwords);
   if (frame.Failed(stored)) {
     if (stored.refused()) return frame.Fail("ERROR:" + stored.trail());
     return frame.Fail(StorageCode(flag), stored);  // an answered status keeps its code
@@ -148,15 +131,15 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
 
   if (mail_server && !ctx.WorkTables()) {
     const std::string folder = ToolFolder(mail_keys[0]);
-    std::string mode = AccountMode(flag, old.MAIL_USE_FLG, mail_ufl);
+    std::string mode = AccountMode(flag, old.mail_ufl, user.mail_ufl);
     // A change that keeps the stored password (hashes, none typed) has no
     // new password to give the account: its mail password stays too.
-    if (hashed && mode == "2" && user_ps.empty()) mode.clear();
+    if (hashed && mode == "2" && user.user_ps.empty()) mode.clear();
     if (!mode.empty()) {
       std::string output;
-      if (!frame.Step("ERROR:ADDMAILUSER", funAdmMailMember(ctx, mode, folder, u, output))) return;
+      if (!frame.Step("ERROR:ADDMAILUSER", funAdmMailMember(ctx, mode, folder, user, output))) return;
     }
-    Status alias = funAdmMailAlias1(ctx, conn, flag, folder, user_cd, mail_ad, mail_fl, old.MAIL, old.IMAIL_FLG);
+    Status alias = funAdmMailAlias1(ctx, conn, flag, folder, user, old);
     if (frame.Failed(alias)) return frame.Fail("ERROR:ADDMAILALIAS", alias);  // a missing ML_SERVER's code stands
     if (remove) {
       std::string mailbox = mail_keys[0];
@@ -180,9 +163,9 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string
   // The rows are committed: the logged-in user's session follows them.
   // With hashes stored the session keeps no password.
   if ((add || change) && ctx.session().Get("PUB_USR_ID") == user_cd) {
-    if (!hashed) ctx.session().Set("PUB_USR_PW", user_ps);
-    ctx.session().Set("PUB_MAIL", mail_ad);
-    if (!hashed) ctx.session().Set("PUB_MAIL_USR_PW", user_ps);
+    if (!hashed) ctx.session().Set("PUB_USR_PW", user.user_ps);
+    ctx.session().Set("PUB_MAIL", user.mail_ad);
+    if (!hashed) ctx.session().Set("PUB_MAIL_USR_PW", user.user_ps);
   }
   frame.Finish();
 }

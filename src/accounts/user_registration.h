@@ -8,18 +8,15 @@
 #include <string>
 #include <string_view>
 
+#include "accounts/user_form.h"
 #include "dispatch/request_context.h"
 
 namespace orvane::accounts {
 
-// `flag` "3" add, "2" change, "1" delete. The old mail-use flag, alias and
-// alias flag come from the page on add and change; a delete reads them from
-// the stored row. Writes "OK" or one "ERROR:" answer.
-void RegistUser1(RequestContext& ctx, const std::string& flag, const std::string& user_cd, const std::string& user_kj,
-                 const std::string& user_kn, const std::string& user_ps, const std::string& mail_ad,
-                 const std::string& mail_fl, const std::string& ext_tel, const std::string& post_nm,
-                 const std::string& disp_nm, const std::string& mail_ufl, const std::string& mail_nm,
-                 const std::string& old_mail_ufl, const std::string& old_alias, const std::string& old_alias_fl);
+// `flag` "3" add, "2" change, "1" delete. `before` holds the page's old
+// mail-use flag, alias and alias flag on add and change; a delete reads
+// them from the stored row. Writes "OK" or one "ERROR:" answer.
+void RegistUser1(RequestContext& ctx, const std::string& flag, const UserForm& user, const MailBefore& before);
 
 // The adduser.exe mode for the old and new mail-use flags under update flag
 // `flag`; empty when no account command is due.

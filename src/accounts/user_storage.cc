@@ -40,8 +40,6 @@ const std::string kIdIsAnAlias =
     Lines({"入力された【ユーザーID】は", "すでに別のユーザーが「エイリアス」として使用しています。",
            "違う【ユーザーID】を設定してください。"});
 
-Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
-
 // A configuration key the routine cannot do without; a missing one writes
 // its code to the response.
 Status Key(RequestContext& ctx, std::string_view key, std::string& value) {
@@ -54,16 +52,18 @@ Status MailKeys(RequestContext& ctx, std::string& ml_mode, std::string& add_use)
   return Key(ctx, "ML_ADDUSEFLG", add_use);
 }
 
-// The user row's UPD_KBN: '4' on the work tables, otherwise the caller's
-// update kind.
-std::string UpdKbn(const RequestContext& ctx, const UserData& u) { return ctx.WorkTables() ? "4" : u[kUpdateFlag]; }
+// The user row's UPD_KBN: '4' on the work tables, otherwise the routine's
+// update flag ("3" insert, "2" update).
+std::string UpdKbn(const RequestContext& ctx, std::string_view flag) {
+  return std::string(ctx.WorkTables() ? "4" : flag);
+}
 
 // The alias check of a new or changed user: another user holding the alias
 // as ID or active alias, or (new users) holding the new ID as active alias.
 // `routine` leads the message.
-Status CheckAlias(RequestContext& ctx, data::Connection& conn, const UserData& u, bool is_new,
+Status CheckAlias(RequestContext& ctx, data::Connection& conn, const UserForm& u, bool is_new,
                   std::string_view routine) {
-  const std::string &id = u[kUserId], &alias = u[kMail];
+  const std::string &id = u.user_cd, &alias = u.mail_ad;
   data::Sql sql;
   sql << "select USER_ID ,NAME_KJ ,NAME_KN ,MAIL ,IMAIL_FLG from " << Table(ctx.USR_MST)
       << " where (USER_ID=" << Quoted(alias) << ") or (MAIL =" << Quoted(alias) << " And IMAIL_FLG = '1')";
@@ -105,9 +105,9 @@ std::string MailMenu(const std::string& disp_menu, std::string_view code, const 
   return mail_use == "1" && Shown(disp_menu, code) ? std::string(code) : std::string("ZZ");
 }
 
-data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std::string& upd_kbn,
-                        const WriteFrame::Stamp& stamp, const std::string& disp_menu, bool follow_account,
-                        const std::string& admin_column) {
+data::Sql InsertMenuSql(RequestContext& ctx, const UserForm& u, const std::string& upd_kbn,
+                        const WriteFrame::Stamp& stamp, bool follow_account) {
+  const std::string disp_menu = ctx.app().DispMenu(), admin_column = ctx.app().AdminColumn();
   std::vector<std::string> values;
   for (const std::string& code : ctx.menu_codes) {
     bool shown = Shown(disp_menu, code);
@@ -117,7 +117,7 @@ data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std:
         shown = shown || Shown(disp_menu, other);
     }
     std::string value = shown ? code : "ZZ";
-    if (follow_account && (code == "23" || code == "07")) value = MailMenu(disp_menu, code, u[kMailUseFlg]);
+    if (follow_account && (code == "23" || code == "07")) value = MailMenu(disp_menu, code, u.mail_ufl);
     // Nobody chose to make the new user an administrator: only 213 grants it.
     if (text::EqualsIgnoreCase("MENU" + code, admin_column)) value = "ZZ";
     values.push_back(std::move(value));
@@ -125,7 +125,7 @@ data::Sql InsertMenuSql(const RequestContext& ctx, const UserData& u, const std:
   data::Sql sql;
   sql << "insert into " << Table(ctx.USR_MNU) << " (USER_ID";
   for (const std::string& code : ctx.menu_codes) sql << " ," << Identifier("MENU" + code);
-  sql << " ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR) values ( " << Quoted(u[kUserId]);
+  sql << " ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR) values ( " << Quoted(u.user_cd);
   for (const std::string& v : values) sql << " ," << Quoted(v);
   sql << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ," << Quoted(stamp.hms) << " ," << Quoted(stamp.usr)
       << ")";
@@ -142,7 +142,7 @@ Status StoredPassword(const std::string& password, data::PasswordMode passwords,
   return HashPassword(password, stored);
 }
 
-data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const std::string& password,
+data::Sql InsertPassgenSql(const RequestContext& ctx, const UserForm& u, const std::string& password,
                            const WriteFrame::Stamp& stamp) {
   data::Sql sql;
   sql << "insert into " << Table("T_PASSGEN" + ctx.table_suffix) << " (USER_ID";
@@ -150,7 +150,7 @@ data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const s
     std::string gen = (g < 10 ? "GEN0" : "GEN") + std::to_string(g);
     sql << " ," << Identifier(gen + "_PASS") << " ," << Identifier(gen + "_YMD") << " ," << Identifier(gen + "_USR");
   }
-  sql << ") values (  " << Quoted(u[kUserId]) << " ," << Quoted(password) << " ," << Quoted(stamp.ymd) << " ,"
+  sql << ") values (  " << Quoted(u.user_cd) << " ," << Quoted(password) << " ," << Quoted(stamp.ymd) << " ,"
       << Quoted(stamp.usr);
   // The nine older generations start empty.
   for (int i = 0; i < 27; ++i) sql << " ," << Quoted("");
@@ -160,12 +160,12 @@ data::Sql InsertPassgenSql(const RequestContext& ctx, const UserData& u, const s
 
 }  // namespace
 
-Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const WriteFrame::Stamp& stamp,
+Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u, const WriteFrame::Stamp& stamp,
                   data::PasswordMode passwords) {
   constexpr char kName[] = "funInsUser";
   std::string dairi;
   if (Status s = Key(ctx, "DAIRI_ONESELFFLG", dairi); !s.ok()) return s;
-  const std::string& id = u[kUserId];
+  const std::string& id = u.user_cd;
 
   data::Sql taken;
   taken << "select count(USER_ID) as CNT from " << Table(ctx.USR_MST) << " where USER_ID =" << Quoted(id)
@@ -173,24 +173,25 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
   long count = 0;
   if (Status s = data::SelectCount(conn, taken, count); !s.ok()) return std::move(s).From(kName);
   if (count > 0) return Status::Refused(kIdTaken);
-  if (text::Trim(u[kImailFlg]) == "1") {
+  if (text::Trim(u.mail_fl) == "1") {
     if (Status s = CheckAlias(ctx, conn, u, true, kName); !s.ok()) return s;
   }
 
-  const std::string upd_kbn = UpdKbn(ctx, u);
+  const std::string upd_kbn = UpdKbn(ctx, "3");
   std::string password;
-  if (Status s = StoredPassword(u[kPassword], passwords, password); !s.ok()) return std::move(s).From(kName);
+  if (Status s = StoredPassword(u.user_ps, passwords, password); !s.ok()) return std::move(s).From(kName);
   data::Sql user;
   user << "insert into " << Table(ctx.USR_MST)
        << " (USER_ID ,NAME_KJ ,NAME_KN ,PASSWORD ,PASSWORD_YMD ,MAIL ,IMAIL_FLG ,MAIL_USE_FLG ,MAIL_NM ,EXT_TEL"
           " ,POST_NM ,DSP_NM ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR ) values (  "
-       << Quoted(id) << " ," << Quoted(u[kNameKj]) << " ," << Quoted(u[kNameKn]) << " ," << Quoted(password) << " ,"
-       << Quoted(stamp.ymd) << " ," << Quoted(u[kMail]) << " ," << Quoted(u[kImailFlg]) << " ,"
-       << Quoted(u[kMailUseFlg]) << " ," << Quoted(u[kMailNm]) << " ," << Quoted(u[kExtTel]) << " ,"
-       << Quoted(u[kPostNm]) << " ," << Quoted(u[kDspNm]) << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd)
-       << " ," << Quoted(stamp.hms) << " ," << Quoted(stamp.usr) << ")";
-  if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);
-  if (Status s = Exec(conn, InsertPassgenSql(ctx, u, password, stamp)); !s.ok()) return std::move(s).From(kName);
+       << Quoted(id) << " ," << Quoted(u.user_kj) << " ," << Quoted(u.user_kn) << " ," << Quoted(password) << " ,"
+       << Quoted(stamp.ymd) << " ," << Quoted(u.mail_ad) << " ," << Quoted(u.mail_fl) << " ," << Quoted(u.mail_ufl)
+       << " ," << Quoted(u.mail_nm) << " ," << Quoted(u.ext_tel) << " ," << Quoted(u.post_nm) << " ,"
+       << Quoted(u.disp_nm) << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ," << Quoted(stamp.hms) << " ,"
+       << Quoted(stamp.usr) << ")";
+  if (Status s = data::Com_funExecsql(conn, user); !s.ok()) return std::move(s).From(kName);
+  if (Status s = data::Com_funExecsql(conn, InsertPassgenSql(ctx, u, password, stamp)); !s.ok())
+    return std::move(s).From(kName);
   if (dairi == "1") {
     // The user's own schedule is open to the user (OPEN_KBN 2 = a user).
     data::Sql open;
@@ -198,22 +199,21 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u
          << " (KEY_CD ,OPEN_KBN ,OPEN_ID ,SHORI_LVL ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR ) values (  " << Quoted(id)
          << " ,'2' ," << Quoted(id) << " ,'Z' ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ,"
          << Quoted(stamp.hms) << " ," << Quoted(stamp.usr) << ")";
-    if (Status s = Exec(conn, open); !s.ok()) return std::move(s).From(kName);
+    if (Status s = data::Com_funExecsql(conn, open); !s.ok()) return std::move(s).From(kName);
   }
 
   std::string ml_mode, add_use;
   if (Status s = MailKeys(ctx, ml_mode, add_use); !s.ok()) return s;
-  data::Sql menu = InsertMenuSql(ctx, u, upd_kbn, stamp, ctx.app().DispMenu(), MailMenusFollowAccount(ml_mode, add_use),
-                                 ctx.app().AdminColumn());
-  if (Status s = Exec(conn, menu); !s.ok()) return std::move(s).From(kName);
+  data::Sql menu = InsertMenuSql(ctx, u, upd_kbn, stamp, MailMenusFollowAccount(ml_mode, add_use));
+  if (Status s = data::Com_funExecsql(conn, menu); !s.ok()) return std::move(s).From(kName);
   return Status::Ok();
 }
 
-Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const std::string& oldMailUseFlag,
+Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserForm& u, const std::string& oldMailUseFlag,
                   const WriteFrame::Stamp& stamp, data::PasswordMode passwords) {
   constexpr char kName[] = "funUpdUser";
-  const std::string& id = u[kUserId];
-  if (text::Trim(u[kImailFlg]) == "1") {
+  const std::string& id = u.user_cd;
+  if (text::Trim(u.mail_fl) == "1") {
     if (Status s = CheckAlias(ctx, conn, u, false, kName); !s.ok()) return s;
   }
 
@@ -232,40 +232,40 @@ Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u
 
   std::string ml_mode, add_use;
   if (Status s = MailKeys(ctx, ml_mode, add_use); !s.ok()) return s;
-  const std::string upd_kbn = UpdKbn(ctx, u);
+  const std::string upd_kbn = UpdKbn(ctx, "2");
   auto flag = [](const std::string& f) { return f.empty() ? std::string("0") : f; };
-  if (MailMenusFollowAccount(ml_mode, add_use) && flag(u[kMailUseFlg]) != flag(oldMailUseFlag)) {
+  if (MailMenusFollowAccount(ml_mode, add_use) && flag(u.mail_ufl) != flag(oldMailUseFlag)) {
     const std::string disp_menu = ctx.app().DispMenu(), admin_column = ctx.app().AdminColumn();
     // Should the administrator's column be a mail menu, it keeps what it
     // holds: only 213 grants it.
     auto mail_menu = [&](std::string_view code, size_t stored) {
       if (found && text::EqualsIgnoreCase("MENU" + std::string(code), admin_column)) return row[stored];
-      return MailMenu(disp_menu, code, u[kMailUseFlg]);
+      return MailMenu(disp_menu, code, u.mail_ufl);
     };
     data::Sql menus;
     menus << "update " << Table(ctx.USR_MNU) << " set MENU23 = " << Quoted(mail_menu("23", 1))
           << ",MENU07 = " << Quoted(mail_menu("07", 2)) << " ,UPD_KBN = " << Quoted(upd_kbn)
           << " ,UPD_YMD = " << Quoted(stamp.ymd) << " ,UPD_HMS = " << Quoted(stamp.hms)
           << " ,UPD_USR = " << Quoted(stamp.usr) << " where USER_ID = " << Quoted(id);
-    if (Status s = Exec(conn, menus); !s.ok()) return std::move(s).From(kName);
+    if (Status s = data::Com_funExecsql(conn, menus); !s.ok()) return std::move(s).From(kName);
   }
 
   // With hashes stored an empty password means "unchanged": the page
   // cannot show the stored one to send it back.
-  const bool keep_password = passwords == data::PasswordMode::kArgon2id && u[kPassword].empty();
+  const bool keep_password = passwords == data::PasswordMode::kArgon2id && u.user_ps.empty();
   std::string password;
-  if (Status s = StoredPassword(u[kPassword], passwords, password); !s.ok()) return std::move(s).From(kName);
+  if (Status s = StoredPassword(u.user_ps, passwords, password); !s.ok()) return std::move(s).From(kName);
   data::Sql user;
-  user << "update " << Table(ctx.USR_MST) << " set NAME_KJ = " << Quoted(u[kNameKj])
-       << " ,NAME_KN = " << Quoted(u[kNameKn]);
+  user << "update " << Table(ctx.USR_MST) << " set NAME_KJ = " << Quoted(u.user_kj)
+       << " ,NAME_KN = " << Quoted(u.user_kn);
   if (!keep_password) user << " ,PASSWORD = " << Quoted(password) << " ,PASSWORD_YMD = " << Quoted(stamp.ymd);
-  user << " ,MAIL = " << Quoted(u[kMail]) << " ,IMAIL_FLG = " << Quoted(u[kImailFlg])
-       << " ,MAIL_USE_FLG = " << Quoted(u[kMailUseFlg]) << " ,MAIL_NM = " << Quoted(u[kMailNm])
-       << " ,EXT_TEL = " << Quoted(u[kExtTel]) << " ,POST_NM = " << Quoted(u[kPostNm])
-       << " ,DSP_NM = " << Quoted(u[kDspNm]) << " ,UPD_KBN = " << Quoted(upd_kbn) << " ,UPD_YMD = " << Quoted(stamp.ymd)
+  user << " ,MAIL = " << Quoted(u.mail_ad) << " ,IMAIL_FLG = " << Quoted(u.mail_fl)
+       << " ,MAIL_USE_FLG = " << Quoted(u.mail_ufl) << " ,MAIL_NM = " << Quoted(u.mail_nm)
+       << " ,EXT_TEL = " << Quoted(u.ext_tel) << " ,POST_NM = " << Quoted(u.post_nm)
+       << " ,DSP_NM = " << Quoted(u.disp_nm) << " ,UPD_KBN = " << Quoted(upd_kbn) << " ,UPD_YMD = " << Quoted(stamp.ymd)
        << " ,UPD_HMS = " << Quoted(stamp.hms) << " ,UPD_USR = " << Quoted(stamp.usr)
        << " where USER_ID = " << Quoted(id);
-  if (Status s = Exec(conn, user); !s.ok()) return std::move(s).From(kName);
+  if (Status s = data::Com_funExecsql(conn, user); !s.ok()) return std::move(s).From(kName);
   return Status::Ok();
 }
 
@@ -280,6 +280,13 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
   const auto id = Quoted(userID);
   std::vector<data::Sql> steps;
   auto step = [&steps]() -> data::Sql& { return steps.emplace_back(); };
+  // Runs the statements gathered so far, in order, and starts anew.
+  auto run_steps = [&]() -> Status {
+    for (const data::Sql& sql : steps)
+      if (Status s = data::Com_funExecsql(conn, sql); !s.ok()) return s;
+    steps.clear();
+    return Status::Ok();
+  };
   // Rows opened to the user (OPEN_KBN 2 = a user).
   auto opened_to_user = [&](std::string_view table) {
     step() << "delete from " << Table(table) << " where OPEN_ID = " << id << " And OPEN_KBN = '2'";
@@ -300,9 +307,7 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
   opened_to_user("t_adbkopen");
   by("rsv_approver_member", "USER_ID");
   opened_to_user("T_TOPICOPEN");
-  for (const data::Sql& sql : steps)
-    if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
-  steps.clear();
+  if (Status s = run_steps(); !s.ok()) return std::move(s).From(kName);
 
   // The work copy of the organisation leaves the groupware's personal data
   // alone: it belongs to the live user.
@@ -312,9 +317,7 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
     for (std::string_view table : {"custom_master", "rsv_approve_status", "top_setting", "user_setting", "mail_setting",
                                    "MYLINK_INFO", "TODO_INFO"})
       by(table, "USER_ID");
-    for (const data::Sql& sql : steps)
-      if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
-    steps.clear();
+    if (Status s = run_steps(); !s.ok()) return std::move(s).From(kName);
 
     data::Sql groups;
     groups << "SELECT ADGP_CD FROM PSADGP_INFO where USER_ID = " << id;
@@ -332,8 +335,7 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
     for (std::string_view table : {"LOG_GET", "LOG_GET_BAT", "LOG_BBS_GET", "LOG_BBS_BAT"}) by(table, "USER_ID");
     opened_to_user("WF_KENGEN");
     for (std::string_view table : {"WF_NENKYU", "WF_SYUKKINBO", "WF_SYUKKINBO_RIREKI"}) by(table, "USER_ID");
-    for (const data::Sql& sql : steps)
-      if (Status s = Exec(conn, sql); !s.ok()) return std::move(s).From(kName);
+    if (Status s = run_steps(); !s.ok()) return std::move(s).From(kName);
   }
 
   // The configured attachment paths end with "\": the user's folder is the
@@ -348,7 +350,7 @@ Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string
   return Status::Ok();
 }
 
-Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out) {
+Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, MailBefore& out) {
   constexpr char kName[] = "DeleteUserInfo1";  // the name the trail has always carried
   static const data::Columns kColumns({"USER_ID", "NAME_KJ", "NAME_KN", "PASSWORD", "MAIL", "IMAIL_FLG", "EXT_TEL",
                                        "POST_NM", "DSP_NM", "MAIL_USE_FLG"});
@@ -360,7 +362,7 @@ Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const s
   bool found = false;
   if (Status s = data::SelectFirstRow(conn, sql, kColumns.FetchNames(), row, found); !s.ok())
     return std::move(s).From(kName);
-  if (found) out = {row[0], row[4], row[9], row[5]};
+  if (found) out = {.mail_ufl = row[9], .alias = row[4], .alias_fl = row[5]};
   return data::Com_funDbClose(conn).From(kName);
 }
 

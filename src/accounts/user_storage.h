@@ -5,10 +5,9 @@
 // caller rolls back on failure.
 #pragma once
 
-#include <cstddef>
 #include <string>
-#include <vector>
 
+#include "accounts/user_form.h"
 #include "base/status.h"
 #include "data/db.h"
 #include "data/password_mode.h"
@@ -16,30 +15,6 @@
 #include "dispatch/write_frame.h"
 
 namespace orvane::accounts {
-
-// Positions of the user-data array that the registration fills from the
-// form and that the storage and mail routines read.
-enum UserField : size_t {
-  kUserId = 0,       // USER_ID, also the mail account name
-  kNameKj = 1,       // NAME_KJ
-  kNameKn = 2,       // NAME_KN
-  kPassword = 3,     // PASSWORD
-  kMail = 4,         // MAIL: the alias
-  kImailFlg = 5,     // IMAIL_FLG: "1" = the alias is in use
-  kMailUseFlg = 6,   // MAIL_USE_FLG: "1" = the user has a mail account
-  kExtTel = 7,       // EXT_TEL
-  kPostNm = 8,       // POST_NM
-  kDspNm = 9,        // DSP_NM
-  kUpdateFlag = 10,  // "3" add, "2" change, "1" delete
-  kMailNm = 11,      // MAIL_NM
-  kUserFieldCount = 12,
-};
-using UserData = std::vector<std::string>;  // kUserFieldCount entries
-
-// The stored values a delete needs to clean up the mail server.
-struct StoredUser {
-  std::string USER_ID, MAIL, MAIL_USE_FLG, IMAIL_FLG;
-};
 
 // A storage routine's failure is Refused (the ID or alias is another
 // user's; the trail is the message) or Answered (a configuration key was
@@ -49,21 +24,21 @@ struct StoredUser {
 // and the menu row by the rule in docs/operations.md. In the argon2id
 // password mode (`passwords`) the user row and T_PASSGEN get the
 // password's hash; an empty password is stored empty.
-Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const WriteFrame::Stamp& stamp,
+Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u, const WriteFrame::Stamp& stamp,
                   data::PasswordMode passwords);
 // Changes the user row; switches the two mail menus when the mail-use flag
 // moves away from `oldMailUseFlag` and the mail server gives accounts. In
 // the argon2id password mode a password is stored as its hash, and an
 // empty one keeps the stored password (and its date).
-Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserData& u, const std::string& oldMailUseFlag,
+Status funUpdUser(RequestContext& ctx, data::Connection& conn, const UserForm& u, const std::string& oldMailUseFlag,
                   const WriteFrame::Stamp& stamp, data::PasswordMode passwords);
 // Deletes the user's rows (on the work tables the personal data stay) and
 // then its attachment folders.
 Status funDelUser(RequestContext& ctx, data::Connection& conn, const std::string& userID);
 
-// Reads the stored user on a short connection of its own to `dsn`. A
-// missing user leaves `out` empty. Failure: "DeleteUserInfo1" (the routine's
+// Reads the stored user's mail values on a short connection of its own to
+// `dsn`. A missing user leaves `out` as it was. Failure: "DeleteUserInfo1" (the routine's
 // name in the system's trails) CR LF and the data layer's trail.
-Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, StoredUser& out);
+Status ReadStoredUser(const RequestContext& ctx, const std::string& dsn, const std::string& userID, MailBefore& out);
 
 }  // namespace orvane::accounts

@@ -26,6 +26,10 @@ class RequestContext {
  public:
   RequestContext(const ConfigFile& config, Session& session, ApplicationStore& app, const Clock& clock)
       : config_(config), session_(session), app_(app), clock_(clock) {}
+  // One request, one instance: writes that must not count are made under
+  // DiscardedWrites, never on a copy of the request.
+  RequestContext(const RequestContext&) = delete;
+  RequestContext& operator=(const RequestContext&) = delete;
 
   // Request values.
   NamedValues fields;   // query string, then form body

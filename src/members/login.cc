@@ -94,9 +94,9 @@ Status HoldsMenuRight(data::Connection& conn, const std::string& user_id, const 
 
 }  // namespace
 
-LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
-                   const std::string& password, const std::string& admin_column, Session& session,
-                   std::string& error) {
+LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const LoginForm& form, const std::string& admin_column,
+                   Session& session, std::string& error) {
+  const std::string &user_id = form.user_id, &password = form.password;
   std::string dsn;
   if (!config.ComIniFileLoad("LOCAL_DB_DSN", dsn).ok()) return LoginOutcome::kNoConfig;
   // An empty id is no user and an empty password no password, whatever

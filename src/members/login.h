@@ -57,6 +57,11 @@ enum class LoginOutcome {
   kDbSelect,  // a lookup failed
 };
 
+// The login form's fields: User_cd and User_PS.
+struct LoginForm {
+  std::string user_id, password;
+};
+
 // Checks the pair on the live tables (an empty password never matches; in
 // the argon2id password mode by CheckHashedPassword, else by
 // Com_funChkPasswd) and, on a match, sets PUB_USR_ID, PUB_USR_PW (plain
@@ -65,9 +70,8 @@ enum class LoginOutcome {
 // kAdminRight when the user's menu-rights row holds the menu number of
 // `admin_column` in it (MENU50 holding "50"). `error` gets the database's
 // error text for the failures.
-LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const std::string& user_id,
-                   const std::string& password, const std::string& admin_column, Session& session,
-                   std::string& error);
+LoginOutcome LogIn(const ConfigFile& config, const Clock& clock, const LoginForm& form, const std::string& admin_column,
+                   Session& session, std::string& error);
 
 // The answer text for an outcome: "OK", "ERROR:LOGIN", ...
 const char* LoginAnswer(LoginOutcome outcome);

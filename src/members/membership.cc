@@ -70,8 +70,6 @@ Status MustExist(data::Connection& conn, const data::Sql& sql, const std::string
 
 }  // namespace
 
-bool IsCalendarDate(std::string_view ymd) { return text::IsCalendarDate(ymd); }
-
 void NoteMembersLoaded(RequestContext& ctx) {
   std::string date, time;
   Com_subGetDate(ctx.clock(), date, time);
@@ -204,27 +202,27 @@ Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn,
   return Status::Ok();
 }
 
-void RegistMember(RequestContext& ctx, const std::string& mode, const std::string& sec_cd, const std::string& user_id,
-                  const std::string& sec_kbn, const std::string& post_cd, const std::string& st_ymd,
-                  const std::string& ed_ymd, const std::string& upd_ymd, const std::string& upd_hms) {
+void RegistMember(RequestContext& ctx, const std::string& mode, const MemberForm& form, const MembersLoaded& loaded) {
   WriteFrame frame(ctx, kMemberRules);
   if (!frame.Start()) return;
   const auto& [date, time, user] = frame.stamp();
   const bool remove = mode == "1", change = mode == "2", add = mode == "3";
+  const std::string &sec_cd = form.sec_cd, &user_id = form.user_id;
 
   MemberParams p;
   if (change) {
-    std::string end = ed_ymd.empty() ? "99999999" : ed_ymd;
+    std::string end = form.ed_ymd.empty() ? "99999999" : form.ed_ymd;
     // Pages send back the open end as 108 showed it.
-    if (!IsCalendarDate(st_ymd) || (end != "99999999" && !IsCalendarDate(end))) return ctx.Write("ERROR:RECUPDATE");
-    p = {sec_cd, user_id, sec_kbn, st_ymd, end, post_cd, date, time, user};
+    if (!text::IsCalendarDate(form.st_ymd) || (end != "99999999" && !text::IsCalendarDate(end)))
+      return ctx.Write("ERROR:RECUPDATE");
+    p = {sec_cd, user_id, form.sec_kbn, form.st_ymd, end, form.post_cd, date, time, user};
   } else if (add) {
     p = {sec_cd, user_id, "0", "", date, "99999999", "", date, time, user};
   } else if (remove) {
     p = {sec_cd, user_id};
   }
   // The moment the page loaded the members; the session's when it sent none.
-  std::string since_ymd = upd_ymd, since_hms = upd_hms;
+  std::string since_ymd = loaded.ymd, since_hms = loaded.hms;
   if (since_ymd.empty() && since_hms.empty()) {
     since_ymd = ctx.session().Get(kMembersLoadedYmd);
     since_hms = ctx.session().Get(kMembersLoadedHms);

@@ -20,14 +20,22 @@ inline constexpr std::string_view kMembersLoadedHms = "ORVANE_MEMBERS_HMS";
 // Records the moment of a member list answer on the session.
 void NoteMembersLoaded(RequestContext& ctx);
 
+// The membership screen's fields as the request table reads them for 207
+// to 209: Group_cd, User_cd, Primary, Post_cd, ST_Ymd, ED_Ymd (an add and a
+// removal read only the first two).
+struct MemberForm {
+  std::string sec_cd, user_id, sec_kbn, post_cd, st_ymd, ed_ymd;
+};
+// The moment the page loaded the members (Upd_Ymd, Upd_Hms): empty, the
+// session's; none at all, no check.
+struct MembersLoaded {
+  std::string ymd, hms;
+};
+
 // `mode` "3" add (always concurrent, from today, open-ended), "2" change,
-// "1" remove; any other mode answers "OK" and changes nothing. `upd_ymd`
-// and `upd_hms` are the moment the page loaded the members (empty: the
-// session's; none at all: no check). Writes "OK" or one "ERROR:" answer,
-// the error trail directly behind the code.
-void RegistMember(RequestContext& ctx, const std::string& mode, const std::string& sec_cd, const std::string& user_id,
-                  const std::string& sec_kbn, const std::string& post_cd, const std::string& st_ymd,
-                  const std::string& ed_ymd, const std::string& upd_ymd, const std::string& upd_hms);
+// "1" remove; any other mode answers "OK" and changes nothing. Writes "OK"
+// or one "ERROR:" answer, the error trail directly behind the code.
+void RegistMember(RequestContext& ctx, const std::string& mode, const MemberForm& form, const MembersLoaded& loaded);
 
 // The workers' parameter array, by mode (see RegistMember).
 using MemberParams = std::vector<std::string>;
@@ -56,8 +64,5 @@ Status funUpdSortidx(const RequestContext& ctx, data::Connection& conn, const st
 // compared on its own, UPD_HMS > `since_hms`; else "0".
 Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn, const std::string& since_ymd,
                               const std::string& since_hms, std::string& changed);
-
-// Eight ASCII digits that form a calendar date.
-bool IsCalendarDate(std::string_view ymd);
 
 }  // namespace orvane::members

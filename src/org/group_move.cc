@@ -27,10 +27,12 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
   data::Connection& conn = frame.conn();
   data::ReadStep step = data::ReadStep::kSelect;
   auto read = [&](const Status& s) { return frame.Step(CodeOfReadStep(step), s); };
-  std::string moved_tree, moved_tree_nm, parent_tree, parent_tree_nm, seq;
-  if (!read(funGetUpperTree1(ctx, conn, move_sec_cd, moved_tree, moved_tree_nm, &step)) ||
-      !read(funGetUpperTree1(ctx, conn, new_joi_sec, parent_tree, parent_tree_nm, &step)))
+  UpperTree moved, parent;
+  if (!read(funGetUpperTree1(ctx, conn, move_sec_cd, moved, &step)) ||
+      !read(funGetUpperTree1(ctx, conn, new_joi_sec, parent, &step)))
     return;
+  const std::string &moved_tree = moved.SEC_TREE, &parent_tree = parent.SEC_TREE;
+  std::string seq;
   // A cycle, or a Like '%' over the whole table: refused.
   bool into_itself = parent_tree == moved_tree || parent_tree.starts_with(moved_tree + "/");
   if (moved_tree.empty() || parent_tree.empty() || into_itself) return frame.Fail("ERROR:ILLEGALTREE");
@@ -52,7 +54,7 @@ void ChangeGroupTree(RequestContext& ctx, const std::string& move_sec_cd, const 
     if (!moved && !row.SEC_TREE.starts_with(moved_tree + "/")) continue;
     std::string names = moved ? PathName(row.SEC_NM) : NamesFrom(row.TREE_NM, levels_above);
     row.SEC_TREE = new_tree + row.SEC_TREE.substr(moved_tree.size());
-    row.TREE_NM = ChildTreeNm(new_joi_sec, parent_tree_nm, names);
+    row.TREE_NM = ChildTreeNm(new_joi_sec, parent.TREE_NM, names);
     std::vector<std::pair<SecColumn, std::string>> values = {
         {kSecTree, row.SEC_TREE}, {kUpdKbn, "2"}, {kUpdYmd, date}, {kUpdHms, time}, {kUpdUsr, user}};
     if (moved) values.insert(values.end(), {{kJoiSec, new_joi_sec}, {kSecSeq, seq}});

@@ -42,17 +42,15 @@ Status NextNumber(std::string_view routine, const std::string& max_text, size_t 
   return Status::Ok();
 }
 
-Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                        std::string& sec_tree, std::string& tree_nm, data::ReadStep* failed_step, bool* exists) {
+Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd, UpperTree& out,
+                        data::ReadStep* failed_step) {
   data::Sql sql;
   sql << "select SEC_TREE,TREE_NM"
       << " from " << Table(ctx.SEC_MST) << " where SEC_CD = " << Quoted(sec_cd);
   std::vector<std::string> row = {"", ""};
   bool found = false;
   Status s = data::SelectFirstRow(conn, sql, {"SEC_TREE", "TREE_NM"}, row, found, failed_step);
-  sec_tree = row[0];
-  tree_nm = row[1];
-  if (exists) *exists = found;
+  out = {.SEC_TREE = row[0], .TREE_NM = row[1], .exists = found};
   return std::move(s).Prefixed("funGetUpperTree1");
 }
 

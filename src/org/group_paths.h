@@ -33,11 +33,15 @@ std::string NamesFrom(std::string_view tree_nm, size_t level);
 // A text that is not a whole number fails.
 Status NextNumber(std::string_view routine, const std::string& max_text, size_t width, std::string& next);
 
+// A section's place in the tree as funGetUpperTree1 reads it.
+struct UpperTree {
+  std::string SEC_TREE, TREE_NM;  // empty when there is no such section
+  bool exists = false;
+};
 // "select SEC_TREE,TREE_NM from SEC_MST where SEC_CD = '<code>'": the
-// first row's two values, empty when there is none (`exists` says which).
-Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                        std::string& sec_tree, std::string& tree_nm, data::ReadStep* failed_step = nullptr,
-                        bool* exists = nullptr);
+// first row's two values.
+Status funGetUpperTree1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd, UpperTree& out,
+                        data::ReadStep* failed_step = nullptr);
 // The section's TREE_NM, empty when there is none.
 Status Com043_funJoiTreeNm(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
                            std::string& tree_nm);

@@ -17,6 +17,10 @@ using data::Quoted;
 using data::SqlText;
 using data::Table;
 
+// The names the trails carry: the operation's, and the caller's in front of
+// the parent's name read.
+constexpr char kRoutine[] = "RegistGroup";
+constexpr char kJoiTreeNmCaller[] = "Com043_subMain";
 constexpr std::string_view kNoConfig = "ERROR:READINFOFILE_SV_FOLDER";
 constexpr std::string_view kWrongBushoLength = "部署コードの指定に誤りがあります";
 constexpr std::string_view kBushoTaken =
@@ -34,8 +38,6 @@ constexpr WriteRules kGroupRules = {.close_failure = WriteRules::CloseFailure::k
 void OpenedToGroup(data::Sql& sql, const std::string& sec_cd) {
   sql << " where OPEN_ID = " << Quoted(sec_cd) << " And OPEN_KBN = '1'";
 }
-
-Status Exec(data::Connection& conn, const data::Sql& sql) { return data::Com_funExecsql(conn, sql); }
 
 // The list follow-up after a commit: the group's members current today
 // join the group's new list. Its writes are discarded, so nothing it meets
@@ -102,11 +104,11 @@ data::Sql UpdateGroupSql(const RequestContext& ctx, const GroupRecord& r, bool w
 }
 
 Status funInsGroup(const RequestContext& ctx, data::Connection& conn, const GroupRecord& r, bool with_busho) {
-  return Exec(conn, InsertGroupSql(ctx, r, with_busho)).Prefixed("funInsGroup");
+  return data::Com_funExecsql(conn, InsertGroupSql(ctx, r, with_busho)).Prefixed("funInsGroup");
 }
 
 Status funUpdGroup(const RequestContext& ctx, data::Connection& conn, const GroupRecord& r, bool with_busho) {
-  return Exec(conn, UpdateGroupSql(ctx, r, with_busho)).Prefixed("funUpdGroup");
+  return data::Com_funExecsql(conn, UpdateGroupSql(ctx, r, with_busho)).Prefixed("funUpdGroup");
 }
 
 Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
@@ -148,7 +150,7 @@ Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std:
     OpenedToGroup(steps.emplace_back() << "delete from WF_KENGEN", sec_cd);
   }
   for (const data::Sql& step : steps)
-    if (Status s = Exec(conn, step); !s.ok()) return std::move(s).Prefixed(kName);
+    if (Status s = data::Com_funExecsql(conn, step); !s.ok()) return std::move(s).Prefixed(kName);
   return Status::Ok();
 }
 
@@ -164,23 +166,16 @@ Status funGetRespidx(const RequestContext& ctx, data::Connection& conn, std::str
   return NextNumber("funGetRespidx", max, 4, code);
 }
 
-Status Com_funAdmGrpTimeStamp1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                               std::string& upd_ymd, std::string& upd_hms, std::string& sec_nm, std::string& joi_sec,
-                               std::string& imail_list) {
+Status ReadStoredGroup(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd, StoredGroup& out) {
+  constexpr char kRoutine[] = "Com_funAdmGrpTimeStamp1";
   static const data::Columns kColumns({"SEC_CD", "UPD_YMD", "UPD_HMS", "SEC_NM", "JOI_SEC", "IMAIL_LIST"}, " ,");
   data::Sql sql;
   sql << "select " << kColumns << " from " << Table(ctx.SEC_MST) << " where (SEC_CD = " << Quoted(sec_cd) << ")";
-  auto keep = [&](const std::vector<std::string>& v) {
-    if (!v[0].empty()) {
-      upd_ymd = v[1];
-      upd_hms = v[2];
-      sec_nm = v[3];
-      joi_sec = v[4];
-      imail_list = v[5];
-    }
+  auto keep = [&out](const std::vector<std::string>& v) {
+    if (!v[0].empty()) out = {.UPD_YMD = v[1], .UPD_HMS = v[2], .SEC_NM = v[3], .JOI_SEC = v[4], .IMAIL_LIST = v[5]};
     return false;
   };
-  return data::SelectRows(conn, sql, kColumns.FetchNames(), keep).Prefixed("Com_funAdmGrpTimeStamp1");
+  return data::SelectRows(conn, sql, kColumns.FetchNames(), keep).Prefixed(kRoutine);
 }
 
 Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const std::string& own_sec_cd,
@@ -206,23 +201,23 @@ Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const
   return Status::Ok();
 }
 
-void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string& sec_cd, const std::string& sec_nm,
-                 const std::string& dsp_nm, const std::string& busho_cd, const std::string& imail_list) {
+void RegistGroup(RequestContext& ctx, const std::string& mode, const GroupForm& form) {
   WriteFrame frame(ctx, kGroupRules);
   std::vector<std::string> keys;
   if (!frame.Start({{"JNJI_MODE", kNoConfig}, {"LOCAL_DB_DSN", kNoConfig}, {"ML_FOLDER", kNoConfig}}, keys)) return;
   const bool with_busho = keys[0] != "2";
   const bool add = mode == "3", change = mode == "2", remove = mode == "1";
+  const std::string& sec_cd = form.sec_cd;
   // A change stores the department code only when the page asks for it.
-  const std::string busho = change && BushoSet(ctx) ? ctx.Field("BUSHO_CD") : busho_cd;
+  const std::string busho = change && BushoSet(ctx) ? ctx.Field("BUSHO_CD") : form.busho_cd;
 
   GroupRecord r;
   r.UPD_YMD = frame.stamp().ymd;
   r.UPD_HMS = frame.stamp().hms;
   r.UPD_USR = frame.stamp().usr;
-  r.SEC_NM = sec_nm;
-  r.DSP_NM = dsp_nm;
-  r.IMAIL_LIST = imail_list;
+  r.SEC_NM = form.sec_nm;
+  r.DSP_NM = form.dsp_nm;
+  r.IMAIL_LIST = form.imail_list;
   if (with_busho) r.BUSHO_CD = busho;
   if (change) r.SEC_CD = sec_cd;
   if (add) r.JOI_SEC = sec_cd;
@@ -232,24 +227,20 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   // transaction, under its write lock.
   if (!frame.Open() || !frame.Begin(ctx.SEC_MST)) return;
   data::Connection& conn = frame.conn();
-  std::string parent_tree, parent_tree_nm, stored_list;
+  UpperTree parent;
+  StoredGroup stored;
   // What the drawn tree needs to follow the change, from what it writes.
   TreePatch patch;
   auto stamps = [&r]() -> std::vector<std::pair<SecColumn, std::string>> {
     return {{kUpdKbn, r.UPD_KBN}, {kUpdYmd, r.UPD_YMD}, {kUpdHms, r.UPD_HMS}, {kUpdUsr, r.UPD_USR}};
   };
-  bool parent_exists = false;
-  if (add && !frame.Step("ERROR:DBSELECT",
-                         funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm, nullptr, &parent_exists)))
-    return;
+  if (add && !frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent))) return;
   if (change || remove) {
-    std::string ymd, hms, name;
-    if (!frame.Step("ERROR:DBSELECT",
-                    Com_funAdmGrpTimeStamp1(ctx, conn, sec_cd, ymd, hms, name, r.JOI_SEC, stored_list)) ||
-        !frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent_tree, parent_tree_nm)))
-      return;
+    if (!frame.Step("ERROR:DBSELECT", ReadStoredGroup(ctx, conn, sec_cd, stored))) return;
+    r.JOI_SEC = stored.JOI_SEC;
+    if (!frame.Step("ERROR:DBSELECT", funGetUpperTree1(ctx, conn, r.JOI_SEC, parent))) return;
     // Saved by another since the page loaded it: the later save is refused.
-    if (change && StampChanged(ctx, ymd, hms)) return frame.Fail(kStampChanged);
+    if (change && StampChanged(ctx, stored.UPD_YMD, stored.UPD_HMS)) return frame.Fail(kStampChanged);
   }
   if (with_busho && (add || change)) {
     // The refusal's message is for the log; the pages show their own.
@@ -259,9 +250,9 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
   if (add || change) {
     std::string joi_tree_nm;
     if (!frame.Step("ERROR:DBSELECT",
-                    Com043_funJoiTreeNm(ctx, conn, r.JOI_SEC, joi_tree_nm).Prefixed("Com043_subMain")))
+                    Com043_funJoiTreeNm(ctx, conn, r.JOI_SEC, joi_tree_nm).Prefixed(kJoiTreeNmCaller)))
       return;
-    std::string name = PathName(sec_nm);
+    std::string name = PathName(form.sec_nm);
     r.TREE_NM = r.SEC_CD == kTopSection ? name : ChildTreeNm(r.JOI_SEC, joi_tree_nm, name);
   }
 
@@ -281,15 +272,15 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
     // section would have a path to nowhere (and a freed code reused for it
     // would make it its own parent). The parent was read under the lock a
     // group's delete (203) takes too.
-    if (!parent_exists)
+    if (!parent.exists)
       return frame.Fail("ERROR:SQLEXEC",
                         Status::Failure(std::string("no such parent section: ").append(r.JOI_SEC), Status::kDbFailed)
                             .Prefixed("funInsGroup")
-                            .Prefixed("RegistGroup"));
+                            .Prefixed(kRoutine));
     if (!frame.Step("ERROR:SQLEXEC", funGetRespidx(ctx, conn, r.SEC_CD))) return;
-    r.SEC_TREE = parent_tree + "/" + r.SEC_CD;
+    r.SEC_TREE = parent.SEC_TREE + "/" + r.SEC_CD;
     if (!frame.Step("ERROR:SQLEXEC", Group_funNextSortidx(ctx, conn, r.JOI_SEC, r.SEC_SEQ)) ||
-        !frame.Step("ERROR:SQLEXEC", funInsGroup(ctx, conn, r, with_busho).Prefixed("RegistGroup")))
+        !frame.Step("ERROR:SQLEXEC", funInsGroup(ctx, conn, r, with_busho).Prefixed(kRoutine)))
       return;
     std::vector<std::pair<SecColumn, std::string>> values = {{kSecCd, r.SEC_CD},   {kSecNm, r.SEC_NM},
                                                              {kDspNm, r.DSP_NM},   {kJoiSec, r.JOI_SEC},
@@ -307,13 +298,12 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
 
   if (add || change) {
     // Every descendant's TREE_NM follows the group's new one.
-    std::string own_tree = r.SEC_TREE, ignored;
-    if (change &&
-        !frame.Step("ERROR:SQLEXEC", funGetUpperTree1(ctx, conn, sec_cd, own_tree, ignored).Prefixed("RegistGroup")))
-      return;
+    UpperTree own;
+    own.SEC_TREE = r.SEC_TREE;
+    if (change && !frame.Step("ERROR:SQLEXEC", funGetUpperTree1(ctx, conn, sec_cd, own).Prefixed(kRoutine))) return;
     std::vector<TreeRow> rows;
-    if (!frame.Step("ERROR:SQLEXEC", ReadSubtree(ctx, conn, own_tree + "/", rows).Prefixed("RegistGroup"))) return;
-    const size_t level = Levels(own_tree);
+    if (!frame.Step("ERROR:SQLEXEC", ReadSubtree(ctx, conn, own.SEC_TREE + "/", rows).Prefixed(kRoutine))) return;
+    const size_t level = Levels(own.SEC_TREE);
     for (const TreeRow& row : rows) {
       data::Sql sql;
       sql << "update " << Table(ctx.SEC_MST) << " set"
@@ -321,14 +311,14 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string
           << " ,UPD_KBN = " << Quoted(r.UPD_KBN) << " ,UPD_YMD = " << Quoted(r.UPD_YMD)
           << " ,UPD_HMS = " << Quoted(r.UPD_HMS) << " ,UPD_USR = " << Quoted(r.UPD_USR)
           << " where SEC_CD = " << Quoted(row.SEC_CD);
-      if (!frame.Step("ERROR:SQLEXEC", Exec(conn, sql).Prefixed("RegistGroup"))) return;
+      if (!frame.Step("ERROR:SQLEXEC", data::Com_funExecsql(conn, sql).Prefixed(kRoutine))) return;
       patch.Set(row.SEC_CD, stamps());
     }
   }
 
   if (!CommitTreeChange(ctx, frame, &patch)) return;
-  if ((add || change) && !imail_list.empty() && stored_list != imail_list)
-    AddMembersToList(ctx, conn, r.SEC_CD, imail_list, r.UPD_YMD);
+  if ((add || change) && !form.imail_list.empty() && stored.IMAIL_LIST != form.imail_list)
+    AddMembersToList(ctx, conn, r.SEC_CD, form.imail_list, r.UPD_YMD);
   FinishTreeChange(ctx, frame, &patch);
 }
 

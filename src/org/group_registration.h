@@ -16,10 +16,16 @@
 
 namespace orvane::org {
 
-// `mode` "3" add (`sec_cd` is the parent), "2" change, "1" delete. Writes
-// "OK" or one "ERROR:" answer.
-void RegistGroup(RequestContext& ctx, const std::string& mode, const std::string& sec_cd, const std::string& sec_nm,
-                 const std::string& dsp_nm, const std::string& busho_cd, const std::string& imail_list);
+// The group screen's fields as the request table reads them for 201 to
+// 203: Group_cd (the parent on an add), Group_nm, Disp_NM, BUSHO_CD (202
+// reads none), M_LIST.
+struct GroupForm {
+  std::string sec_cd, sec_nm, dsp_nm, busho_cd, imail_list;
+};
+
+// `mode` "3" add, "2" change, "1" delete. Writes "OK" or one "ERROR:"
+// answer.
+void RegistGroup(RequestContext& ctx, const std::string& mode, const GroupForm& form);
 
 // The group record in the order the statements take it.
 struct GroupRecord {
@@ -42,19 +48,17 @@ Status funDelGroup(const RequestContext& ctx, data::Connection& conn, const std:
 // The next section code: max + 1 over every code but "ADMN" and "VIPS",
 // four digits; 9999 wraps to "0000".
 Status funGetRespidx(const RequestContext& ctx, data::Connection& conn, std::string& code);
-// The stored row's stamps, name, parent and list name (left as they were
-// when there is no such group).
-Status Com_funAdmGrpTimeStamp1(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,
-                               std::string& upd_ymd, std::string& upd_hms, std::string& sec_nm, std::string& joi_sec,
-                               std::string& imail_list);
+// The values of a stored group that a change or delete goes by.
+struct StoredGroup {
+  std::string UPD_YMD, UPD_HMS, SEC_NM, JOI_SEC, IMAIL_LIST;
+};
+// Reads the stored row's stamps, name, parent and list name (`out` is left
+// as it was when there is no such group). Its trail carries the name
+// "Com_funAdmGrpTimeStamp1".
+Status ReadStoredGroup(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd, StoredGroup& out);
 // An empty code passes; one that is not 9 characters, or that another
 // group uses, fails with the message for the administrator.
 Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const std::string& own_sec_cd,
                         const std::string& busho_cd);
-
-// Names kept from the family of these routines; they do nothing.
-inline Status funSelTimeStamp() { return Status::Ok(); }
-inline Status Com_funAdmGrpTimeStamp() { return Status::Ok(); }
-inline Status funGetUpperTree() { return Status::Ok(); }
 
 }  // namespace orvane::org

@@ -75,8 +75,19 @@ void PlaceValues(const Array2D& sections, Array2D* owned, const std::vector<size
   }
 }
 
-std::string Draw(const Array2D& sections, Array2D* owned, const std::vector<std::string>& parents,
-                 const std::string& joi_sec, std::vector<std::string>& prefix, Array2D& hier, int& row) {
+// What a drawing reads: the section array and the codes that have
+// children; with `owned` (the caller's own section array) the values are
+// moved instead of copied.
+struct Source {
+  const Array2D& sections;
+  Array2D* owned;
+  const std::vector<std::string>& parents;
+};
+
+std::string Draw(const Source& source, const std::string& joi_sec, std::vector<std::string>& prefix, Array2D& hier,
+                 int& row) {
+  const Array2D& sections = source.sections;
+  const std::vector<std::string>& parents = source.parents;
   const size_t count = RowCount(sections);
   if (count == 0) return "";
   const std::string kName = "Com_funGet_sec_hierarchical" + std::string(text::kCrLf);
@@ -140,7 +151,7 @@ std::string Draw(const Array2D& sections, Array2D* owned, const std::vector<std:
       enter(code);  // invalidates `level`; it is not used again
     }
   }
-  PlaceValues(sections, owned, drawn, first_row, hier);
+  PlaceValues(sections, source.owned, drawn, first_row, hier);
   return failure;
 }
 
@@ -162,7 +173,7 @@ data::Sql ParentListSql(const std::string& sec_mst) {
 std::string Com_funGet_sec_hierarchical(const Array2D& sections, const std::vector<std::string>& parents,
                                         const std::string& joi_sec, std::vector<std::string>& prefix, Array2D& hier,
                                         int& row) {
-  return Draw(sections, nullptr, parents, joi_sec, prefix, hier, row);
+  return Draw({sections, nullptr, parents}, joi_sec, prefix, hier, row);
 }
 
 Status Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, Array2D& hier) {
@@ -180,7 +191,7 @@ Status Com_funGet_sec_info(data::Connection& conn, const std::string& sec_mst, A
   hier.assign(columns, std::vector<std::string>(RowCount(sections)));
   int row = 0;
   std::vector<std::string> prefix;
-  std::string inner = Draw(sections, &sections, parents, "9999", prefix, hier, row);
+  std::string inner = Draw({sections, &sections, parents}, "9999", prefix, hier, row);
   if (!inner.empty()) return Status::DbFailure(std::move(inner)).Suffixed(kInfoRoutine);
   return Status::Ok();
 }

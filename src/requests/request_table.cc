@@ -21,31 +21,57 @@ namespace {
 using K = FieldKind;
 
 std::vector<RequestRoute> MakeTable() {
-  // The user form's fields after the update flag, then the mail name and
-  // the page's old mail values; 206 reads neither: a delete takes the old
-  // values from the stored user.
-  // The old values steer the mail server and are not stored; only an add
-  // creates the id (and needs a password); a delete stores nothing.
+  // 201 to 203: a delete names the group and stores nothing; 202 does not
+  // read BUSHO_CD (a change passes it empty).
+  auto group = [](std::string_view mode) {
+    const bool remove = mode == "1";
+    auto kept = [remove](FieldKind kind) { return remove ? Names(kind) : Stores(kind); };
+    auto form = [&](auto busho_cd) {
+      return Form<org::GroupForm>(Text("Group_cd", Names(K::kCode)), Text("Group_nm", kept(K::kName)),
+                                  Text("Disp_NM", kept(K::kName)), busho_cd, Text("M_LIST", kept(K::kCode)));
+    };
+    if (mode == "2") return Call<org::RegistGroup>(Fixed(mode), form(Fixed("")));
+    return Call<org::RegistGroup>(Fixed(mode), form(Text("BUSHO_CD", kept(K::kCode))));
+  };
+  // 204 to 206: the user form, then the page's old mail values; 206 reads
+  // neither the mail name nor those: a delete takes the old values from the
+  // stored user. The old values steer the mail server and are not stored;
+  // only an add creates the id (and needs a password); a delete stores
+  // nothing.
   auto user = [](std::string_view flag) {
     const bool add = flag == "3", remove = flag == "1";
     auto kept = [remove](FieldKind kind) { return remove ? Names(kind) : Stores(kind); };
-    auto with_tail = [&](auto... tail) {
-      return Call<accounts::RegistUser1>(
-          Fixed(flag), Text("User_cd", add ? Creates(K::kId) : Names(K::kId)), Text("User_KJ", kept(K::kName)),
+    auto form = [&](auto mail_nm) {
+      return Form<accounts::UserForm>(
+          Text("User_cd", add ? Creates(K::kId) : Names(K::kId)), Text("User_KJ", kept(K::kName)),
           Text("User_KN", kept(K::kReading)), Text("User_PS", add ? Creates(K::kPassword) : kept(K::kPassword)),
           Text("Mail_AD", kept(K::kMail)), Text("Mail_FL", kept(K::kFlag)), Text("Ext_TEL", kept(K::kPhone)),
-          Text("Post_NM", kept(K::kName)), Text("Disp_NM", kept(K::kName)), Text("Mail_UFL", kept(K::kFlag)), tail...);
+          Text("Post_NM", kept(K::kName)), Text("Disp_NM", kept(K::kName)), Text("Mail_UFL", kept(K::kFlag)), mail_nm);
     };
-    if (remove) return with_tail(Fixed(""), Fixed(""), Fixed(""), Fixed(""));
-    return with_tail(Text("Mail_NM", Stores(K::kName)), Text("OldMail_UFL", Names(K::kFlag)),
-                     Text("OldAlias", Names(K::kMail)), Text("OldAlias_FL", Names(K::kFlag)));
+    if (remove)
+      return Call<accounts::RegistUser1>(Fixed(flag), form(Fixed("")),
+                                         Form<accounts::MailBefore>(Fixed(""), Fixed(""), Fixed("")));
+    return Call<accounts::RegistUser1>(
+        Fixed(flag), form(Text("Mail_NM", Stores(K::kName))),
+        Form<accounts::MailBefore>(Text("OldMail_UFL", Names(K::kFlag)), Text("OldAlias", Names(K::kMail)),
+                                   Text("OldAlias_FL", Names(K::kFlag))));
   };
-  // An add or a removal names an existing user and section; the page's
-  // load moment is compared, not stored.
+  // 207 to 209: an add or a removal names an existing user and section and
+  // reads nothing else of the form; the page's load moment is compared, not
+  // stored. An impossible date of 208 keeps the request's own answer.
   auto member = [](std::string_view flag) {
-    return Call<members::RegistMember>(Fixed(flag), Text("Group_cd", Names(K::kCode)), Text("User_cd", Names(K::kId)),
-                                       Fixed("0"), Fixed(""), Fixed(""), Fixed(""), Text("Upd_Ymd", Names(K::kDate)),
-                                       Text("Upd_Hms", Names(K::kFreeText)));
+    auto loaded = Form<members::MembersLoaded>(Text("Upd_Ymd", Names(K::kDate)), Text("Upd_Hms", Names(K::kFreeText)));
+    auto form = [](auto sec_kbn, auto post_cd, auto st_ymd, auto ed_ymd) {
+      return Form<members::MemberForm>(Text("Group_cd", Names(K::kCode)), Text("User_cd", Names(K::kId)), sec_kbn,
+                                       post_cd, st_ymd, ed_ymd);
+    };
+    if (flag != "2")
+      return Call<members::RegistMember>(Fixed(flag), form(Fixed("0"), Fixed(""), Fixed(""), Fixed("")), loaded);
+    return Call<members::RegistMember>(Fixed(flag),
+                                       form(Text("Primary", Stores(K::kFlag)), Text("Post_cd", Stores(K::kCode)),
+                                            Text("ST_Ymd", Stores(K::kDate, "ERROR:RECUPDATE")),
+                                            Text("ED_Ymd", Stores(K::kEndDate, "ERROR:RECUPDATE"))),
+                                       loaded);
   };
   return {
       {.code = "001", .operation = "GetServerInformation", .call = Call<GetServerInformation>()},
@@ -72,39 +98,14 @@ std::vector<RequestRoute> MakeTable() {
       {.code = "108", .operation = "GetUsersGroup", .call = Call<members::GetUsersGroup>(Text("User_cd"))},
       {.code = "109", .operation = "GetPostMaster", .call = Call<members::GetPostMaster>()},
       {.code = "110", .operation = "GetMenuProperty", .call = Call<members::GetMenuProperty>(Text("User_cd"))},
-      {.code = "201",
-       .operation = "RegistGroup",
-       .changes_data = true,
-       // Group_cd names the parent.
-       .call = Call<org::RegistGroup>(Fixed("3"), Text("Group_cd", Names(K::kCode)), Text("Group_nm", Stores(K::kName)),
-                                      Text("Disp_NM", Stores(K::kName)), Text("BUSHO_CD", Stores(K::kCode)),
-                                      Text("M_LIST", Stores(K::kCode)))},
-      // 202 does not read BUSHO_CD: a change passes it empty.
-      {.code = "202",
-       .operation = "RegistGroup",
-       .changes_data = true,
-       .call = Call<org::RegistGroup>(Fixed("2"), Text("Group_cd", Names(K::kCode)), Text("Group_nm", Stores(K::kName)),
-                                      Text("Disp_NM", Stores(K::kName)), Fixed(""), Text("M_LIST", Stores(K::kCode)))},
-      {.code = "203",
-       .operation = "RegistGroup",
-       .changes_data = true,
-       .call = Call<org::RegistGroup>(Fixed("1"), Text("Group_cd", Names(K::kCode)), Text("Group_nm", Names(K::kName)),
-                                      Text("Disp_NM", Names(K::kName)), Text("BUSHO_CD", Names(K::kCode)),
-                                      Text("M_LIST", Names(K::kCode)))},
+      {.code = "201", .operation = "RegistGroup", .changes_data = true, .call = group("3")},
+      {.code = "202", .operation = "RegistGroup", .changes_data = true, .call = group("2")},
+      {.code = "203", .operation = "RegistGroup", .changes_data = true, .call = group("1")},
       {.code = "204", .operation = "RegistUser1", .changes_data = true, .call = user("3")},
       {.code = "205", .operation = "RegistUser1", .changes_data = true, .call = user("2")},
       {.code = "206", .operation = "RegistUser1", .changes_data = true, .call = user("1")},
       {.code = "207", .operation = "RegistMember", .changes_data = true, .call = member("3")},
-      {.code = "208",
-       .operation = "RegistMember",
-       .changes_data = true,
-       .call =
-           // An impossible date keeps the request's own answer.
-       Call<members::RegistMember>(Fixed("2"), Text("Group_cd", Names(K::kCode)), Text("User_cd", Names(K::kId)),
-                                   Text("Primary", Stores(K::kFlag)), Text("Post_cd", Stores(K::kCode)),
-                                   Text("ST_Ymd", Stores(K::kDate, "ERROR:RECUPDATE")),
-                                   Text("ED_Ymd", Stores(K::kEndDate, "ERROR:RECUPDATE")),
-                                   Text("Upd_Ymd", Names(K::kDate)), Text("Upd_Hms", Names(K::kFreeText)))},
+      {.code = "208", .operation = "RegistMember", .changes_data = true, .call = member("2")},
       {.code = "209", .operation = "RegistMember", .changes_data = true, .call = member("1")},
       {.code = "210",
        .operation = "ChangeGroupDisp",
@@ -147,8 +148,12 @@ constexpr OptionalField kOptionalFields[] = {
 
 }  // namespace
 
+std::string TextOf(const ArgSource& arg, const NamedValues& fields) {
+  return arg.kind == ArgSource::Kind::kFixed ? std::string(arg.text) : fields.Get(arg.text);
+}
+
 Status ConvertArgument(const ArgSource& arg, const NamedValues& fields, std::string& out) {
-  out = arg.kind == ArgSource::Kind::kFixed ? std::string(arg.text) : fields.Get(arg.text);
+  out = TextOf(arg, fields);
   return Status::Ok();
 }
 

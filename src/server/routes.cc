@@ -167,7 +167,7 @@ void HandleLogin(ServerState& state, const HttpRequest& req, HttpResponse& res) 
   members::LoginOutcome outcome = members::LoginOutcome::kRefused;
   const LoginThrottle::Verdict throttled = state.login_throttle.Check(user_id, req.remote_address);
   if (throttled == LoginThrottle::Verdict::kAllowed) {
-    outcome = members::LogIn(state.config, state.clock, user_id, fields.Get("User_PS"), state.access.admin_column,
+    outcome = members::LogIn(state.config, state.clock, {user_id, fields.Get("User_PS")}, state.access.admin_column,
                              *session, error);
     if (outcome == members::LoginOutcome::kRefused) state.login_throttle.NoteFailure(user_id, req.remote_address);
     if (outcome == members::LoginOutcome::kOk) state.login_throttle.NoteSuccess(user_id, req.remote_address);

@@ -22,7 +22,7 @@ using orvane::testing::ExeProxyPeer;
 using orvane::testing::MailEnv;
 using orvane::testing::ReadFile;
 
-const std::vector<std::string> kUser = {"suzuki", "鈴木", "スズキ", "pw1", "", "", "", "", "", "", ""};
+const UserForm kUser{.user_cd = "suzuki", .user_kj = "鈴木", .user_kn = "スズキ", .user_ps = "pw1"};
 
 TEST(AdmMailMemberProxy, SendsEachModesCommandLineAndJudgesTheReply) {
   using B = ExeProxyPeer::Behaviour;
@@ -95,8 +95,8 @@ TEST(AdmMailMemberLocal, RunsTheToolWithoutAShellFromAFolderWithABlank) {
                 "for a in \"$@\"; do printf '%s\\n' \"$a\" >> \"$(dirname \"$0\")/args.log\"; done\n" +
                     std::string(c.tool) + "\n");
     }
-    std::vector<std::string> user = kUser;
-    user[3] = c.password;
+    UserForm user = kUser;
+    user.user_ps = c.password;
     std::string output = "untouched", error, folder = env.dir().File("mail tools/");
     std::replace(folder.begin(), folder.end(), '/', '\\');  // as the system writes it
     auto start = std::chrono::steady_clock::now();

@@ -18,6 +18,10 @@ using orvane::testing::ExeProxyPeer;
 using orvane::testing::ReadFile;
 using Sent = std::vector<std::string>;
 
+// A new user's alias "new", where there was none.
+const UserForm kNewAlias{.user_cd = "suzuki", .mail_ad = "new", .mail_fl = "1"};
+const MailBefore kNoAlias{.alias = "", .alias_fl = "0"};
+
 class MailDb : public orvane::testing::DbTest {
  protected:
   // Sections by code and IMAIL_LIST; a null list leaves the column NULL.
@@ -129,10 +133,11 @@ TEST_P(MailDb, AliasIsCheckedThenDeletedThenAddedThroughTheProxy) {
     ProxyConfig(peer);
     WithRequest([&](RequestContext& ctx, data::Connection& conn) {
       std::string error;
-      EXPECT_EQ(
-          Code(funAdmMailAlias1(ctx, conn, c.mode, "D:\\IMail\\", "suzuki", c.alias, c.flag, c.old_alias, c.old_flag),
-               error),
-          c.status);
+      EXPECT_EQ(Code(funAdmMailAlias1(ctx, conn, c.mode, "D:\\IMail\\",
+                                      {.user_cd = "suzuki", .mail_ad = c.alias, .mail_fl = c.flag},
+                                      {.alias = c.old_alias, .alias_fl = c.old_flag}),
+                     error),
+                c.status);
       EXPECT_EQ(error, c.error);
       EXPECT_EQ(ctx.response(), "");
     });
@@ -148,7 +153,7 @@ TEST_P(MailDb, AliasRunsTheLocalToolsAndUndoesWithTheLocalDeleteForm) {
   WriteConfig("ML_ISLOCAL=TRUE\nML_EXEPROXY_TIMEOUT=1\n");
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
-    EXPECT_EQ(Code(funAdmMailAlias1(ctx, conn, "3", dir().File("tools/"), "suzuki", "new", "1", "", "0"), error), -1);
+    EXPECT_EQ(Code(funAdmMailAlias1(ctx, conn, "3", dir().File("tools/"), kNewAlias, kNoAlias), error), -1);
     EXPECT_EQ(error, "alias exists\n");
   });
   EXPECT_EQ(ReadFile(dir().File("tools/runs.log")),
@@ -159,7 +164,7 @@ TEST_P(MailDb, AliasReportsAMissingServerAndAFailingQuery) {
   Users();
   WriteConfig("ML_SERVER=\n");
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
-    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", "D:\\", "suzuki", "new", "1", "", "0").code(), -1);
+    EXPECT_EQ(funAdmMailAlias1(ctx, conn, "3", "D:\\", kNewAlias, kNoAlias).code(), -1);
     EXPECT_EQ(ctx.response(), "ERROR:READINFOFILE_SV_FOLDER");
   });
   WriteConfig();
@@ -168,7 +173,7 @@ TEST_P(MailDb, AliasReportsAMissingServerAndAFailingQuery) {
   Exec(drop);
   WithRequest([&](RequestContext& ctx, data::Connection& conn) {
     std::string error;
-    EXPECT_EQ(Code(funAdmMailAlias1(ctx, conn, "3", "D:\\", "suzuki", "new", "1", "", "0"), error), -1);
+    EXPECT_EQ(Code(funAdmMailAlias1(ctx, conn, "3", "D:\\", kNewAlias, kNoAlias), error), -1);
     EXPECT_EQ(error.rfind("Com052_funAdmMailAlias1\r\n[Com_funSelect]", 0), 0u) << error;
   });
 }

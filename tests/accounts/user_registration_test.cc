@@ -272,7 +272,7 @@ TEST_P(UserRegistration, FrameFailuresAnswerExactlyAndAnIllegalFlagOpensNothing)
   for (const char* flag : {"4", ""}) {
     RequestContext ctx(config, session(), app(), clock());
     ScopedFailure failure(Point::kOpen, 1, "08001", "boom");
-    RegistUser1(ctx, flag, "n1", "", "", "", "", "", "", "", "", "", "", "", "", "");
+    RegistUser1(ctx, flag, {.user_cd = "n1"}, {});
     EXPECT_EQ(ctx.response(), "ERROR:ILLEGALUPDATEFLAG") << flag;
   }
 }
