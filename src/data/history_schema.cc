@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "data/db_impl.h"
 #include "data/schema.h"
 
 namespace orvane::data {
@@ -215,6 +216,24 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
     }
   }
   return out;
+}
+
+Status DropHistoryTriggers(Connection& conn) {
+  if (!conn.IsOpen()) return DbFailure("DropHistoryTriggers", NotOpen());
+  PhysicalConnection& phys = conn.impl()->phys();
+  const bool pg = phys.dialect().kind() == Dialect::Kind::kPostgres;
+  for (const TableDef* t : RecordedTables()) {
+    std::vector<std::string> statements;
+    if (pg) statements.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + t->name + " ON " + t->name);
+    if (!pg)
+      for (const char* kind : {"HI", "HU", "HD"})
+        statements.push_back("DROP TRIGGER IF EXISTS ORVANE_" + std::string(kind) + "_" + t->name);
+    for (const std::string& statement : statements) {
+      Diagnostic d;
+      if (!phys.ExecDirect(statement, d)) return DbFailure("DropHistoryTriggers", d, statement);
+    }
+  }
+  return Status::Ok();
 }
 
 }  // namespace orvane::data

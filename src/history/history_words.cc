@@ -1,7 +1,9 @@
 #include "history/history_words.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
+#include <vector>
 #include <nlohmann/json.hpp>
 
 #include "data/history_schema.h"
@@ -40,10 +42,19 @@ std::string TableWord(std::string_view table) {
   return work ? word + " (work copy)" : word;
 }
 
+// A null column and an empty one read alike.
 std::string Text(const json& v) {
-  if (v.is_null()) return "(none)";
-  if (v.is_string()) return v.get<std::string>().empty() ? "(empty)" : v.get<std::string>();
+  if (v.is_null() || (v.is_string() && v.get<std::string>().empty())) return "(empty)";
+  if (v.is_string()) return v.get<std::string>();
   return v.dump();
+}
+
+// Names first, then where the row stands, then the rest by column name.
+int Rank(const std::string& column) {
+  static const std::vector<std::string> first = {"SEC_NM", "NAME_KJ", "NAME_KN", "DSP_NM", "JOI_SEC",
+                                                 "TREE_NM", "SEC_SEQ", "USER_SEQ", "MAIL"};
+  auto it = std::find(first.begin(), first.end(), column);
+  return it == first.end() ? static_cast<int>(first.size()) : static_cast<int>(it - first.begin());
 }
 
 json Parse(const std::string& s) {
@@ -79,16 +90,18 @@ std::string DescribeChange(const RowChange& c) {
   if (c.action == "insert") return out + ": added";
   if (c.action == "delete") return out + ": deleted";
   json before = Parse(c.before), after = Parse(c.after);
+  std::vector<std::string> columns;
+  for (auto& [column, value] : after.items())
+    if (!column.starts_with("UPD_")) columns.push_back(column);  // the stamp every write sets
+  std::stable_sort(columns.begin(), columns.end(),
+                   [](const std::string& a, const std::string& b) { return Rank(a) < Rank(b); });
   std::string changed;
-  for (auto& [column, value] : after.items()) {
-    if (column.starts_with("UPD_")) continue;  // the stamp every write sets
+  for (const std::string& column : columns) {
+    const std::string was = Text(before.value(column, json())), is = Text(after[column]);
+    if (was == is) continue;
     if (!changed.empty()) changed += ", ";
     const std::string word = ColumnWord(column);
-    if (data::IsPasswordColumn(column)) {
-      changed += word + " changed";
-      continue;
-    }
-    changed += word + " " + Text(before.value(column, json())) + " -> " + Text(value);
+    changed += data::IsPasswordColumn(column) ? word + " changed" : word + " " + was + " -> " + is;
   }
   return out + ": " + (changed.empty() ? "stamp only" : changed);
 }
