@@ -25,9 +25,8 @@ struct HistoryOptions {
 // "123  2026-11-25 14:03:22  admin@127.0.0.1  202 group saved  OK  group 営業部 (0001): name 営業 -> 営業部"
 std::string Line(const history::Entry& e) {
   std::string answer = e.answer.substr(0, e.answer.find_first_of("\r\n"));
-  std::string out = std::to_string(e.id) + "  " + e.time + "  " + (e.user.empty() ? "-" : e.user) + "@" +
-                    e.address + "  " + e.code + " " + history::OperationName(e.code) + "  " + answer + "  " +
-                    history::Summary(e);
+  std::string out = std::to_string(e.id) + "  " + e.time + "  " + (e.user.empty() ? "-" : e.user) + "@" + e.address +
+                    "  " + e.code + " " + history::OperationName(e.code) + "  " + answer + "  " + history::Summary(e);
   if (e.undone_by) out += "  (undone by " + std::to_string(e.undone_by) + ")";
   return out;
 }
@@ -40,16 +39,19 @@ int Purge(data::Connection& conn, const ConfigFile& config) {
     std::cerr << "orvane history: " << s.trail() << "\n";
     return 2;
   }
-  std::cout << "orvane history: purged " << purged << (purged == 1 ? " entry" : " entries") << " older than "
-            << cutoff << " (" << days << " days kept)\n";
+  std::cout << "orvane history: purged " << purged << (purged == 1 ? " entry" : " entries") << " older than " << cutoff
+            << " (" << days << " days kept)\n";
   return 0;
 }
 
 int Print(data::Connection& conn, const HistoryOptions& o) {
   NamedValues params;
   for (const auto& [name, value] : {std::pair<const char*, const std::string&>{"user", o.user},
-                                    {"about", o.about}, {"group", o.group}, {"code", o.code},
-                                    {"since", o.since}, {"until", o.until}})
+                                    {"about", o.about},
+                                    {"group", o.group},
+                                    {"code", o.code},
+                                    {"since", o.since},
+                                    {"until", o.until}})
     params.Add(name, value);
   history::Filter filter;
   if (Status s = history::ParseFilter(params, filter); !s.ok()) {

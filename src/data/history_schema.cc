@@ -188,10 +188,10 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
       break;
   }
   const bool sql_server = dialect.kind() == Dialect::Kind::kSqlServer;
-  for (const char* index : {"ORVANE_HISTORY (ENTRY_TIME)", "ORVANE_HISTORY (USER_ID, ID)",
-                            "ORVANE_HISTORY (CODE, ID)", "ORVANE_HISTORY (UNDOES)", "ORVANE_HISTORY_ROW (ENTRY_ID)",
-                            "ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)",
-                            "ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)"}) {
+  for (const char* index :
+       {"ORVANE_HISTORY (ENTRY_TIME)", "ORVANE_HISTORY (USER_ID, ID)", "ORVANE_HISTORY (CODE, ID)",
+        "ORVANE_HISTORY (UNDOES)", "ORVANE_HISTORY_ROW (ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)",
+        "ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)"}) {
     std::string spec = index;
     std::string table = spec.substr(0, spec.find(' '));
     std::string columns = spec.substr(spec.find('(') + 1, spec.find(')') - spec.find('(') - 1);

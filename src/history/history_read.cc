@@ -111,8 +111,8 @@ Status ReadHistory(data::Connection& conn, const Filter& f, std::vector<Entry>& 
     if (!e.user.empty()) users.insert(e.user);
   }
   // Each entry's first images and how many there are, in one statement.
-  const data::Columns rows{"ENTRY_ID", "ROW_TABLE", "ROW_ACTION", "ROW_KEY", "ROW_LABEL",
-                           "BEFORE_IMAGE", "AFTER_IMAGE", "CNT"};
+  const data::Columns rows{"ENTRY_ID",  "ROW_TABLE",    "ROW_ACTION",  "ROW_KEY",
+                           "ROW_LABEL", "BEFORE_IMAGE", "AFTER_IMAGE", "CNT"};
   Sql changes;
   changes << "select " << rows << " from (select ENTRY_ID, ROW_TABLE, ROW_ACTION, ROW_KEY, ROW_LABEL, BEFORE_IMAGE,"
           << " AFTER_IMAGE, row_number() over (partition by ENTRY_ID order by ID) as RN,"

@@ -11,8 +11,8 @@
 namespace orvane::history {
 
 int RetentionDays(const ConfigFile& config) {
-  std::optional<long long> days = ParseWholeNumber(config.Get("HISTORY_RETENTION_DAYS"), 1, 36500,
-                                                   {.blanks_around = true, .minus_sign = false});
+  std::optional<long long> days =
+      ParseWholeNumber(config.Get("HISTORY_RETENTION_DAYS"), 1, 36500, {.blanks_around = true, .minus_sign = false});
   return days ? static_cast<int>(*days) : kDefaultRetentionDays;
 }
 
@@ -24,8 +24,7 @@ std::string RetentionCutoff(const Clock& clock, int days) {
   year_month_day ymd(day);
   char out[32];
   std::snprintf(out, sizeof out, "%04d-%02u-%02u %02d:%02d:%02d", static_cast<int>(ymd.year()),
-                static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()), now.hour, now.minute,
-                now.second);
+                static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()), now.hour, now.minute, now.second);
   return out;
 }
 
@@ -33,8 +32,8 @@ Status PurgeHistory(data::Connection& conn, const std::string& cutoff, long& pur
   constexpr char kRoutine[] = "PurgeHistory";
   purged = 0;
   data::Sql count, rows, entries;
-  count << "select count(ID) as CNT from " << data::Table(data::kHistoryTable)
-        << " where ENTRY_TIME < " << data::Quoted(cutoff);
+  count << "select count(ID) as CNT from " << data::Table(data::kHistoryTable) << " where ENTRY_TIME < "
+        << data::Quoted(cutoff);
   rows << "delete from " << data::Table(data::kHistoryRowTable) << " where ENTRY_ID in (select ID from "
        << data::Table(data::kHistoryTable) << " where ENTRY_TIME < " << data::Quoted(cutoff) << ")";
   entries << "delete from " << data::Table(data::kHistoryTable) << " where ENTRY_TIME < " << data::Quoted(cutoff);

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <vector>
-#include <nlohmann/json.hpp>
 
 #include "data/history_schema.h"
 
@@ -15,14 +15,29 @@ using json = nlohmann::json;
 
 std::string ColumnWord(const std::string& column) {
   static const std::map<std::string, std::string, std::less<>> words = {
-      {"SEC_NM", "name"},         {"DSP_NM", "display"}, {"JOI_SEC", "parent"},
-      {"SEC_SEQ", "order"},       {"TREE_NM", "path"},         {"SEC_TREE", "path codes"},
-      {"BUSHO_CD", "department"}, {"IMAIL_LIST", "mailing list"}, {"NAME_KJ", "name"},
-      {"NAME_KN", "reading"},     {"MAIL", "mail address"},    {"PASSWORD", "password"},
-      {"PASSWORD_YMD", "password date"}, {"EXT_TEL", "extension"}, {"POST_NM", "title"},
-      {"POST_CD", "post"},        {"SEC_KBN", "primary"},       {"USER_SEQ", "order"},
-      {"ST_YMD", "from"},         {"ED_YMD", "until"},         {"MAIL_NM", "mail name"},
-      {"IMAIL_FLG", "mail"},      {"MAIL_USE_FLG", "mail use"},
+      {"SEC_NM", "name"},
+      {"DSP_NM", "display"},
+      {"JOI_SEC", "parent"},
+      {"SEC_SEQ", "order"},
+      {"TREE_NM", "path"},
+      {"SEC_TREE", "path codes"},
+      {"BUSHO_CD", "department"},
+      {"IMAIL_LIST", "mailing list"},
+      {"NAME_KJ", "name"},
+      {"NAME_KN", "reading"},
+      {"MAIL", "mail address"},
+      {"PASSWORD", "password"},
+      {"PASSWORD_YMD", "password date"},
+      {"EXT_TEL", "extension"},
+      {"POST_NM", "title"},
+      {"POST_CD", "post"},
+      {"SEC_KBN", "primary"},
+      {"USER_SEQ", "order"},
+      {"ST_YMD", "from"},
+      {"ED_YMD", "until"},
+      {"MAIL_NM", "mail name"},
+      {"IMAIL_FLG", "mail"},
+      {"MAIL_USE_FLG", "mail use"},
   };
   if (auto it = words.find(column); it != words.end()) return it->second;
   if (column.starts_with("MENU")) return "menu " + column.substr(4);
@@ -51,7 +66,7 @@ std::string Text(const json& v) {
 
 // Names first, then where the row stands, then the rest by column name.
 int Rank(const std::string& column) {
-  static const std::vector<std::string> first = {"SEC_NM", "NAME_KJ", "NAME_KN", "DSP_NM", "JOI_SEC",
+  static const std::vector<std::string> first = {"SEC_NM",  "NAME_KJ", "NAME_KN",  "DSP_NM", "JOI_SEC",
                                                  "TREE_NM", "SEC_SEQ", "USER_SEQ", "MAIL"};
   auto it = std::find(first.begin(), first.end(), column);
   return it == first.end() ? static_cast<int>(first.size()) : static_cast<int>(it - first.begin());
@@ -66,12 +81,23 @@ json Parse(const std::string& s) {
 
 std::string OperationName(std::string_view code) {
   static const std::map<std::string, std::string, std::less<>> names = {
-      {"201", "group added"},       {"202", "group saved"},        {"203", "group deleted"},
-      {"204", "user added"},        {"205", "user saved"},         {"206", "user deleted"},
-      {"207", "membership added"},  {"208", "membership changed"}, {"209", "membership removed"},
-      {"210", "group order changed"}, {"211", "member order changed"}, {"212", "group moved"},
-      {"213", "menu rights saved"}, {"undo", "undo"},              {"restore-user", "user restored"},
-      {"restore-group", "group restored"}, {"import", "import"},
+      {"201", "group added"},
+      {"202", "group saved"},
+      {"203", "group deleted"},
+      {"204", "user added"},
+      {"205", "user saved"},
+      {"206", "user deleted"},
+      {"207", "membership added"},
+      {"208", "membership changed"},
+      {"209", "membership removed"},
+      {"210", "group order changed"},
+      {"211", "member order changed"},
+      {"212", "group moved"},
+      {"213", "menu rights saved"},
+      {"undo", "undo"},
+      {"restore-user", "user restored"},
+      {"restore-group", "group restored"},
+      {"import", "import"},
   };
   if (auto it = names.find(code); it != names.end()) return it->second;
   return std::string(code);

@@ -32,7 +32,8 @@ class HistoryApi : public testing::DbTest {
         {{2024, 4, 1, 9, 0, 0}, "ReqNo=202&Group_cd=0002&Group_nm=総務課&Disp_NM=総務部&M_LIST=", "OK"},
         {{2024, 4, 2, 9, 0, 0}, "ReqNo=207&Group_cd=0002&User_cd=sato", "OK"},
         {{2024, 4, 3, 9, 0, 0}, "ReqNo=213&User_cd=yamada&User_Menu=%2F01%2F", "OK"},
-        {{2024, 4, 3, 9, 30, 0}, "ReqNo=207&Group_cd=0009&User_cd=sato",
+        {{2024, 4, 3, 9, 30, 0},
+         "ReqNo=207&Group_cd=0009&User_cd=sato",
          "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009"},
     };
     for (const auto& c : changes) {
@@ -53,8 +54,8 @@ class HistoryApi : public testing::DbTest {
     if (!answer.starts_with("200 ")) return answer;
     json j = json::parse(answer.substr(4));
     std::string out;
-    for (const json& e : j["entries"]) out += (out.empty() ? "" : ", ") + e["code"].get<std::string>() + " " +
-                                              e["time"].get<std::string>().substr(5);
+    for (const json& e : j["entries"])
+      out += (out.empty() ? "" : ", ") + e["code"].get<std::string>() + " " + e["time"].get<std::string>().substr(5);
     if (!j["next"].is_null()) out += " | next";
     if (next) *next = j["next"].is_null() ? 0 : j["next"].get<long>();
     return out;
@@ -99,8 +100,9 @@ TEST_P(HistoryApi, AnEntrySaysWhoWhenWhatAndTheValuesBeforeAndAfter) {
   EXPECT_EQ(rename["operation"], "group saved");
   EXPECT_EQ(rename["answer"], "OK");
   // 202 without BUSHO_Set clears the department, as it always has.
-  EXPECT_EQ(rename["summary"], "group 総務課 (0002): name 総務部 -> 総務課, path / 総務部 -> / 総務課, "
-                               "department B0002 -> (empty)");
+  EXPECT_EQ(rename["summary"],
+            "group 総務課 (0002): name 総務部 -> 総務課, path / 総務部 -> / 総務課, "
+            "department B0002 -> (empty)");
   ASSERT_EQ(rename["changes"].size(), 1u);
   const json& change = rename["changes"][0];
   EXPECT_EQ(change["table"], "T_SECTION");

@@ -19,7 +19,8 @@ class HistoryCli : public testing::DbTest {
     session().Set("PUB_USR_ID", "admin");
     ASSERT_EQ(Request("ReqNo=209&Group_cd=0002&User_cd=yamada"), "OK");
     clock().Set({2024, 4, 2, 8, 0, 0});
-    ASSERT_EQ(Request("ReqNo=207&Group_cd=0009&User_cd=sato"), "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009");
+    ASSERT_EQ(Request("ReqNo=207&Group_cd=0009&User_cd=sato"),
+              "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009");
   }
   // The lines with each line's leading id replaced by "#".
   std::string Lines(const std::string& args) {

@@ -37,8 +37,8 @@ class HistoryRecording : public orvane::testing::DbTest {
   // "TABLE action KEY" of every row image, in the order written.
   std::string Changes() {
     std::string out;
-    for (const auto& row :
-         Rows(data::Sql() << "select ROW_TABLE, ROW_ACTION, ROW_KEY from " << Table("ORVANE_HISTORY_ROW") << " order by ID"))
+    for (const auto& row : Rows(data::Sql() << "select ROW_TABLE, ROW_ACTION, ROW_KEY from "
+                                            << Table("ORVANE_HISTORY_ROW") << " order by ID"))
       out += text::Join(row, " ") + "\n";
     return out;
   }
@@ -60,10 +60,11 @@ const Change kChanges[] = {
     {"ReqNo=201&Group_cd=0000&Group_nm=企画部&Disp_NM=&M_LIST=", "T_SECTION insert 0006\n"},
     {"ReqNo=202&Group_cd=0002&Group_nm=総務課&Disp_NM=総務&M_LIST=", "T_SECTION update 0002\n"},
     {"ReqNo=203&Group_cd=0005", "T_SECTION delete 0005\nT_SECMEMBER delete 0005/ito\n"},
-    {"ReqNo=204&User_cd=kimura&User_KJ=木村&User_KN=キムラ&User_PS=pw-kimura&Mail_UFL=1", "T_USER insert kimura\nT_PASSGEN insert kimura\nMENU_USER insert kimura\n"},
-    {"ReqNo=205&User_cd=ito&User_KJ=伊藤 健二&User_KN=イトウ&User_PS=&Mail_UFL=1&OldMail_UFL=1",
-     "T_USER update ito\n"},
-    {"ReqNo=206&User_cd=tanaka&Mail_UFL=1", "T_USER delete tanaka\nMENU_USER delete tanaka\nT_SECMEMBER delete 0004/tanaka\n"},
+    {"ReqNo=204&User_cd=kimura&User_KJ=木村&User_KN=キムラ&User_PS=pw-kimura&Mail_UFL=1",
+     "T_USER insert kimura\nT_PASSGEN insert kimura\nMENU_USER insert kimura\n"},
+    {"ReqNo=205&User_cd=ito&User_KJ=伊藤 健二&User_KN=イトウ&User_PS=&Mail_UFL=1&OldMail_UFL=1", "T_USER update ito\n"},
+    {"ReqNo=206&User_cd=tanaka&Mail_UFL=1",
+     "T_USER delete tanaka\nMENU_USER delete tanaka\nT_SECMEMBER delete 0004/tanaka\n"},
     {"ReqNo=207&Group_cd=0002&User_cd=sato", "T_SECMEMBER insert 0002/sato\n"},
     {"ReqNo=208&Group_cd=0004&User_cd=sato&Primary=1&Post_cd=02&ST_Ymd=20240401&ED_Ymd=99999999",
      "T_SECMEMBER update 0004/sato\n"},
@@ -107,8 +108,7 @@ TEST_P(HistoryRecording, AFailedCommitLeavesNeitherChangeNorEntryButTheRefusal) 
 }
 
 TEST_P(HistoryRecording, ARefusedRequestIsKeptAsRefusedWithoutRows) {
-  ASSERT_EQ(Request("ReqNo=207&Group_cd=0009&User_cd=sato"),
-            "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009");
+  ASSERT_EQ(Request("ReqNo=207&Group_cd=0009&User_cd=sato"), "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009");
   EXPECT_EQ(Entries(), std::vector<std::string>{"207|admin|local|2024-04-01 10:20:30|"
                                                 "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0009"});
   EXPECT_EQ(Changes(), "");
@@ -127,8 +127,8 @@ TEST_P(HistoryRecording, PasswordsAreMaskedInFieldsAndNeverKeptInImages) {
   EXPECT_NE(fields[0][0].find("\"User_PS\":\"***\""), std::string::npos) << fields[0][0];
   std::string images;
   int masked = 0;
-  for (const auto& row : Rows(data::Sql() << "select ROW_TABLE, BEFORE_IMAGE, AFTER_IMAGE from "
-                                          << Table("ORVANE_HISTORY_ROW"))) {
+  for (const auto& row :
+       Rows(data::Sql() << "select ROW_TABLE, BEFORE_IMAGE, AFTER_IMAGE from " << Table("ORVANE_HISTORY_ROW"))) {
     images += row[1] + row[2] + "\n";
     for (const std::string& image : {row[1], row[2]}) {
       nlohmann::json j = nlohmann::json::parse(image.empty() ? "{}" : image);
@@ -138,8 +138,8 @@ TEST_P(HistoryRecording, PasswordsAreMaskedInFieldsAndNeverKeptInImages) {
   }
   // The insert's password, the generation kept with it, the update's before and after.
   EXPECT_EQ(masked, 4) << images;
-  std::string stored = Rows(data::Sql() << "select PASSWORD from " << Table("T_USER") << " where USER_ID = "
-                                        << data::Quoted("kimura"))[0][0];
+  std::string stored = Rows(data::Sql() << "select PASSWORD from " << Table("T_USER")
+                                        << " where USER_ID = " << data::Quoted("kimura"))[0][0];
   for (const std::string& secret : {std::string("pw-kimura"), std::string("pw-new"), stored}) {
     EXPECT_EQ(images.find(secret), std::string::npos) << secret << " in " << images;
     EXPECT_EQ(fields[1][0].find(secret), std::string::npos);

@@ -1,10 +1,11 @@
 // Retention: the period read from ORVANE.ini, and a purge that keeps every
 // entry inside it (the one exactly at the cutoff too) with its images,
 // on a real SQLite and PostgreSQL database.
+#include "history/history_retention.h"
+
 #include <gtest/gtest.h>
 
 #include "base/text.h"
-#include "history/history_retention.h"
 #include "support/db_fixture.h"
 
 namespace orvane::history {
@@ -18,9 +19,13 @@ TEST_P(HistoryRetention, ThePeriodComesFromTheConfigurationElseNinetyDays) {
   const struct {
     const char* line;
     int days;
-  } cases[] = {{"", 90}, {"HISTORY_RETENTION_DAYS=\n", 90}, {"HISTORY_RETENTION_DAYS=abc\n", 90},
-               {"HISTORY_RETENTION_DAYS=0\n", 90}, {"HISTORY_RETENTION_DAYS=-5\n", 90},
-               {"HISTORY_RETENTION_DAYS=30\n", 30}, {"HISTORY_RETENTION_DAYS= 365 \n", 365}};
+  } cases[] = {{"", 90},
+               {"HISTORY_RETENTION_DAYS=\n", 90},
+               {"HISTORY_RETENTION_DAYS=abc\n", 90},
+               {"HISTORY_RETENTION_DAYS=0\n", 90},
+               {"HISTORY_RETENTION_DAYS=-5\n", 90},
+               {"HISTORY_RETENTION_DAYS=30\n", 30},
+               {"HISTORY_RETENTION_DAYS= 365 \n", 365}};
   for (const auto& c : cases) {
     WriteConfig(c.line);
     EXPECT_EQ(RetentionDays(ConfigFile(ConfigPath())), c.days) << c.line;
@@ -56,8 +61,7 @@ TEST_P(HistoryRetention, PurgeKeepsTheEntriesInsideThePeriodWithTheirRows) {
   ASSERT_TRUE(data::Com_funDbClose(conn).ok());
   std::string kept;
   for (const auto& row : Rows(data::Sql() << "select H.ENTRY_TIME, H.CODE, count(R.ID) as N from "
-                                          << Table("ORVANE_HISTORY") << " H left join "
-                                          << Table("ORVANE_HISTORY_ROW")
+                                          << Table("ORVANE_HISTORY") << " H left join " << Table("ORVANE_HISTORY_ROW")
                                           << " R on R.ENTRY_ID = H.ID group by H.ENTRY_TIME, H.CODE order by 1"))
     kept += text::Join(row, " ") + "\n";
   EXPECT_EQ(kept, "2024-02-01 10:20:30 209 1\n2024-03-31 00:00:00 212 1\n");
