@@ -104,12 +104,18 @@ std::string OperationName(std::string_view code) {
 }
 
 std::string DescribeChange(const RowChange& c) {
+  auto named = [](const std::string& name, const std::string& code) {
+    return name.empty() || name == code ? code : name + " (" + code + ")";
+  };
   std::string out = TableWord(c.table) + " ";
-  if (c.table.starts_with("T_SECMEMBER")) {
-    size_t slash = c.key.find('/');
-    out += slash == std::string::npos ? c.key : c.key.substr(slash + 1) + " in " + c.key.substr(0, slash);
-  } else if (!c.label.empty() && c.label != c.key) {
-    out += c.label + " (" + c.key + ")";
+  if (c.table.starts_with("T_SECMEMBER") && !c.user_id.empty()) {
+    out += named(c.user_name, c.user_id) + " in " + named(c.group_name, c.sec_cd);
+  } else if (!c.label.empty()) {
+    out += named(c.label, c.key);
+  } else if (!c.user_id.empty() && c.key == c.user_id) {
+    out += named(c.user_name, c.key);
+  } else if (!c.sec_cd.empty() && c.key == c.sec_cd) {
+    out += named(c.group_name, c.key);
   } else {
     out += c.key;
   }

@@ -39,7 +39,8 @@ class HistoryCli : public testing::DbTest {
 
 TEST_P(HistoryCli, PrintsOneEntryALineNewestFirstAndPurges) {
   const std::string removed =
-      "#  2024-04-01 10:20:30  admin@local  209 membership removed  OK  membership yamada in 0002: deleted\n";
+      "#  2024-04-01 10:20:30  admin@local  209 membership removed  OK  membership 山田 太郎 (yamada) in 総務部 "
+      "(0002): deleted\n";
   const std::string refused =
       "#  2024-04-02 08:00:00  admin@local  207 membership added  ERROR:RECINSERTfunInsCirMember  "
       "refused: ERROR:RECINSERTfunInsCirMember\n";

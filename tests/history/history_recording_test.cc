@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 
 #include "base/text.h"
+#include "data/history_schema.h"
+#include "data/schema.h"
 #include "support/db_fixture.h"
 #include "support/failure_seam.h"
 
@@ -144,6 +146,23 @@ TEST_P(HistoryRecording, PasswordsAreMaskedInFieldsAndNeverKeptInImages) {
     EXPECT_EQ(images.find(secret), std::string::npos) << secret << " in " << images;
     EXPECT_EQ(fields[1][0].find(secret), std::string::npos);
   }
+}
+
+TEST_P(HistoryRecording, InitDbAddsTheHistoryToADatabaseMadeBeforeIt) {
+  data::Connection conn;
+  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+  ASSERT_TRUE(data::DropHistoryTriggers(conn).ok());
+  ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+  Exec(data::Sql() << "drop table " << Table("ORVANE_HISTORY_ROW"));
+  Exec(data::Sql() << "drop table " << Table("ORVANE_HISTORY"));
+  // Not upgraded: changes are refused, nothing half-kept.
+  EXPECT_TRUE(Request("ReqNo=209&Group_cd=0002&User_cd=yamada").starts_with("ERROR:BEGINTRANSACTION"));
+  ASSERT_TRUE(data::Com_funDbOpen(Dsn(), "", "", conn).ok());
+  ASSERT_TRUE(data::CreateSchema(conn).ok());
+  ASSERT_TRUE(data::Com_funDbClose(conn).ok());
+  ASSERT_EQ(Request("ReqNo=209&Group_cd=0002&User_cd=yamada"), "OK");
+  EXPECT_EQ(Entries(), std::vector<std::string>{"209|admin|local|2024-04-01 10:20:30|OK"});
+  EXPECT_EQ(Changes(), "T_SECMEMBER delete 0002/yamada\n");
 }
 
 ORVANE_DB_TEST_SUITE(HistoryRecording);
