@@ -19,7 +19,7 @@ Status ReadDeleted(const ConfigFile& config, const Clock& clock, const std::stri
   if (Status s = config.ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok()) return s;
   data::Connection conn;
   if (Status s = data::Com_funDbOpen(dsn, "", "", conn); !s.ok()) return s;
-  const std::string since = RetentionStart(config, clock.Now());
+  const std::string since = RetentionStart(config, clock);
   data::Sql sql;
   sql << "select R.ROW_KEY, R.ROW_LABEL, H.ENTRY_TIME, H.ID,"
       << " (select count(*) from " << Table(data::kHistoryTable) << " U where U.UNDOES = H.ID and U.ANSWER = 'OK')"

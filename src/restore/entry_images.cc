@@ -1,7 +1,5 @@
 #include "restore/entry_images.h"
 
-#include <chrono>
-#include <cstdio>
 #include <limits>
 #include <nlohmann/json.hpp>
 
@@ -9,6 +7,7 @@
 #include "base/whole_number.h"
 #include "data/history_schema.h"
 #include "history/history_read.h"
+#include "history/history_retention.h"
 #include "history/history_words.h"
 
 namespace orvane::restore {
@@ -54,13 +53,16 @@ std::string Shown(const std::optional<std::string>& v) {
 }
 
 std::string ColumnWord(const std::string& table, const std::string& column) {
-  // The history's own words: one change of one column.
-  history::RowChange one{table, "update", "", "", "{}", json({{column, ""}}).dump()};
-  std::string text = history::DescribeChange(one);
-  size_t colon = text.find(": ");
-  size_t arrow = text.find(" (none) ->");
-  if (colon == std::string::npos || arrow == std::string::npos) return column;
-  return text.substr(colon + 2, arrow - colon - 2);
+  // The history's own word for the column: one change of it put in words.
+  history::RowChange one;
+  one.table = table;
+  one.action = "update";
+  one.before = json({{column, "a"}}).dump();
+  one.after = json({{column, "b"}}).dump();
+  const std::string text = history::DescribeChange(one);
+  const size_t end = text.rfind(" a -> b"), start = text.rfind(": ", end);
+  if (end == std::string::npos || start == std::string::npos) return column;
+  return text.substr(start + 2, end - start - 2);
 }
 
 }  // namespace
@@ -101,20 +103,8 @@ Status ReadImages(data::Connection& conn, long id, std::vector<Image>& images) {
       .Prefixed("ReadImages");
 }
 
-std::string RetentionStart(const ConfigFile& config, const LocalTime& now) {
-  long kept = 90;
-  std::string value;
-  if (config.ComIniFileLoad("HISTORY_RETENTION_DAYS", value).ok() && !text::Trim(value).empty())
-    kept = static_cast<long>(ParseWholeNumber(text::Trim(value), 0, 36500).value_or(90));
-  namespace chrono = std::chrono;
-  const chrono::sys_days today =
-      chrono::year_month_day{chrono::year{now.year}, chrono::month{static_cast<unsigned>(now.month)},
-                             chrono::day{static_cast<unsigned>(now.day)}};
-  const chrono::year_month_day start{today - chrono::days{kept}};
-  char out[32];
-  std::snprintf(out, sizeof out, "%04d-%02u-%02u 00:00:00", static_cast<int>(start.year()),
-                static_cast<unsigned>(start.month()), static_cast<unsigned>(start.day()));
-  return out;
+std::string RetentionStart(const ConfigFile& config, const Clock& clock) {
+  return history::RetentionCutoff(clock, history::RetentionDays(config));
 }
 
 Status FindDeletion(data::Connection& conn, std::string_view table, std::string_view code, const std::string& key,

@@ -36,9 +36,9 @@ Status ReadEntry(data::Connection& conn, long id, EntryHead& head, bool& found);
 // Its images, in the order they were written.
 Status ReadImages(data::Connection& conn, long id, std::vector<Image>& images);
 
-// HISTORY_RETENTION_DAYS (whole days, default 90): the first moment,
-// "YYYY-MM-DD 00:00:00", of the period a deleted row stays restorable.
-std::string RetentionStart(const ConfigFile& config, const LocalTime& now);
+// The oldest moment of the retention period (history/history_retention.h):
+// a deletion before it is no longer restorable.
+std::string RetentionStart(const ConfigFile& config, const Clock& clock);
 
 // The latest committed entry of `code` that deleted the row `key` of
 // `table` at or after `since`; 0 when none.

@@ -64,7 +64,7 @@ Outcome RestoreGroup(RequestContext& ctx, const std::string& sec_cd) {
   data::Connection& conn = frame.conn();
 
   long deletion = 0;
-  const std::string since = RetentionStart(ctx.config(), ctx.clock().Now());
+  const std::string since = RetentionStart(ctx.config(), ctx.clock());
   if (!frame.Step("ERROR:DBSELECT", FindDeletion(conn, "T_SECTION", "203", sec_cd, since, deletion))) return outcome();
   if (deletion == 0)
     return refuse("ERROR:RESTORENOTFOUND\r\nno deleted group " + sec_cd + " within the retention period");
@@ -79,7 +79,6 @@ Outcome RestoreGroup(RequestContext& ctx, const std::string& sec_cd) {
   // as a membership's add holds it.
   ctx.history.undoes = deletion;
   if (!frame.Begin({"T_USER", "T_SECTION"})) return outcome();
-  ctx.history.undoes = 0;  // the open entry names the deletion; a refusal after it reverses none
   RowValues row = group->before;
   const std::string name = Value(row, "SEC_NM"), parent = Value(row, "JOI_SEC"), busho = Value(row, "BUSHO_CD");
   std::string holder;

@@ -88,7 +88,7 @@ Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
   // The deletion is history: it cannot change, so it is found before the
   // transaction that names it as the entry it reverses.
   long deletion = 0;
-  const std::string since = RetentionStart(ctx.config(), ctx.clock().Now());
+  const std::string since = RetentionStart(ctx.config(), ctx.clock());
   if (!frame.Step("ERROR:DBSELECT", FindDeletion(conn, "T_USER", "206", user_id, since, deletion))) return outcome();
   if (deletion == 0) {
     return refuse("ERROR:RESTORENOTFOUND\r\nno deleted user " + user_id + " within the retention period");
@@ -112,7 +112,6 @@ Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
   // add take, in their order.
   ctx.history.undoes = deletion;
   if (!frame.Begin({"T_USER", "T_SECTION"})) return outcome();
-  ctx.history.undoes = 0;  // the open entry names the deletion; a refusal after it reverses none
   std::string holder;
   data::Sql taken;
   taken << "select USER_ID from " << Table("T_USER") << " where USER_ID = " << Quoted(user_id);

@@ -45,7 +45,7 @@ std::shared_ptr<Session> Administrator(ServerState& state, const HttpRequest& re
 // A restore or an undo: the origin check, the administrator, the form
 // body, then `run` on a request context of the session.
 template <typename Run>
-void HandleChange(ServerState& state, const HttpRequest& req, HttpResponse& res, Run run) {
+void HandleChange(ServerState& state, const HttpRequest& req, HttpResponse& res, std::string_view bad_body, Run run) {
   const auto start = Steady::now();
   if (IsCrossSiteChange(req.Header("Sec-Fetch-Site"), req.Header("Origin"), req.Header("Host"), state.secure_cookie,
                         state.access.trusted_origins))
@@ -60,9 +60,7 @@ void HandleChange(ServerState& state, const HttpRequest& req, HttpResponse& res,
   ctx.proxy_exchanges = &state.metrics;
   std::optional<restore::Outcome> out = run(body, ctx);
   if (!out)
-    return Reply(
-        state, req, res, start, 400,
-        {{"ok", false}, {"error", "ERROR:INVALIDVALUE"}, {"message", "kind: user or group, key: its id or code"}});
+    return Reply(state, req, res, start, 400, {{"ok", false}, {"error", "ERROR:INVALIDVALUE"}, {"message", bad_body}});
   state.search.Invalidate();  // names may have come back
   if (out->ok) return Reply(state, req, res, start, 200, {{"ok", true}, {"entry", out->entry}});
   Reply(state, req, res, start, 200, {{"ok", false}, {"error", out->error}, {"message", out->message}},
@@ -95,21 +93,23 @@ void HandleDeleted(ServerState& state, const HttpRequest& req, HttpResponse& res
 
 void RegisterRestoreRoutes(Router& server, ServerState& state) {
   server.Post("/api/history/restore", [&state](const HttpRequest& req, HttpResponse& res) {
-    HandleChange(state, req, res, [](const NamedValues& body, RequestContext& ctx) -> std::optional<restore::Outcome> {
-      const std::string kind = body.Get("kind"), key = body.Get("key");
-      if (key.empty()) return std::nullopt;
-      if (kind == "user") return restore::RestoreUser(ctx, key);
-      if (kind == "group") return restore::RestoreGroup(ctx, key);
-      return std::nullopt;
-    });
+    HandleChange(state, req, res, "kind: user or group, key: its id or code",
+                 [](const NamedValues& body, RequestContext& ctx) -> std::optional<restore::Outcome> {
+                   const std::string kind = body.Get("kind"), key = body.Get("key");
+                   if (key.empty()) return std::nullopt;
+                   if (kind == "user") return restore::RestoreUser(ctx, key);
+                   if (kind == "group") return restore::RestoreGroup(ctx, key);
+                   return std::nullopt;
+                 });
   });
   server.Post("/api/history/undo", [&state](const HttpRequest& req, HttpResponse& res) {
-    HandleChange(state, req, res, [](const NamedValues& body, RequestContext& ctx) -> std::optional<restore::Outcome> {
-      std::optional<long long> entry =
-          ParseWholeNumber(body.Get("entry"), 1, std::numeric_limits<long>::max(), {.minus_sign = false});
-      if (!entry) return std::nullopt;
-      return restore::Undo(ctx, static_cast<long>(*entry));
-    });
+    HandleChange(state, req, res, "entry: a history entry's number",
+                 [](const NamedValues& body, RequestContext& ctx) -> std::optional<restore::Outcome> {
+                   std::optional<long long> entry =
+                       ParseWholeNumber(body.Get("entry"), 1, std::numeric_limits<long>::max(), {.minus_sign = false});
+                   if (!entry) return std::nullopt;
+                   return restore::Undo(ctx, static_cast<long>(*entry));
+                 });
   });
   server.Get("/api/history/deleted",
              [&state](const HttpRequest& req, HttpResponse& res) { HandleDeleted(state, req, res); });
