@@ -7,7 +7,6 @@
 #include <memory>
 
 #include "base/text.h"
-#include "data/schema.h"
 #include "restore/restore_deleted.h"
 #include "restore/undo.h"
 #include "support/db_fixture.h"
@@ -63,8 +62,6 @@ class Restore : public orvane::testing::DbTest {
   // A user's rows in every table a delete clears, passwords left out: a
   // restored user has none.
   std::string UserRows(const std::string& id) {
-    std::string menus;
-    for (const std::string& code : text::Split(data::kMenuCodeList, ",")) menus += ", MENU" + code;
     return Lines(data::Sql() << "select USER_ID, NAME_KJ, NAME_KN, PASSWORD_YMD, MAIL, IMAIL_FLG, MAIL_USE_FLG,"
                              << " MAIL_NM, EXT_TEL, POST_NM, DSP_NM, POST_CD, UPD_KBN, UPD_YMD, UPD_HMS, UPD_USR from "
                              << Table("T_USER") << " where USER_ID = " << Quoted(id)) +
