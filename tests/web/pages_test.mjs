@@ -7,10 +7,12 @@
 //   node tests/web/pages_test.mjs path/to/orvane
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
+import fs from 'node:fs';
 import path from 'node:path';
 import { ROOT, openBrowserTest } from './harness.mjs';
 
-const { binary, install, db, server, browser, page, step, run } = await openBrowserTest('pages_test.mjs');
+const { binary, install, db, server, browser, page, step, run } = await openBrowserTest('pages_test.mjs',
+  { serveArgs: ['--session-timeout', '15'] });  // the pages warn by the server's idle time
 const shots = path.join(ROOT, 'docs/screenshots');
 const asked = [];
 page.on('request', (r) => asked.push(r.url()));
@@ -176,6 +178,39 @@ await run(async () => {
     assert.equal(db("select SEC_KBN||ED_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '099999999');
   });
 
+  await step('a user registered with mail gets an account on the demo mail server and joins the section\'s list', async () => {
+    const mail = (f) => { try { return fs.readFileSync(path.join(install.dir, 'mail', f), 'utf8'); } catch (e) { return ''; } };
+    await page.goto(`${server.url}/#/users`);
+    await page.getByRole('button', { name: '新しいユーザー' }).click();
+    const form = page.locator('#user-form');
+    await form.getByLabel('ユーザーID', { exact: true }).fill('kondo');
+    await form.getByLabel('パスワード').fill('pw-kondo');
+    await form.getByLabel('氏名(漢字)').fill('近藤 三郎');
+    await form.getByLabel('氏名(カナ)').fill('コンドウ サブロウ');
+    await form.getByLabel('メールアドレス / エイリアス').fill('kondo');
+    await form.getByLabel('メールを使う').check();
+    await page.getByRole('button', { name: '登録' }).click();
+    await shows(page.locator('#message'), 'ユーザー「kondo」を登録しました');
+    assert.match(mail('tools.log'), /^adduser\.exe -u kondo -p \*\*\* => OK: account kondo added$/m);
+    assert.match(mail('accounts'), /^kondo\t[0-9a-f]{64}$/m);
+    // Members join a list when their group gets it.
+    await page.goto(`${server.url}/#/members?g=0005`);
+    await shows(page.locator('#m-rows'), 'ito');
+    await page.getByRole('button', { name: 'メンバーを追加…' }).click();
+    const pick = page.locator('#pick-dialog');
+    await pick.getByRole('tab', { name: /^カ/ }).click();
+    await pick.getByLabel('近藤 三郎 を選ぶ').check();
+    await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
+    await shows(page.locator('#message'), '1 人を追加しました');
+    await page.goto(`${server.url}/#/groups?g=0005`);
+    await value('g-name', '西日本営業課');
+    await page.locator('#g-list').selectOption('sales-west');
+    await page.getByRole('button', { name: '変更を保存' }).click();
+    await shows(page.locator('#message'), 'グループを保存しました');
+    const both = 'ito@demo.example.jp\r\nkondo@demo.example.jp\r\n';
+    assert.deepEqual([mail('Lists/sales-west/users.lst'), mail('Lists/sales-west/users.txt')], [both, both]);
+  });
+
   await step('the search box (answers of the agreed shape) links to the screens it finds', async () => {
     await page.route(/\/api\/search\?/, (r) => {
       const q = new URL(r.request().url()).searchParams.get('q');
@@ -194,6 +229,75 @@ await run(async () => {
     await page.locator('#search-results a', { hasText: '総務部' }).click();
     await value('g-name', '総務部');
     assert.equal(await hash(), '#/groups?g=0002');
+  });
+
+  await step('the history screen (answers of the agreed shape): filters, undo, restore, the group\'s section', async () => {
+    const sent = [];
+    const entry = (id, code, extra = {}) => ({
+      id, time: `2026-11-25 14:0${id % 10}:00`, user: 'admin', user_name: '管理者', address: '127.0.0.1', code,
+      operation: 'x', answer: 'OK', summary: '', changes: [], undoable: false, undone_by: null, ...extra,
+    });
+    const rename = entry(123, '202', { undoable: true, changes: [{ table: 'SEC_MST', action: 'update', key: '0001',
+      before: { SEC_NM: '営業' }, after: { SEC_NM: '営業部' } }] });
+    await page.route(/\/api\/history/, (r) => {
+      const url = new URL(r.request().url());
+      sent.push(`${r.request().method()} ${url.pathname}${url.search} ${r.request().postData() ?? ''}`.trim());
+      const json = (body) => r.fulfill({ contentType: 'application/json', body: JSON.stringify(body) });
+      if (url.pathname === '/api/history/deleted') {
+        return json({ deleted: url.searchParams.get('kind') === 'user'
+          ? [{ kind: 'user', key: 'suzuki', name: '鈴木 一郎', time: '2026-11-24 09:00:00', entry: 120, restorable: true }] : [] });
+      }
+      if (url.pathname === '/api/history/undo') return json({ ok: true, entry: 130 });
+      if (url.pathname === '/api/history/restore') {
+        return json({ ok: false, error: 'ERROR:RESTORETAKEN', message: 'ユーザーID suzuki は別のユーザーが使っています。' });
+      }
+      if (url.searchParams.get('before') === '121') return json({ entries: [entry(119, '206')], next: null });
+      return json({ entries: [rename, entry(122, '212', { answer: 'ERROR:ILLEGALTREE' }), entry(121, '207', {
+        undone_by: 125, changes: [{ table: 'T_SECMEMBER', action: 'insert', key: '0004 sato' }] })], next: 121 });
+    });
+    await page.reload();
+    await page.locator('#nav').getByRole('button', { name: '履歴' }).click();
+    const entries = page.locator('#h-entries');
+    await shows(entries, 'グループ 0001: グループ名 を「営業」から「営業部」に');
+    await shows(entries, '拒否: ERROR:ILLEGALTREE');
+    await shows(entries, '所属 0004 sato を追加');
+    await shows(entries, '履歴 125 で元に戻されました');
+    assert.equal(await entries.getByRole('button', { name: '元に戻す' }).count(), 1);
+    await page.getByRole('button', { name: 'さらに古い履歴' }).click();
+    await shows(entries, 'ユーザーを削除');
+    assert.equal(await page.locator('#h-more').isVisible(), false);
+    await page.screenshot({ path: path.join(shots, 'history.png'), fullPage: true });
+
+    await page.locator('#h-user').fill('yamada');
+    await page.locator('#h-code').fill('205');
+    await page.locator('#h-since').fill('2026-11-01');
+    await page.getByRole('button', { name: '表示', exact: true }).click();
+    await page.waitForFunction(() => location.hash === '#/history?user=yamada&code=205&since=2026-11-01');
+    assert.ok(sent.includes('GET /api/history?user=yamada&code=205&since=2026-11-01&limit=50'), sent.join('\n'));
+
+    await page.getByRole('button', { name: '履歴 123 を元に戻す' }).click();
+    await shows(page.locator('#confirm-text'), '「グループを変更」を元に戻しますか?');
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#message'), '元に戻しました(履歴 130)');
+    assert.ok(sent.includes('POST /api/history/undo entry=123'), sent.join('\n'));
+
+    await page.getByRole('button', { name: '鈴木 一郎 (suzuki) を復元' }).click();
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#error-text'), 'ユーザーID suzuki は別のユーザーが使っています。 (RESTORETAKEN)');
+    assert.ok(sent.includes('POST /api/history/restore kind=user&key=suzuki'), sent.join('\n'));
+    await page.locator('#error-close').click();
+
+    // The group's own section: its newest entries and a link to all of them.
+    await page.goto(`${server.url}/#/groups?g=0001`);
+    for (let i = 0; i < 100 && !sent.includes('GET /api/history?group=0001&limit=5'); i++) await page.waitForTimeout(50);
+    assert.ok(sent.includes('GET /api/history?group=0001&limit=5'), sent.join('\n'));
+    await shows(page.locator('#group-history'), 'グループ 0001: グループ名 を「営業」から「営業部」に');
+    await page.locator('#group-history').getByRole('link', { name: 'すべての履歴…' }).click();
+    await page.waitForFunction(() => document.getElementById('h-group').value === '0001');
+    await page.unroute(/\/api\/history/);
+    await page.reload();
+    await page.locator('#nav').getByRole('button', { name: 'グループ' }).waitFor();
+    assert.equal(await page.locator('#nav').getByRole('button', { name: '履歴' }).isVisible(), false);
   });
 
   await step('a group save sends every field and its stamp; a changed row is refused, the reload keeps the typing', async () => {
@@ -329,12 +433,15 @@ await run(async () => {
     await tab.goto(`${server.url}/#/groups?g=0001`);
     await tab.waitForFunction(() => document.getElementById('g-name').value === '営業部');
     assert.equal(await tab.locator('#session-warning').isVisible(), false);
-    await tab.clock.fastForward('18:01');
+    // The server's idle time is 15 minutes here: the warning comes at 13.
+    await tab.clock.fastForward('12:50');
+    assert.equal(await tab.locator('#session-warning').isVisible(), false);
+    await tab.clock.fastForward('00:11');
     await shows(tab.locator('#session-warning'), 'まもなく(2分以内に)操作がないためセッションが切れます');
     await tab.screenshot({ path: path.join(shots, 'session-warning.png') });
     await tab.getByRole('button', { name: 'ログインを続ける' }).click();
     await tab.locator('#session-warning').waitFor({ state: 'hidden' });
-    await tab.clock.fastForward('17:00');
+    await tab.clock.fastForward('12:00');
     assert.equal(await tab.locator('#session-warning').isVisible(), false);
     await tab.clock.fastForward('03:01');
     await shows(tab.locator('#session-warning'), 'セッションが切れました');
@@ -348,10 +455,13 @@ await run(async () => {
     execFileSync(binary, ['passwords', '--hash', '--config', install.config], { stdio: 'pipe' });
     const hash = db("select PASSWORD from T_USER where USER_ID='yamada'");
     assert.match(hash, /^\$argon2id\$/);
+    // A second user asked for while the first is still loading: the later one wins.
     await page.goto(`${server.url}/#/users?u=ito`);
-    await value('f-name', '伊藤 健');
     await page.goto(`${server.url}/#/users?u=yamada`);
     await value('f-name', '山田 太郎');
+    await page.waitForFunction(() => !document.body.classList.contains('is-busy'));
+    assert.equal(await page.locator('#f-name').inputValue(), '山田 太郎');
+    assert.equal(await page.evaluate(() => location.hash), '#/users?u=yamada');
     assert.equal(await page.locator('#f-password').inputValue(), '');
     assert.equal(await page.locator('#f-password').getAttribute('placeholder'), '空欄のまま保存すると変わりません');
     await page.locator('#f-tel').fill('299');
