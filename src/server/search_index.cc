@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <utility>
 
 #include "base/search_fold.h"
 #include "data/db.h"
@@ -177,19 +178,29 @@ void SearchIndex::ReadUntilCurrent(std::string config_path) {
     const auto started = std::chrono::steady_clock::now();
     auto fresh = std::make_shared<Snapshot>();
     Status s = LoadSnapshot(config, *fresh);
+    std::shared_ptr<const Snapshot> old;
+    {
+      std::lock_guard lock(mutex_);
+      // A failed reading keeps the old copy; the next stale search tries
+      // again. A copy dropped meanwhile stays dropped: its reader asked for
+      // rows newer than this reading may hold.
+      if (s.ok() && snapshot_) {
+        old = std::exchange(snapshot_, std::move(fresh));
+        loaded_at_ = started;
+        snapshot_generation_ = generation;
+      }
+    }
+    // Freeing a copy of every user takes as long as a slow search: done
+    // here, once the searches still holding it are through, rather than in
+    // the last of them or under the lock.
+    for (int i = 0; i < 1000 && old && old.use_count() > 1; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    old.reset();
     std::lock_guard lock(mutex_);
-    // A failed reading keeps the old copy; the next stale search tries again.
-    // A copy dropped meanwhile stays dropped: its reader asked for rows
-    // newer than this reading may hold.
-    if (s.ok() && snapshot_) {
-      snapshot_ = std::move(fresh);
-      loaded_at_ = started;
-      snapshot_generation_ = generation;
-    }
-    if (!s.ok() || !snapshot_ || snapshot_generation_ == generation_) {
-      reading_ = false;
-      return;
-    }
+    // Still reading_: a change meanwhile counted on this thread.
+    if (s.ok() && snapshot_ && snapshot_generation_ != generation_) continue;
+    reading_ = false;
+    return;
   }
 }
 
