@@ -40,6 +40,7 @@ function shown(column, value) {
   if (value === null || value === undefined || value === '') return t('history.empty');
   if (column === 'PASSWORD' || /_PASS$|_PS$/.test(column)) return t('history.masked');
   if (/_YMD$/.test(column) && /^\d{8}$/.test(value)) return api.showYmd(value);
+  if (column === 'UPD_KBN' && /^[123]$/.test(value)) return t(`history.kbn.${value}`);
   return String(value);
 }
 
