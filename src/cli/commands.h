@@ -14,6 +14,8 @@ void AddAudit(CLI::App& app, int& exit_code);
 void AddPasswords(CLI::App& app, int& exit_code);
 void AddCheckData(CLI::App& app, int& exit_code);
 void AddHistory(CLI::App& app, int& exit_code);
+void AddRestore(CLI::App& app, int& exit_code);
+void AddUndo(CLI::App& app, int& exit_code);
 
 // Refuses, with one line on stderr naming the reason, a configuration file
 // that cannot be read and a LOCAL_DB_DSN that no odbc.ini defines (a

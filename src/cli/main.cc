@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
   orvane::cli::AddPasswords(app, exit_code);
   orvane::cli::AddCheckData(app, exit_code);
   orvane::cli::AddHistory(app, exit_code);
+  orvane::cli::AddRestore(app, exit_code);
+  orvane::cli::AddUndo(app, exit_code);
   CLI11_PARSE(app, argc, argv);
   return exit_code;
 }

@@ -156,7 +156,7 @@ void WriteFrame::RecordRefusal(const std::string& answer) {
   if (!conn_.IsOpen()) return;
   // A refusal the history could not keep changes no answer; the access
   // log has the request all the same.
-  data::RecordHistoryEntry(conn_, Entry(answer)).IgnoreError();
+  data::RecordHistoryEntry(conn_, Entry(answer), &refusal_entry_).IgnoreError();
 }
 
 void WriteFrame::CloseAndAnswer(std::string main) {

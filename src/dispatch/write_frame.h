@@ -98,6 +98,9 @@ class WriteFrame {
   // LOCAL_DB_DSN as read by Start or Open.
   const std::string& Dsn() const { return dsn_; }
   bool InTransaction() const { return in_transaction_; }
+  // The history entry of this request: the refusal's once one was kept,
+  // else the one Begin opened (0 before Begin).
+  long HistoryEntryId() const { return refusal_entry_ ? refusal_entry_ : history_entry_; }
 
   // A step failed: roll back (when a transaction is open), close, and
   // answer `code`, followed directly by the status's trail when the rules
@@ -144,6 +147,7 @@ class WriteFrame {
   data::Connection conn_;
   bool in_transaction_ = false;
   long history_entry_ = 0;  // the open entry, 0 before Begin
+  long refusal_entry_ = 0;  // a refusal's own entry, 0 for none
 };
 
 }  // namespace orvane

@@ -11,6 +11,7 @@
 #include "server/access.h"
 #include "server/api_routes.h"
 #include "server/history_routes.h"
+#include "server/restore_routes.h"
 #include "server/charset.h"
 #include "server/metrics.h"
 #include "server/origin_check.h"
@@ -273,6 +274,7 @@ void RegisterRoutes(Router& server, ServerState& state) {
   RegisterMetricsRoute(server, state);
   RegisterApiRoutes(server, state);
   RegisterHistoryRoutes(server, state);
+  RegisterRestoreRoutes(server, state);
 
   server.Get(
       "/healthz",

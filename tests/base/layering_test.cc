@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 // and members share the floor above it.
 const std::map<std::string, int> kLayers = {
     {"base", 0}, {"data", 1},    {"dispatch", 2}, {"accounts", 3}, {"org", 4},
-    {"members", 4}, {"history", 3}, {"requests", 5}, {"server", 6},   {"cli", 7},
+    {"members", 4}, {"history", 3}, {"requests", 5}, {"restore", 5}, {"server", 6},   {"cli", 7},
 };
 
 TEST(Layering, EveryIncludePointsToTheSameLayerOrBelow) {
