@@ -55,7 +55,7 @@ std::string Shown(const std::optional<std::string>& v) {
 
 std::string ColumnWord(const std::string& table, const std::string& column) {
   // The history's own words: one change of one column.
-  history::RowChange one{table, "update", "", "", "{}", json({{column, ""}}).dump()};
+  history::RowChange one{table, "update", "", "", "{}", json({{column, ""}}).dump(), "", "", "", ""};
   std::string text = history::DescribeChange(one);
   size_t colon = text.find(": ");
   size_t arrow = text.find(" (none) ->");
