@@ -128,7 +128,7 @@ export class HistoryScreen {
           ? el('button', { type: 'button', 'aria-label': t('history.restoreLabel', name), onclick: () => this.restore({ ...d, kind }, name) },
             t('history.restore'))
           : el('span', { class: 'help' }, t('history.notRestorable'));
-        return el('tr', { dataset: { key: d.key } }, el('td', {}, name), el('td', {}, d.time ?? ''), el('td', {}, cell));
+        return el('tr', { dataset: { key: d.key } }, el('td', { class: 'name' }, name), el('td', {}, d.time ?? ''), el('td', {}, cell));
       }) : [el('tr', {}, el('td', { colspan: '3', class: 'help' }, t('history.deletedNone')))]));
     }
   }
