@@ -99,7 +99,7 @@ void Generate(data::Connection& conn) {
     data::Sql sql;
     sql << "insert into " << Table("T_USER") << " (USER_ID,NAME_KJ,NAME_KN,MAIL,DSP_NM,UPD_KBN) values ";
     for (int j = i; j < i + 200; ++j) {
-      char id[8];
+      char id[16];
       std::snprintf(id, sizeof id, "u%04d", j);
       if (j > i) sql << ",";
       sql << "(" << Quoted(id) << "," << Quoted("山田 太郎") << "," << Quoted("ヤマダ タロウ") << "," << Quoted(id)
@@ -157,7 +157,7 @@ void Run(const Backend& b, const ConfigFile& config, int ops, int repeat, long e
   };
   auto add = [&] {
     for (int i = 0; i < ops; ++i, ++member) {
-      char id[8];
+      char id[16];
       std::snprintf(id, sizeof id, "u%04d", member % kUsers);
       request("ReqNo=207&Group_cd=" + Code(4 + (member / kUsers) % 100) + "&User_cd=" + id);
     }
@@ -168,8 +168,9 @@ void Run(const Backend& b, const ConfigFile& config, int ops, int repeat, long e
       request("ReqNo=212&Group_cd1=" + Code(4 + i % 100) + "&Group_cd2=" + Code(3 - (i / 100 + move_flip) % 2));
     ++move_flip;
   };
+  const std::function<void()> rename_run = rename, add_run = add, move_run = move;
   std::vector<double> with, without;
-  for (auto* run : {&rename, &add, &move}) {
+  for (const std::function<void()>* run : {&rename_run, &add_run, &move_run}) {
     std::vector<double> w, wo;
     for (int r = 0; r < repeat; ++r) {
       for (bool kept : {false, true}) {

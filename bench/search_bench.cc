@@ -1,7 +1,8 @@
 // search_bench: times the search box's answer (SearchIndex, as
 // GET /api/search runs it) on the benchmark organisation: the first answer,
 // which reads the users and sections, and answers from the folded copy for
-// queries of each kind.
+// queries of each kind, then a change: how long answers take while the copy
+// is read again in the background, and how long until the change is found.
 //
 //   build/<preset>/bench/search_bench [--dir DIR] [--repeat N] [--pg HOST:PORT:DATABASE] [--sqlite 0]
 //
@@ -10,13 +11,16 @@
 // orvane_bench_pg of that PostgreSQL database (login kop47), which
 // read_bench fills with the same organisation, generated here when empty.
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/text.h"
@@ -62,6 +66,48 @@ void Prepare(const std::string& dsn, const OrgSize& size) {
   }
 }
 
+double MsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+// A section renamed as the server renames one, then searches for the new
+// name as a page asks while one types (every 20 ms) until it is found:
+// the slowest answer meanwhile and the delay until the change shows.
+void AfterAChange(SearchIndex& index, const ConfigFile& config) {
+  const std::string dsn = config.Get("LOCAL_DB_DSN");
+  SearchResult found;
+  Check(index.Search(config, "0001", 1, found), "0001");
+  if (found.groups.empty()) return;
+  const std::string code = found.groups[0].code, old_name = found.groups[0].name;
+  auto rename = [&dsn, &code](const std::string& name) {
+    data::Connection conn;
+    Check(data::Com_funDbOpen(dsn, "", "", conn), "open");
+    Check(data::Com_funExecsql(conn, data::Sql() << "update " << data::Table("T_SECTION") << " set SEC_NM = "
+                                                 << data::Quoted(name) << " where SEC_CD = " << data::Quoted(code)),
+          "rename");
+    Check(data::Com_funDbClose(conn), "close");
+  };
+  const std::string marker = "zzrenamed" + std::to_string(::getpid());
+  rename(marker);
+  const auto changed = std::chrono::steady_clock::now();
+  index.Changed(config);
+  std::vector<double> ms;
+  do {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const auto start = std::chrono::steady_clock::now();
+    Check(index.Search(config, marker, 20, found), marker);
+    ms.push_back(MsSince(start));
+  } while (found.groups.empty() && MsSince(changed) < 60000);
+  const double found_after = MsSince(changed);
+  std::sort(ms.begin(), ms.end());
+  std::printf(
+      "\nafter a change: %zu answers while the copy was read again: median %.2f ms, slowest %.2f ms; "
+      "the change found after %.0f ms%s\n",
+      ms.size(), ms[ms.size() / 2], ms.back(), found_after, found.groups.empty() ? " (NOT FOUND)" : "");
+  rename(old_name);
+  index.Changed(config);
+}
+
 void Measure(const Options& o, const char* backend, const std::string& config_path) {
   ConfigFile config(config_path);
   SearchIndex index;
@@ -87,6 +133,7 @@ void Measure(const Options& o, const char* backend, const std::string& config_pa
     std::vector<double> ms = MediansMs(o.repeat, {[&] { index.Search(config, q.q, 20, found).IgnoreError(); }});
     std::printf("| %s | %zu | %zu | %.2f |\n", q.label, found.users.size(), found.groups.size(), ms[0]);
   }
+  AfterAChange(index, config);
 }
 
 int Main(const Options& o) {

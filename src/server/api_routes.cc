@@ -24,10 +24,12 @@ long long MicrosSince(Steady::time_point start) {
 }
 
 // Answers `body` as JSON and logs the request; `cache` the Cache-Control.
+// X-Session-Timeout (seconds) lets the pages warn before the session ends.
 void Reply(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady::time_point start, int status,
            const json& body, const char* cache = "no-store", Cause failure = {}) {
   res.status = status;
   res.SetHeader("Cache-Control", cache);
+  res.SetHeader("X-Session-Timeout", std::to_string(state.sessions->IdleTimeout().count()));
   res.SetHeader("X-Content-Type-Options", "nosniff");
   res.SetContent(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json; charset=utf-8");
   state.access_log.Write(

@@ -46,6 +46,7 @@ class DatabaseSessionStore final : public SessionStore {
   // values, a scan of the live sessions, and confirmed one by one.
   Status RemoveUserSessions(const std::string& user_id, const std::string& except_id) override;
 
+  std::chrono::seconds IdleTimeout() const override { return idle_timeout_; }
   std::chrono::seconds TouchInterval() const { return touch_interval_; }
 
   // The SHA-256 of `id` as 64 lower-case hex digits: the row's key.

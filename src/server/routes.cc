@@ -133,7 +133,7 @@ void HandleOrvane(ServerState& state, const HttpRequest& req, HttpResponse& res)
     ctx.Write(kSessionRefused);
   } else if (decoded) {
     RunRequest(ctx);
-    if (route && route->changes_data) state.search.Invalidate();  // names may have changed
+    if (route && route->changes_data) state.search.Changed(state.config);  // names may have changed
     // The answer stands either way; a value that could not be kept (the
     // members' loaded moment) is only missing from the next request.
     state.sessions->Keep(session_id, session).IgnoreError();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <utility>
 
 #include "base/search_fold.h"
 #include "data/db.h"
@@ -120,30 +121,93 @@ std::vector<size_t> Best(const SearchIndex::Snapshot::Folded& folded, const std:
 
 }  // namespace
 
+SearchIndex::~SearchIndex() {
+  std::thread reader;
+  {
+    std::lock_guard lock(mutex_);
+    reader = std::move(reader_);
+  }
+  if (reader.joinable()) reader.join();
+}
+
 Status SearchIndex::Current(const ConfigFile& config, std::shared_ptr<const Snapshot>& out) {
   unsigned long long generation = 0;
   {
     std::lock_guard lock(mutex_);
-    if (snapshot_ && std::chrono::steady_clock::now() - loaded_at_ < max_age_) {
+    if (snapshot_) {
+      // A stale copy still answers: a search never waits for a reading.
+      if (snapshot_generation_ != generation_ || std::chrono::steady_clock::now() - loaded_at_ >= max_age_)
+        StartReadingLocked(config.path());
       out = snapshot_;
       return Status::Ok();
     }
     generation = generation_;
   }
-  // Read outside the lock: searches meanwhile answer from the old copy or
-  // read their own.
+  // No copy at all: read one outside the lock; searches meanwhile read
+  // their own.
   const auto started = std::chrono::steady_clock::now();
   auto fresh = std::make_shared<Snapshot>();
   if (Status s = LoadSnapshot(config, *fresh); !s.ok()) return s;
   std::lock_guard lock(mutex_);
-  // A change answered while this copy was read may be missing from it:
-  // kept for this answer only.
-  if (generation == generation_) {
+  if (!snapshot_) {
     snapshot_ = fresh;
     loaded_at_ = started;
+    snapshot_generation_ = generation;  // a change meanwhile: read again on the next search
   }
   out = std::move(fresh);
   return Status::Ok();
+}
+
+void SearchIndex::StartReadingLocked(const std::string& config_path) {
+  if (reading_) return;                    // it reads again before it stops if the data changed meanwhile
+  if (reader_.joinable()) reader_.join();  // finished: it set reading_ false as its last step
+  reading_ = true;
+  // The tables changed since the copy was read: pass the age limit too.
+  loaded_at_ = std::chrono::steady_clock::now();
+  reader_ = std::thread(&SearchIndex::ReadUntilCurrent, this, config_path);
+}
+
+void SearchIndex::ReadUntilCurrent(std::string config_path) {
+  const ConfigFile config(std::move(config_path));
+  for (;;) {
+    unsigned long long generation = 0;
+    {
+      std::lock_guard lock(mutex_);
+      generation = generation_;
+    }
+    const auto started = std::chrono::steady_clock::now();
+    auto fresh = std::make_shared<Snapshot>();
+    Status s = LoadSnapshot(config, *fresh);
+    std::shared_ptr<const Snapshot> old;
+    {
+      std::lock_guard lock(mutex_);
+      // A failed reading keeps the old copy; the next stale search tries
+      // again. A copy dropped meanwhile stays dropped: its reader asked for
+      // rows newer than this reading may hold.
+      if (s.ok() && snapshot_) {
+        old = std::exchange(snapshot_, std::move(fresh));
+        loaded_at_ = started;
+        snapshot_generation_ = generation;
+      }
+    }
+    // Freeing a copy of every user takes as long as a slow search: done
+    // here, once the searches still holding it are through, rather than in
+    // the last of them or under the lock.
+    for (int i = 0; i < 1000 && old && old.use_count() > 1; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    old.reset();
+    std::lock_guard lock(mutex_);
+    // Still reading_: a change meanwhile counted on this thread.
+    if (s.ok() && snapshot_ && snapshot_generation_ != generation_) continue;
+    reading_ = false;
+    return;
+  }
+}
+
+void SearchIndex::Changed(const ConfigFile& config) {
+  std::lock_guard lock(mutex_);
+  ++generation_;
+  if (snapshot_) StartReadingLocked(config.path());
 }
 
 void SearchIndex::Invalidate() {

@@ -45,7 +45,7 @@ struct ServerState {
   // HTTPS (serve --tls-cert): the session cookie is never sent over plain HTTP.
   bool secure_cookie = false;
   Metrics metrics;
-  // What the search box finds, held folded; emptied by every change.
+  // What the search box finds, held folded; read again after every change.
   SearchIndex search;
 };
 

@@ -41,6 +41,8 @@ class SessionStore {
   // How many sessions are held (for metrics); none when the store cannot
   // say cheaply.
   virtual std::optional<size_t> Count() { return std::nullopt; }
+  // How long a session lives unused; the pages warn before it ends.
+  virtual std::chrono::seconds IdleTimeout() const = 0;
 };
 
 // A random 128-bit id as 32 lower-case hex digits, from getrandom(2).
@@ -59,6 +61,7 @@ class InMemorySessionStore final : public SessionStore {
   void Remove(const std::string& id) override;
   Status RemoveUserSessions(const std::string& user_id, const std::string& except_id) override;
   std::optional<size_t> Count() override;
+  std::chrono::seconds IdleTimeout() const override { return idle_timeout_; }
 
  private:
   struct Entry {

@@ -95,14 +95,15 @@ export async function launchBrowser() {
 // where no browser is installed). `step` runs one named part and ends the
 // test at its first failure, keeping a screenshot; `run` runs the steps,
 // checks that the page threw nothing, cleans up and exits with the result.
-export async function openBrowserTest(script) {
+// `serveArgs`: more options of `orvane serve`.
+export async function openBrowserTest(script, { serveArgs = [] } = {}) {
   const binary = process.argv[2];
   if (!binary) {
     console.error(`usage: node ${script} ORVANE_BINARY`);
     process.exit(2);
   }
   const install = demoInstallation(binary);
-  const server = await startServer(binary, install.config);
+  const server = await startServer(binary, install.config, serveArgs);
   const browser = await launchBrowser();
   if (!browser) {
     console.log('SKIPPED: /usr/bin/chromium is missing (scripts/test installs it)');

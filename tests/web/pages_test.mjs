@@ -2,15 +2,20 @@
 // `orvane serve` on a fresh demo database: a link for every screen (login
 // returns to it, F5 keeps it, Back and Forward move between screens), the
 // child groups in the order of their reading, a refused value beside its
-// field, English with no Japanese text left, the phone-sized layout.
+// field, a user with mail reaching the demo mail server and a list, the
+// history screen (filters, undo, restore), English with no Japanese text
+// left, the phone-sized layout, the session warning at the server's idle
+// time, the later of two navigations winning.
 //
 //   node tests/web/pages_test.mjs path/to/orvane
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
+import fs from 'node:fs';
 import path from 'node:path';
 import { ROOT, openBrowserTest } from './harness.mjs';
 
-const { binary, install, db, server, browser, page, step, run } = await openBrowserTest('pages_test.mjs');
+const { binary, install, db, server, browser, page, step, run } = await openBrowserTest('pages_test.mjs',
+  { serveArgs: ['--session-timeout', '15'] });  // the pages warn by the server's idle time
 const shots = path.join(ROOT, 'docs/screenshots');
 const asked = [];
 page.on('request', (r) => asked.push(r.url()));
@@ -176,6 +181,41 @@ await run(async () => {
     assert.equal(db("select SEC_KBN||ED_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '099999999');
   });
 
+  await step('a user registered with mail gets an account on the demo mail server and joins the section\'s list', async () => {
+    const mail = (f) => { try { return fs.readFileSync(path.join(install.dir, 'mail', f), 'utf8'); } catch (e) { return ''; } };
+    await page.goto(`${server.url}/#/users`);
+    await page.getByRole('button', { name: '新しいユーザー' }).click();
+    const form = page.locator('#user-form');
+    await form.getByLabel('ユーザーID', { exact: true }).fill('kondo');
+    await form.getByLabel('パスワード').fill('pw-kondo');
+    await form.getByLabel('氏名(漢字)').fill('近藤 三郎');
+    await form.getByLabel('氏名(カナ)').fill('コンドウ サブロウ');
+    await form.getByLabel('メールアドレス / エイリアス').fill('kondo');
+    await form.getByLabel('メールを使う').check();
+    await page.getByRole('button', { name: '登録' }).click();
+    await shows(page.locator('#message'), 'ユーザー「kondo」を登録しました');
+    assert.match(mail('tools.log'), /^adduser\.exe -u kondo -p \*\*\* => OK: account kondo added$/m);
+    assert.match(mail('accounts'), /^kondo\t[0-9a-f]{64}$/m);
+    // Members join a list when their group gets it.
+    await page.goto(`${server.url}/#/members?g=0005`);
+    await shows(page.locator('#m-rows'), 'ito');
+    await page.getByRole('button', { name: 'メンバーを追加…' }).click();
+    const pick = page.locator('#pick-dialog');
+    await pick.getByRole('tab', { name: /^カ/ }).click();
+    await pick.getByLabel('近藤 三郎 を選ぶ').check();
+    await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
+    await shows(page.locator('#message'), '1 人を追加しました');
+    await page.goto(`${server.url}/#/groups?g=0005`);
+    await value('g-name', '西日本営業課');
+    // The lists come after the group's values: chosen once they are in.
+    await page.waitForFunction(() => !document.body.classList.contains('is-busy'));
+    await page.locator('#g-list').selectOption('sales-west');
+    await page.getByRole('button', { name: '変更を保存' }).click();
+    await shows(page.locator('#message'), 'グループを保存しました');
+    const both = 'ito@demo.example.jp\r\nkondo@demo.example.jp\r\n';
+    assert.deepEqual([mail('Lists/sales-west/users.lst'), mail('Lists/sales-west/users.txt')], [both, both]);
+  });
+
   await step('the search box (answers of the agreed shape) links to the screens it finds', async () => {
     await page.route(/\/api\/search\?/, (r) => {
       const q = new URL(r.request().url()).searchParams.get('q');
@@ -194,6 +234,119 @@ await run(async () => {
     await page.locator('#search-results a', { hasText: '総務部' }).click();
     await value('g-name', '総務部');
     assert.equal(await hash(), '#/groups?g=0002');
+  });
+
+  await step('the history screen (answers of the agreed shape): pages, marks, a refused restore, the group\'s section', async () => {
+    const sent = [];
+    const entry = (id, code, extra = {}) => ({
+      id, time: `2026-11-25 14:0${id % 10}:00`, user: 'admin', user_name: '管理者', address: '127.0.0.1', code,
+      operation: 'x', answer: 'OK', summary: '', changes: [], undoable: false, undone_by: null, ...extra,
+    });
+    const rename = entry(123, '202', { undoable: true, changes: [{ table: 'SEC_MST', action: 'update', key: '0001',
+      before: { SEC_NM: '営業' }, after: { SEC_NM: '営業部' } }] });
+    await page.route(/\/api\/history/, (r) => {
+      const url = new URL(r.request().url());
+      sent.push(`${r.request().method()} ${url.pathname}${url.search} ${r.request().postData() ?? ''}`.trim());
+      const json = (body) => r.fulfill({ contentType: 'application/json', body: JSON.stringify(body) });
+      if (url.pathname === '/api/history/deleted') {
+        return json({ deleted: url.searchParams.get('kind') === 'user'
+          ? [{ kind: 'user', key: 'suzuki', name: '鈴木 一郎', time: '2026-11-24 09:00:00', entry: 120, restorable: true }] : [] });
+      }
+      if (url.pathname === '/api/history/restore') {
+        return json({ ok: false, error: 'ERROR:RESTORETAKEN', message: 'ユーザーID suzuki は別のユーザーが使っています。' });
+      }
+      if (url.searchParams.get('before') === '121') return json({ entries: [entry(119, '206')], next: null });
+      return json({ entries: [rename, entry(122, '212', { answer: 'ERROR:ILLEGALTREE' }), entry(121, '207', {
+        undone_by: 125, changes: [{ table: 'T_SECMEMBER', action: 'insert', key: '0004 sato' }] })], next: 121 });
+    });
+    await page.reload();
+    await page.locator('#nav').getByRole('button', { name: '履歴' }).click();
+    const entries = page.locator('#h-entries');
+    await shows(entries, 'グループ 0001: グループ名 を「営業」から「営業部」に');
+    await shows(entries, '拒否: ERROR:ILLEGALTREE');
+    await shows(entries, '所属 0004 sato を追加');
+    await shows(entries, '履歴 125 で元に戻されました');
+    assert.equal(await entries.getByRole('button', { name: '元に戻す' }).count(), 1);
+    await page.getByRole('button', { name: 'さらに古い履歴' }).click();
+    await shows(entries, 'ユーザーを削除');
+    assert.equal(await page.locator('#h-more').isVisible(), false);
+
+    await page.getByRole('button', { name: '鈴木 一郎 (suzuki) を復元' }).click();
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#error-text'), 'ユーザーID suzuki は別のユーザーが使っています。 (RESTORETAKEN)');
+    assert.ok(sent.includes('POST /api/history/restore kind=user&key=suzuki'), sent.join('\n'));
+    await page.locator('#error-close').click();
+
+    // The group's own section: its newest entries and a link to all of them.
+    await page.goto(`${server.url}/#/groups?g=0001`);
+    for (let i = 0; i < 100 && !sent.includes('GET /api/history?group=0001&limit=5'); i++) await page.waitForTimeout(50);
+    assert.ok(sent.includes('GET /api/history?group=0001&limit=5'), sent.join('\n'));
+    await shows(page.locator('#group-history'), 'グループ 0001: グループ名 を「営業」から「営業部」に');
+    await page.locator('#group-history').getByRole('link', { name: 'すべての履歴…' }).click();
+    await page.waitForFunction(() => document.getElementById('h-group').value === '0001');
+    await page.unroute(/\/api\/history/);
+    await page.reload();
+  });
+
+  await step('the history screen on the server\'s own history: the filters find the changes made above', async () => {
+    const entries = page.locator('#h-entries');
+    const codes = () => entries.locator('.entry-head .code').evaluateAll((es) => es.map((e) => e.textContent.slice(0, 3)));
+    // Shown once the address says so and no answer is awaited.
+    const showing = async (address) => {
+      await page.getByRole('button', { name: '表示', exact: true }).click();
+      await page.waitForFunction((a) => location.hash === a && !document.body.classList.contains('is-busy'), address);
+    };
+    await page.locator('#nav').getByRole('button', { name: '履歴' }).click();
+    await page.getByRole('button', { name: '条件を消す' }).click();  // the address above named a group
+    await shows(entries, 'ユーザー kondo (近藤 三郎) を追加');
+    await page.screenshot({ path: path.join(shots, 'history.png') });
+    await page.locator('#h-group').fill('0005');
+    await page.locator('#h-code').fill('202');
+    await showing('#/history?group=0005&code=202');
+    await shows(entries, 'グループ 0005: メーリングリスト を「(空)」から「sales-west」に');
+    assert.deepEqual([...new Set(await codes())], ['202']);
+    await page.getByRole('button', { name: '条件を消す' }).click();
+    await page.locator('#h-about').fill('kondo');
+    await showing('#/history?about=kondo');
+    await shows(entries, 'メンバーを追加');
+    assert.deepEqual(await codes(), ['207', '204']);
+    await page.locator('#h-until').fill('2000-01-01');
+    await showing('#/history?about=kondo&until=2000-01-01');
+    await shows(entries, '該当する履歴はありません。');
+    await page.goto(`${server.url}/#/users?u=kondo`);
+    await shows(page.locator('#user-history'), 'ユーザーを登録');
+    await page.locator('#user-history').getByRole('link', { name: 'すべての履歴…' }).click();
+    await page.waitForFunction(() => document.getElementById('h-about').value === 'kondo');
+  });
+
+  await step('the history screen: a change undone and a deleted user restored from it, mail and list included', async () => {
+    const mail = (f) => fs.readFileSync(path.join(install.dir, 'mail', f), 'utf8');
+    const entries = page.locator('#h-entries');
+    // Undo the list given to 0005 above.
+    await page.goto(`${server.url}/#/history?group=0005&code=202`);
+    await shows(entries, 'メーリングリスト を「(空)」から「sales-west」に');
+    await entries.getByRole('button', { name: '元に戻す' }).first().click();
+    await shows(page.locator('#confirm-text'), '「グループを変更」を元に戻しますか?');
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#message'), '元に戻しました');
+    assert.equal(db("select coalesce(IMAIL_LIST,'') from T_SECTION where SEC_CD='0005'"), '');
+    await shows(entries, 'で元に戻されました');
+    // Delete kondo, then bring him back from the deleted users.
+    await page.goto(`${server.url}/#/users?u=kondo`);
+    await value('f-name', '近藤 三郎');
+    await page.getByRole('button', { name: '削除' }).click();
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#message'), 'ユーザー「kondo」を削除しました');
+    assert.equal(db("select count(*) from T_USER where USER_ID='kondo'"), '0');
+    assert.doesNotMatch(mail('accounts'), /^kondo\t/m);
+    await page.goto(`${server.url}/#/history`);
+    await page.getByRole('button', { name: '近藤 三郎 (kondo) を復元' }).click();
+    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await shows(page.locator('#message'), '近藤 三郎 (kondo) を復元しました');
+    assert.equal(db("select NAME_KJ||'|'||MAIL from T_USER where USER_ID='kondo'"), '近藤 三郎|kondo');
+    assert.equal(db("select SEC_CD from T_SECMEMBER where USER_ID='kondo'"), '0005');
+    assert.match(mail('accounts'), /^kondo\t/m);
+    await shows(page.locator('#h-deleted-users tr', { hasText: 'kondo' }), '復元できません');
   });
 
   await step('a group save sends every field and its stamp; a changed row is refused, the reload keeps the typing', async () => {
@@ -284,14 +437,15 @@ await run(async () => {
       const copy = document.body.cloneNode(true);
       for (const e of copy.querySelectorAll('#tree, #children, #m-rows, #u-list tbody, #pick-list, #f-sections, '
         + '#menu-boxes, #lang, #who, #message, #error-human, #error-details, [role="tab"], option, '
-        + '#members-heading, #user-form-heading, #add-heading, #menu-legend, #move-heading, #member-dialog-heading, #pick-heading')) e.remove();
+        + '#members-heading, #user-form-heading, #add-heading, #menu-legend, #move-heading, #member-dialog-heading, #pick-heading, '
+        + '.entry-head .who, .entry-changes, #h-deleted-users td.name, #h-deleted-groups td.name')) e.remove();
       const texts = [copy.textContent];
       for (const e of copy.querySelectorAll('[aria-label], [title], [placeholder]')) {
         texts.push(e.getAttribute('aria-label') ?? '', e.title ?? '', e.getAttribute('placeholder') ?? '');
       }
       return texts.join(' ').match(/[\u3040-\u30ff\u3400-\u9fff\uff01-\uff60]+/g) ?? [];
     });
-    for (const screen of ['Groups', 'Members', 'Users', 'Menu rights']) {
+    for (const screen of ['Groups', 'Members', 'Users', 'Menu rights', 'History']) {
       await page.locator('#nav').getByRole('button', { name: screen }).click();
       await page.waitForTimeout(300);
       assert.deepEqual(await japanese(), [], screen);
@@ -312,7 +466,7 @@ await run(async () => {
 
   await step('at 390 px the screens stack and nothing scrolls sideways', async () => {
     await page.setViewportSize({ width: 390, height: 844 });
-    for (const screen of ['メンバー', 'メニュー権限', 'ユーザー', 'グループ']) {
+    for (const screen of ['メンバー', 'メニュー権限', '履歴', 'ユーザー', 'グループ']) {
       await page.locator('#nav').getByRole('button', { name: screen }).click();
       await page.waitForTimeout(300);
       const wide = await page.evaluate(() => document.documentElement.scrollWidth);
@@ -329,12 +483,17 @@ await run(async () => {
     await tab.goto(`${server.url}/#/groups?g=0001`);
     await tab.waitForFunction(() => document.getElementById('g-name').value === '営業部');
     assert.equal(await tab.locator('#session-warning').isVisible(), false);
-    await tab.clock.fastForward('18:01');
+    // The server's idle time is 15 minutes here (told by its /api/ answers,
+    // all in once nothing is awaited): the warning comes at 13.
+    await tab.waitForFunction(() => !document.body.classList.contains('is-busy'));
+    await tab.clock.fastForward('12:50');
+    assert.equal(await tab.locator('#session-warning').isVisible(), false);
+    await tab.clock.fastForward('00:11');
     await shows(tab.locator('#session-warning'), 'まもなく(2分以内に)操作がないためセッションが切れます');
     await tab.screenshot({ path: path.join(shots, 'session-warning.png') });
     await tab.getByRole('button', { name: 'ログインを続ける' }).click();
     await tab.locator('#session-warning').waitFor({ state: 'hidden' });
-    await tab.clock.fastForward('17:00');
+    await tab.clock.fastForward('12:00');
     assert.equal(await tab.locator('#session-warning').isVisible(), false);
     await tab.clock.fastForward('03:01');
     await shows(tab.locator('#session-warning'), 'セッションが切れました');
@@ -348,10 +507,13 @@ await run(async () => {
     execFileSync(binary, ['passwords', '--hash', '--config', install.config], { stdio: 'pipe' });
     const hash = db("select PASSWORD from T_USER where USER_ID='yamada'");
     assert.match(hash, /^\$argon2id\$/);
+    // A second user asked for while the first is still loading: the later one wins.
     await page.goto(`${server.url}/#/users?u=ito`);
-    await value('f-name', '伊藤 健');
     await page.goto(`${server.url}/#/users?u=yamada`);
     await value('f-name', '山田 太郎');
+    await page.waitForFunction(() => !document.body.classList.contains('is-busy'));
+    assert.equal(await page.locator('#f-name').inputValue(), '山田 太郎');
+    assert.equal(await page.evaluate(() => location.hash), '#/users?u=yamada');
     assert.equal(await page.locator('#f-password').inputValue(), '');
     assert.equal(await page.locator('#f-password').getAttribute('placeholder'), '空欄のまま保存すると変わりません');
     await page.locator('#f-tel').fill('299');

@@ -114,6 +114,28 @@ export async function stamp(which) {
   }
 }
 
+// One of the pages' JSON endpoints (/api/...): GET `path`, or POST `fields`
+// as a form. Resolves with the parsed answer; rejects with a ServerError
+// of the answer's "error" code (ERROR:HTTP404 where the server lacks it).
+// A lost session asks for a login and sends it again, as request() does.
+export async function json(path, fields = null) {
+  for (let attempt = 0; ; attempt++) {
+    const r = fields ? await send(path, { method: 'POST', body: form(fields) }) : await send(path, { method: 'GET' });
+    if (r.status === 401 && attempt === 0) {
+      await sessionLost();
+      continue;
+    }
+    let body = null;
+    try { body = JSON.parse(r.text); } catch (e) { /* not JSON: said by the status */ }
+    if (r.status !== 200 || body === null) {
+      const err = new ServerError(body?.error ?? `ERROR:HTTP${r.status}`);
+      err.body = body;  // a refusal may say more than its code
+      throw err;
+    }
+    return body;
+  }
+}
+
 // A flat comma list cut into rows of `width` values.
 export function rows(answer, width) {
   if (answer === '') return [];

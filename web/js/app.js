@@ -11,6 +11,9 @@ import { GroupsScreen } from './groups.js';
 import { MembersScreen } from './members.js';
 import { UsersScreen } from './users.js';
 import { MenusScreen } from './menus.js';
+import { HistoryScreen } from './history.js';
+import { historyAvailable } from './history_list.js';
+import { retranslateHistorySections } from './history_section.js';
 
 const screens = {};
 let current = 'login';
@@ -28,14 +31,20 @@ function show(name) {
   current = name;
 }
 
+let navigation = 0;  // raised by every opening: the latest one wins
+
 // Opens a screen; `arg` comes from the screen that sends there or from the
-// address. Afterwards the address says where the screen is.
+// address. Afterwards the address says where the screen is. A screen
+// still loading when another opening starts learns it from `isCurrent`
+// and shows nothing more of the older one.
 export async function openScreen(name, arg, fromAddress = false) {
+  const token = ++navigation;
+  const isCurrent = () => token === navigation;
   clearError();
   show(name);
   const screen = screens[name];
-  await screen?.open(arg);
-  if (current === name && screen?.place) place(name, screen.place(), fromAddress);
+  await screen?.open(arg, isCurrent);
+  if (isCurrent() && current === name && screen?.place) place(name, screen.place(), fromAddress);
 }
 
 // A screen's new place: a history entry, or the current one replaced
@@ -96,6 +105,7 @@ function enter(user) {
   loadFieldRules();
   startSessionTimer();
   enableSearch();
+  historyAvailable().then((yes) => { document.querySelector('#nav [data-screen="history"]').hidden = !yes; });
 }
 
 function who() {
@@ -132,6 +142,7 @@ function switchLanguage() {
   for (const s of Object.values(screens)) s.retranslate?.();
   retranslateError();
   retranslateSessionTimer();
+  retranslateHistorySections();
   $('search-results').replaceChildren();  // asked again in the new language
   $('search-results').hidden = true;
   if (loggedIn) $('who').textContent = who() ? t('who', who()) : '';
@@ -145,6 +156,7 @@ async function start() {
   screens.members = new MembersScreen(ctx);
   screens.users = new UsersScreen(ctx);
   screens.menus = new MenusScreen(ctx);
+  screens.history = new HistoryScreen(ctx);
   watchFields();
   watchSearch();
   api.onAnswer(activity);

@@ -2,6 +2,7 @@
 // says which kind each field of each changing request has; the kinds'
 // rules are applied here as the server applies them. A server without the
 // endpoint leaves the fields unchecked until the answer comes.
+import { json } from './api.js';
 import { t } from './texts.js';
 import { setFieldError } from './ui.js';
 
@@ -29,9 +30,8 @@ export async function knows(code, field) {
 
 async function fetchRules() {
   try {
-    const r = await fetch('/api/field-rules', { credentials: 'same-origin', cache: 'no-store' });
-    if (!r.ok) return;
-    const doc = await r.json();
+    // Through api.js: its answer also tells the session's idle time.
+    const doc = await json('/api/field-rules');
     kinds = new Map();
     for (const req of doc.requests ?? []) {
       for (const f of req.fields ?? []) kinds.set(`${req.code} ${f.field}`, f);

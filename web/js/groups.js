@@ -8,6 +8,7 @@ import { t } from './texts.js';
 import { $, el, showMessage, showError, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
 import { formPasses, knows } from './fieldcheck.js';
 import { askMove, placeOf } from './group_move.js';
+import { fillHistorySection } from './history_section.js';
 
 // Japanese names in the order of their reading (kana of both kinds
 // together), as a person expects them.
@@ -109,6 +110,7 @@ export class GroupsScreen {
       this.placed('groups', this.place());
       this.fillProperty();
       this.fillChildren();
+      fillHistorySection($('group-history'), { group: code }, () => this.refresh(code));
       const [lists, bushoSet] = await Promise.all([
         api.request('107', { M_List: this.property.list }).catch(() => ''), knows('202', 'BUSHO_CD')]);
       if (token !== this.token) return 'OK';

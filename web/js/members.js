@@ -67,11 +67,11 @@ export class MembersScreen {
 
   // `group`: {code, name} from the groups screen, or {route: {g}} from the
   // address (the name is asked for).
-  async open(group) {
+  async open(group, isCurrent = () => true) {
     if (group?.route?.g && group.route.g !== this.group?.code) {
       const code = group.route.g;
       const property = await this.attempt(() => api.request('105', { Group_cd: code }));
-      if (property === undefined) return;
+      if (property === undefined || !isCurrent()) return;
       group = { code, name: property.split(',')[1] || code };
     }
     if (group && group.code) this.group = group;

@@ -31,8 +31,10 @@ export class MenusScreen {
   async load(user) {
     if (!user) return;
     clearError();
+    const token = this.loading = (this.loading ?? 0) + 1;
     await guarded(async () => {
       const answer = await api.request('110', { User_cd: user });
+      if (token !== this.loading) return;  // another user was asked for meanwhile: that one is shown
       // USER_ID,/codes/,/names/,/granted/: a name may hold a comma, so the
       // names are what lies between the second and the last field.
       const first = answer.indexOf(',');

@@ -5,6 +5,7 @@ import * as api from './api.js';
 import { t } from './texts.js';
 import { $, el, showMessage, showError, showProblem, confirmDialog, guarded, clearError, clearFieldErrors } from './ui.js';
 import { formPasses } from './fieldcheck.js';
+import { fillHistorySection } from './history_section.js';
 
 const PAGE = 50;
 const LAST_POSITION = 32767;  // the list's start position is a 16-bit number
@@ -220,8 +221,9 @@ export class UsersScreen {
     $('f-menus').addEventListener('click', () => this.openScreen('menus', { user: this.user.id }));
   }
 
-  // `arg.route`: {row, page, u} from the address.
-  async open(arg) {
+  // `arg.route`: {row, page, u} from the address. `isCurrent()` turns
+  // false once another screen or user was asked for.
+  async open(arg, isCurrent = () => true) {
     const r = arg?.route;
     if (!this.opened) {
       this.opened = true;
@@ -229,6 +231,7 @@ export class UsersScreen {
     }
     if (r) this.list.setPlace(r.row, r.page);
     await this.list.open();
+    if (!isCurrent()) return;
     if (r && r.u && r.u !== this.user?.id) await this.edit(r.u);
     else if (r && !r.u && this.user) this.blank(false);
   }
@@ -262,6 +265,7 @@ export class UsersScreen {
     $('f-delete').hidden = true;
     $('f-menus').hidden = true;
     $('f-sections').replaceChildren();
+    $('user-history').hidden = true;
     this.heading();
   }
 
@@ -298,6 +302,7 @@ export class UsersScreen {
       $('f-delete').hidden = false;
       $('f-menus').hidden = false;
       this.heading();
+      fillHistorySection($('user-history'), { about: u.id }, () => this.edit(u.id));
       const rows = api.rows(groups, 8);
       $('f-sections').replaceChildren(...(rows.length ? rows.map((r) => el('li', {},
         `${r[5]} (${r[4]})`, r[1] === '1' ? el('span', { class: 'tag' }, t('members.primary')) : '',
