@@ -87,12 +87,10 @@ Outcome RestoreGroup(RequestContext& ctx, const std::string& sec_cd) {
   bool found = false;
   if (!frame.Step("ERROR:DBSELECT", data::SelectFirstValue(conn, taken, "SEC_NM", holder, &found))) return outcome();
   if (found) return refuse("ERROR:RESTORETAKEN\r\nthe group code " + sec_cd + " has been taken since by " + holder);
-  std::string parent_tree, parent_tree_nm;
-  bool parent_exists = false;
-  if (!frame.Step("ERROR:DBSELECT",
-                  org::funGetUpperTree1(ctx, conn, parent, parent_tree, parent_tree_nm, nullptr, &parent_exists)))
-    return outcome();
-  if (!parent_exists) return refuse("ERROR:RESTOREPARENTGONE\r\nthe parent group " + parent + " is gone");
+  org::UpperTree upper;
+  if (!frame.Step("ERROR:DBSELECT", org::funGetUpperTree1(ctx, conn, parent, upper))) return outcome();
+  const std::string &parent_tree = upper.SEC_TREE, &parent_tree_nm = upper.TREE_NM;
+  if (!upper.exists) return refuse("ERROR:RESTOREPARENTGONE\r\nthe parent group " + parent + " is gone");
   if (!text::Trim(busho).empty()) {
     data::Sql sql;
     sql << "select SEC_CD from " << Table("T_SECTION") << " where BUSHO_CD = " << Quoted(busho);

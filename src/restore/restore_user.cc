@@ -147,23 +147,22 @@ Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
   // the commit: a refusal there leaves the user deleted.
   if (mail_server) {
     const std::string folder = mail_keys[0].ends_with('\\') ? mail_keys[0] : mail_keys[0] + "\\";
-    accounts::UserData u(accounts::kUserFieldCount);
-    u[accounts::kUserId] = user_id;
-    u[accounts::kNameKj] = Value(user->before, "NAME_KJ");
-    u[accounts::kNameKn] = Value(user->before, "NAME_KN");
-    u[accounts::kMail] = mail;
-    u[accounts::kImailFlg] = mail_flag;
-    u[accounts::kMailUseFlg] = Value(user->before, "MAIL_USE_FLG");
-    u[accounts::kExtTel] = Value(user->before, "EXT_TEL");
-    u[accounts::kPostNm] = Value(user->before, "POST_NM");
-    u[accounts::kDspNm] = Value(user->before, "DSP_NM");
-    u[accounts::kUpdateFlag] = "3";
-    u[accounts::kMailNm] = Value(user->before, "MAIL_NM");
-    const std::string mode = accounts::AccountMode("3", "", u[accounts::kMailUseFlg]);
+    accounts::UserForm u;
+    u.user_cd = user_id;
+    u.user_kj = Value(user->before, "NAME_KJ");
+    u.user_kn = Value(user->before, "NAME_KN");
+    u.mail_ad = mail;
+    u.mail_fl = mail_flag;
+    u.mail_ufl = Value(user->before, "MAIL_USE_FLG");
+    u.ext_tel = Value(user->before, "EXT_TEL");
+    u.post_nm = Value(user->before, "POST_NM");
+    u.disp_nm = Value(user->before, "DSP_NM");
+    u.mail_nm = Value(user->before, "MAIL_NM");
+    const std::string mode = accounts::AccountMode("3", "", u.mail_ufl);
     std::string output;
     if (!mode.empty() && !frame.Step("ERROR:ADDMAILUSER", accounts::funAdmMailMember(ctx, mode, folder, u, output)))
       return outcome();
-    Status alias = accounts::funAdmMailAlias1(ctx, conn, "3", folder, user_id, mail, mail_flag, "", "");
+    Status alias = accounts::funAdmMailAlias1(ctx, conn, "3", folder, u, accounts::MailBefore{});
     if (frame.Failed(alias)) {
       frame.Fail("ERROR:ADDMAILALIAS", alias);
       return outcome();
