@@ -245,6 +245,8 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
       const std::string call = " EXECUTE FUNCTION orvane_history_row(" + text::Join(keys, ", ") + ")";
       // Without an open entry the function is not called at all.
       const std::string open = "current_setting('orvane.history_entry', true) <> ''";
+      // The one trigger a table had before inserts and deletes were told from updates.
+      out.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + t->name + " ON " + t->name);
       out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_ID_" + t->name + " AFTER INSERT OR DELETE ON " + t->name +
                     " FOR EACH ROW WHEN (" + open + ")" + call);
       out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_U_" + t->name + " AFTER UPDATE" + UpdateOf(*t) + " ON " +
@@ -262,7 +264,7 @@ Status DropHistoryTriggers(Connection& conn) {
   for (const TableDef* t : RecordedTables()) {
     std::vector<std::string> statements;
     if (pg)
-      for (const char* kind : {"ID_", "U_"})
+      for (const char* kind : {"", "ID_", "U_"})
         statements.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + std::string(kind) + t->name + " ON " + t->name);
     if (!pg)
       for (const char* kind : {"HI", "HU", "HD"})
