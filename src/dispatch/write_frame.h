@@ -143,7 +143,6 @@ class WriteFrame {
   Stamp stamp_;
   data::Connection conn_;
   bool in_transaction_ = false;
-  long history_entry_ = 0;  // the open entry, 0 before Begin
 };
 
 }  // namespace orvane
