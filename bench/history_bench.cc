@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -168,17 +169,16 @@ void Run(const Backend& b, const ConfigFile& config, int ops, int repeat, long e
       request("ReqNo=212&Group_cd1=" + Code(4 + i % 100) + "&Group_cd2=" + Code(3 - (i / 100 + move_flip) % 2));
     ++move_flip;
   };
-  const std::function<void()> rename_run = rename, add_run = add, move_run = move;
   std::vector<double> with, without;
-  for (const std::function<void()>* run : {&rename_run, &add_run, &move_run}) {
+  for (const std::function<void()>& run : std::vector<std::function<void()>>{rename, add, move}) {
     std::vector<double> w, wo;
-    for (int r = 0; r < repeat; ++r) {
-      for (bool kept : {false, true}) {
+    for (int r = 0; r <= repeat; ++r) {  // the first round warms up and is not counted
+      for (bool kept : {r % 2 == 0, r % 2 != 0}) {
         History(conn, kept);
         auto start = std::chrono::steady_clock::now();
-        (*run)();
+        run();
         double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-        (kept ? w : wo).push_back(ops * 1000.0 / ms);
+        if (r > 0) (kept ? w : wo).push_back(ops * 1000.0 / ms);
         Exec(conn, data::Sql() << "delete from " << Table("T_SECMEMBER"), "memberships");
       }
     }
@@ -192,13 +192,29 @@ void Run(const Backend& b, const ConfigFile& config, int ops, int repeat, long e
     std::printf("%-10s %-15s without %7.0f/s   with %7.0f/s   with/without %.2f\n", b.name, names[i], without[i],
                 with[i], with[i] / without[i]);
 
-  // The big move, there and back, each with its 5,001 images.
-  History(conn, true);
+  // The big move, there and back, with the history and without it.
   int big = 0;
-  std::vector<double> moves = MediansMs(
-      repeat,
-      {[&] { request(std::string("ReqNo=212&Group_cd1=00001&Group_cd2=") + (big++ % 2 ? "00000" : "00003")); }});
-  std::printf("%-10s 212 moving 5,001 sections with history: %.0f ms\n", b.name, moves[0]);
+  auto big_move = [&](bool kept) {
+    return [&, kept] {
+      History(conn, kept);
+      auto start = std::chrono::steady_clock::now();
+      request(std::string("ReqNo=212&Group_cd1=00001&Group_cd2=") + (big++ % 2 ? "00000" : "00003"));
+      return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    };
+  };
+  std::vector<double> with_ms, without_ms;
+  for (int r = 0; r <= repeat; ++r) {
+    double wo = big_move(false)(), w = big_move(true)();
+    if (r > 0) {
+      without_ms.push_back(wo);
+      with_ms.push_back(w);
+    }
+  }
+  std::sort(with_ms.begin(), with_ms.end());
+  std::sort(without_ms.begin(), without_ms.end());
+  std::printf("%-10s 212 moving 5,001 sections: without %.0f ms, with history %.0f ms\n", b.name,
+              without_ms[without_ms.size() / 2], with_ms[with_ms.size() / 2]);
+  History(conn, true);
 
   // A million entries, one image each, written by the database itself.
   Exec(conn, data::Sql() << "delete from " << Table("ORVANE_HISTORY_ROW"), "empty");
@@ -251,7 +267,7 @@ void Run(const Backend& b, const ConfigFile& config, int ops, int repeat, long e
       std::vector<history::Entry> found;
       long next = 0;
       Check(history::ReadHistory(c, filter, found, next), "read");
-      if (found.size() != 50 || next == 0) {
+      if (found.empty()) {
         std::cerr << "history_bench: a page of " << found.size() << "\n";
         std::exit(1);
       }

@@ -66,6 +66,37 @@ std::string Changed(const TableDef& t, const std::string& side) {
   return "(SELECT json_group_object(c, v) FROM (" + text::Join(arms, " UNION ALL ") + ") WHERE d)";
 }
 
+// Columns an update writes only because others changed: a section's paths,
+// which follow from its parent and name, and the stamp (on the live
+// sections the change flag too; on the work copy it marks a delete). An
+// update that changed nothing else keeps no image, so a move or a rename
+// keeps the rows it moved or renamed, not every descendant's path it
+// rewrote.
+bool IsDerived(const TableDef& t, const std::string& column) {
+  if (column == "UPD_YMD" || column == "UPD_HMS" || column == "UPD_USR") return true;
+  if (!t.name.starts_with("T_SECTION")) return false;
+  return column == "SEC_TREE" || column == "TREE_NM" || (t.name == "T_SECTION" && column == "UPD_KBN");
+}
+
+// The sections' update triggers name the columns that count ("UPDATE OF"),
+// so a statement that sets only derived ones (each descendant's path in a
+// move) is prepared without them: SQLite compiles a table's triggers into
+// every statement that may fire them, which would cost more than the write.
+std::string UpdateOf(const TableDef& t) {
+  if (!t.name.starts_with("T_SECTION")) return "";
+  std::vector<std::string> counted;
+  for (const std::string& c : t.columns)
+    if (!IsDerived(t, c)) counted.push_back(c);
+  return " OF " + text::Join(counted, ", ");
+}
+
+std::vector<std::string> ChangeTests(const TableDef& t, const char* differs) {
+  std::vector<std::string> out;
+  for (const std::string& c : t.columns)
+    if (!IsDerived(t, c)) out.push_back(text::ReplaceAll(differs, "$", c));
+  return out;
+}
+
 constexpr char kSqliteOpen[] = "EXISTS (SELECT 1 FROM ORVANE_HISTORY WHERE IS_OPEN = 1)";
 constexpr char kSqliteEntry[] = "(SELECT MAX(ID) FROM ORVANE_HISTORY WHERE IS_OPEN = 1)";
 constexpr char kRowColumns[] =
@@ -91,15 +122,15 @@ void SqliteTriggers(const TableDef& t, std::vector<std::string>& out) {
     if (std::string_view(k.event) == "INSERT") after = Image(t, "NEW");
     if (std::string_view(k.event) == "DELETE") before = Image(t, "OLD");
     if (std::string_view(k.event) == "UPDATE") {
-      std::vector<std::string> differs;
-      for (const std::string& c : t.columns) differs.push_back("OLD." + c + " IS NOT NEW." + c);
-      when += " AND (" + text::Join(differs, " OR ") + ")";
+      when += " AND (" + text::Join(ChangeTests(t, "OLD.$ IS NOT NEW.$"), " OR ") + ")";
       before = Changed(t, "OLD");
       after = Changed(t, "NEW");
       label = Label(t, "NEW");
     }
     out.push_back("DROP TRIGGER IF EXISTS " + name);
-    out.push_back("CREATE TRIGGER " + name + " AFTER " + k.event + " ON " + t.name + " WHEN " + when +
+    std::string event = k.event;
+    if (event == "UPDATE") event += UpdateOf(t);
+    out.push_back("CREATE TRIGGER " + name + " AFTER " + event + " ON " + t.name + " WHEN " + when +
                   " BEGIN INSERT INTO ORVANE_HISTORY_ROW (" + kRowColumns + ") VALUES (" + kSqliteEntry + ", '" +
                   t.name + "', '" + k.action + "', " + Key(t, side) + ", " + label + ", " +
                   Optional(t, "SEC_CD", side) + ", " + Optional(t, "USER_ID", side) + ", " + before + ", " + after +
@@ -211,8 +242,16 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
     for (const TableDef* t : RecordedTables()) {
       std::vector<std::string> keys;
       for (const std::string& c : KeyColumns(*t)) keys.push_back("'" + c + "'");
-      out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_" + t->name + " AFTER INSERT OR UPDATE OR DELETE ON " +
-                    t->name + " FOR EACH ROW EXECUTE FUNCTION orvane_history_row(" + text::Join(keys, ", ") + ")");
+      const std::string call = " EXECUTE FUNCTION orvane_history_row(" + text::Join(keys, ", ") + ")";
+      // Without an open entry the function is not called at all.
+      const std::string open = "current_setting('orvane.history_entry', true) <> ''";
+      // The one trigger a table had before inserts and deletes were told from updates.
+      out.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + t->name + " ON " + t->name);
+      out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_ID_" + t->name + " AFTER INSERT OR DELETE ON " + t->name +
+                    " FOR EACH ROW WHEN (" + open + ")" + call);
+      out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_U_" + t->name + " AFTER UPDATE" + UpdateOf(*t) + " ON " +
+                    t->name + " FOR EACH ROW WHEN (" + open + " AND (" +
+                    text::Join(ChangeTests(*t, "OLD.$ IS DISTINCT FROM NEW.$"), " OR ") + "))" + call);
     }
   }
   return out;
@@ -224,7 +263,9 @@ Status DropHistoryTriggers(Connection& conn) {
   const bool pg = phys.dialect().kind() == Dialect::Kind::kPostgres;
   for (const TableDef* t : RecordedTables()) {
     std::vector<std::string> statements;
-    if (pg) statements.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + t->name + " ON " + t->name);
+    if (pg)
+      for (const char* kind : {"", "ID_", "U_"})
+        statements.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + std::string(kind) + t->name + " ON " + t->name);
     if (!pg)
       for (const char* kind : {"HI", "HU", "HD"})
         statements.push_back("DROP TRIGGER IF EXISTS ORVANE_" + std::string(kind) + "_" + t->name);

@@ -39,7 +39,8 @@ Status Bookkeeping(Connection& conn, std::string_view routine, const Sql& sql, s
   return Status::Ok();
 }
 
-Status Insert(Connection& conn, std::string_view routine, const HistoryEntry& entry, bool open, long& id) {
+// `id` null: not asked for (SQLite then skips last_insert_rowid()).
+Status Insert(Connection& conn, std::string_view routine, const HistoryEntry& entry, bool open, long* id) {
   const Dialect::Kind kind = conn.dialect().kind();
   Sql sql;
   sql << "insert into " << Table(kHistoryTable)
@@ -63,13 +64,14 @@ Status Insert(Connection& conn, std::string_view routine, const HistoryEntry& en
   std::string value;
   if (kind == Dialect::Kind::kSqlite) {
     if (Status s = Bookkeeping(conn, routine, sql); !s.ok()) return s;
+    if (!id) return Status::Ok();
     Sql last;
     last << "select last_insert_rowid()";
     if (Status s = Bookkeeping(conn, routine, last, &value); !s.ok()) return s;
   } else if (Status s = Bookkeeping(conn, routine, sql, &value); !s.ok()) {
     return s;
   }
-  id = std::stol(value);
+  if (id) *id = std::stol(value);
   return Status::Ok();
 }
 
@@ -82,14 +84,24 @@ bool HistoryKept() { return history_kept; }
 
 Status OpenHistoryEntry(Connection& conn, const HistoryEntry& entry, long& id) {
   if (!history_kept) return Status::Ok();
-  return Insert(conn, "OpenHistoryEntry", entry, true, id);
+  return Insert(conn, "OpenHistoryEntry", entry, true, &id);
+}
+
+Status OpenHistoryEntry(Connection& conn, const HistoryEntry& entry) {
+  if (!history_kept) return Status::Ok();
+  return Insert(conn, "OpenHistoryEntry", entry, true, nullptr);
 }
 
 Status CloseHistoryEntry(Connection& conn, long id) {
   if (!history_kept || conn.dialect().kind() != Dialect::Kind::kSqlite) return Status::Ok();
   Sql sql;
   std::string key = std::to_string(id);
-  sql << "update " << Table(kHistoryTable) << " set IS_OPEN = 0 where ID = cast(" << Quoted(key) << " as integer)";
+  sql << "update " << Table(kHistoryTable) << " set IS_OPEN = 0 where ";
+  if (id > 0) {
+    sql << "ID = cast(" << Quoted(key) << " as integer)";
+  } else {
+    sql << "IS_OPEN = 1";  // writers are serialised: the transaction's own
+  }
   return Bookkeeping(conn, "CloseHistoryEntry", sql);
 }
 
@@ -103,8 +115,7 @@ Status RecordHistoryEntry(Connection& conn, const HistoryEntry& entry, long* id)
     if (!impl.phys().Rollback(d)) return DbFailure(kRoutine, d);
   }
   impl.unit_failed = false;  // what failed is rolled back: the entry is a unit of its own
-  long ignored = 0;
-  return Insert(conn, kRoutine, entry, false, id ? *id : ignored);
+  return Insert(conn, kRoutine, entry, false, id);
 }
 
 }  // namespace orvane::data

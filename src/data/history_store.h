@@ -27,7 +27,11 @@ struct HistoryEntry {
 // adds `entry` and makes it the one every row image written by this
 // transaction belongs to, until CloseHistoryEntry or the transaction's end.
 Status OpenHistoryEntry(Connection& conn, const HistoryEntry& entry, long& id);
-// Right before the commit: the entry takes no more row images.
+// The same when the caller needs no id (the write frame): on SQLite one
+// statement fewer. Close it with id 0.
+Status OpenHistoryEntry(Connection& conn, const HistoryEntry& entry);
+// Right before the commit: the entry takes no more row images (0: the
+// transaction's open entry, whatever its id).
 Status CloseHistoryEntry(Connection& conn, long id);
 // Whether the write frame keeps entries at all (default: yes). Off only
 // for the benchmark's "without history" figures, on a database whose

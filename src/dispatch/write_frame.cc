@@ -67,7 +67,10 @@ bool WriteFrame::Begin(std::initializer_list<std::string_view> lock_tables) {
     if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();  // the lock's failure is the one to answer
   }
   if (begin.ok()) {
-    begin = data::OpenHistoryEntry(conn_, Entry("OK"), history_entry_);
+    // A caller that names itself (a restore, an undo) answers with its
+    // entry's id; a request saves the statement that reads it.
+    begin = ctx_.history.code.empty() ? data::OpenHistoryEntry(conn_, Entry("OK"))
+                                      : data::OpenHistoryEntry(conn_, Entry("OK"), history_entry_);
     // The entry's failure is the one to answer; the pool rolls back again if this fails.
     if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();
   }
@@ -123,7 +126,7 @@ void WriteFrame::FailWithoutRollback(std::string_view code, const Status& status
 }
 
 bool WriteFrame::Commit() {
-  if (Status closed = data::CloseHistoryEntry(conn_, history_entry_); Failed(closed)) {
+  if (Status closed = data::CloseHistoryEntry(conn_, 0); Failed(closed)) {
     FailWithoutRollback(OwnCode("ERROR:DBCOMMIT", closed), Status::Ok());
     return false;
   }

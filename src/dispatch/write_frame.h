@@ -146,7 +146,7 @@ class WriteFrame {
   Stamp stamp_;
   data::Connection conn_;
   bool in_transaction_ = false;
-  long history_entry_ = 0;  // the open entry, 0 before Begin
+  long history_entry_ = 0;  // the open entry when a caller named itself, else 0
   long refusal_entry_ = 0;  // a refusal's own entry, 0 for none
 };
 

@@ -76,6 +76,8 @@ const Change kChanges[] = {
      "T_SECMEMBER update 0004/yamada\nT_SECMEMBER update 0004/sato\n"},
     {"ReqNo=212&Group_cd1=0004&Group_cd2=0002", "T_SECTION update 0004\n"},
     {"ReqNo=213&User_cd=yamada&User_Menu=%2F01%2F", "MENU_USER update yamada\n"},
+    // 0004 is under 0002 now: its rewritten path is derived and keeps no image.
+    {"ReqNo=202&Group_cd=0002&Group_nm=総務&Disp_NM=&M_LIST=", "T_SECTION update 0002\n"},
 };
 
 TEST_P(HistoryRecording, EachChangeKeepsItsEntryAndRowsInItsTransaction) {
