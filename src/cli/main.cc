@@ -17,6 +17,8 @@ int main(int argc, char** argv) {
   orvane::cli::AddAudit(app, exit_code);
   orvane::cli::AddPasswords(app, exit_code);
   orvane::cli::AddCheckData(app, exit_code);
+  orvane::cli::AddExport(app, exit_code);
+  orvane::cli::AddImport(app, exit_code);
   CLI11_PARSE(app, argc, argv);
   return exit_code;
 }
