@@ -327,9 +327,10 @@ void PrepareImportContext(RequestContext& ctx) {
 void ApplyImport(RequestContext& ctx, const std::vector<ImportFile>& files, const ImportOptions& options,
                  ImportPlan& plan, ImportReport& report, const Progress& progress) {
   report = ImportReport{};
+  auto refuse = [&report](std::string why) { report.refusal = std::move(why) + "; nothing was applied"; };
   std::unique_lock<std::mutex> running(import_running, std::try_to_lock);
   if (!running.owns_lock()) {
-    report.refusal = "another import is running; try again when it has finished";
+    refuse("another import is running; try again when it has finished");
     return;
   }
   constexpr std::string_view kNoConfig = "ERROR:READINFOFILE_SV_FOLDER";
@@ -337,38 +338,39 @@ void ApplyImport(RequestContext& ctx, const std::vector<ImportFile>& files, cons
   std::vector<std::string> keys;
   MailSide mail;
   if (!frame.Start({{"JNJI_MODE", kNoConfig}, {"LOCAL_DB_DSN", kNoConfig}}, keys) || !ReadMailSide(ctx, mail)) {
-    report.refusal = ctx.response();
+    refuse(ctx.response());
     return;
   }
   // Everything the plan reads decides what is written: it is read again
   // inside the transaction, with the user and section tables held (in the
   // order the membership add holds them).
   if (!frame.Open() || !frame.Begin({ctx.USR_MST, ctx.SEC_MST})) {
-    report.refusal = ctx.response();
+    refuse(ctx.response());
     return;
   }
   Organisation current;
   if (Status s = ReadOrganisation(frame.conn(), current); frame.Failed(s)) {
     frame.Fail("ERROR:IMPORT", s);
-    report.refusal = ctx.response();
+    refuse(ctx.response());
     return;
   }
   PlanImport(current, files, options, plan);
   if (!plan.CanApply()) {
     frame.Fail("ERROR:IMPORT");
-    report.refusal = std::to_string(plan.Count(Action::kError)) + " lines err; nothing was applied";
+    const int errors = plan.Count(Action::kError);
+    refuse(std::to_string(errors) + (errors == 1 ? " line errs" : " lines err"));
     return;
   }
   data::PasswordMode passwords = data::PasswordMode::kPlain;
   if (Status s = data::ReadPasswordMode(frame.conn(), passwords); frame.Failed(s)) {
     frame.Fail("ERROR:IMPORT", s);
-    report.refusal = ctx.response();
+    refuse(ctx.response());
     return;
   }
   Applier applier(ctx, frame, plan, report, progress);
   if (!applier.Run(keys[0], passwords)) {
     report.lines.clear();
-    report.refusal = applier.failure + "; nothing was applied";
+    refuse(applier.failure);
     return;
   }
   // The tree's version moves with the commit, so every instance draws it again.
@@ -377,7 +379,7 @@ void ApplyImport(RequestContext& ctx, const std::vector<ImportFile>& files, cons
     tree_changed = tree_changed || (l.kind == FileKind::kSections && l.action != Action::kUnchanged);
   if (!(tree_changed ? org::CommitTreeChange(ctx, frame) : frame.Commit())) {
     report.lines.clear();
-    report.refusal = "the commit failed: " + ctx.response() + "; nothing was applied";
+    refuse("the commit failed: " + ctx.response());
     return;
   }
   report.applied = true;

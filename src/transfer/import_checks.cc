@@ -164,18 +164,24 @@ void CheckReferences(WorkState& state, std::vector<PlanLine>& lines) {
     if (!children.empty())
       Fail(line, "a section with children is not removed (children: " + text::Join(children, " ") + ")");
   }
-  // New rows without an order go after their siblings, in line order.
+  // New rows without an order, and sections moved without one, go after
+  // their new siblings, in line order.
   for (PlanLine& line : lines) {
-    if (line.action != Action::kAdd) continue;
     if (line.kind != FileKind::kSections && line.kind != FileKind::kMemberships) continue;
     const bool section = line.kind == FileKind::kSections;
-    const int order = Col(line.kind, "order");
-    if (!line.after[order].empty()) continue;
-    const int group = Col(line.kind, section ? "parent" : "section");
+    const int order = Col(line.kind, "order"), group = Col(line.kind, section ? "parent" : "section");
+    const bool placed = line.action == Action::kAdd ? line.after[order].empty()
+                        : line.action == Action::kChange && section
+                            ? line.after[group] != line.before[group] && line.after[order] == line.before[order]
+                            : false;
+    if (!placed) continue;
     std::vector<std::string> orders;
     for (const auto& [key, row] : state.Of(line.kind))
-      if (row[group] == line.after[group]) orders.push_back(row[order]);
-    line.after[order] = NextOrder(orders);
+      if (row[group] == line.after[group] && key != KeyOf(SpecOf(line.kind), line.after)) orders.push_back(row[order]);
+    const std::string next = NextOrder(orders);
+    if (line.action == Action::kChange && next != line.before[order])
+      line.changes.push_back({"order", line.before[order], next});
+    line.after[order] = next;
     state.Of(line.kind)[KeyOf(SpecOf(line.kind), line.after)] = line.after;
   }
 }
