@@ -4,6 +4,7 @@
 
 #include "base/text.h"
 #include "data/db_impl.h"
+#include "data/history_schema.h"
 
 namespace orvane::data {
 namespace {
@@ -180,6 +181,9 @@ std::vector<std::string> SchemaStatements(const Dialect& dialect) {
       }
     }
   }
+  // The change history (data/history_schema.h): after the tables its
+  // triggers watch.
+  for (std::string& s : HistoryStatements(dialect)) out.push_back(std::move(s));
   const std::string table(kTreeVersionTable);
   if (dialect.kind() == Dialect::Kind::kSqlServer) {
     out.push_back("IF NOT EXISTS (SELECT * FROM " + table + ") INSERT INTO " + table +

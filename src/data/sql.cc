@@ -4,6 +4,7 @@
 
 #include "base/text.h"
 #include "data/dialect.h"
+#include "data/history_schema.h"
 #include "data/schema.h"
 
 namespace orvane::data {
@@ -49,6 +50,7 @@ bool IsKnownTable(std::string_view name) {
   static const std::set<std::string, std::less<>> known = [] {
     std::set<std::string, std::less<>> names;
     for (const TableDef& t : SchemaTables()) names.insert(text::ToUpperAscii(t.name));
+    for (std::string_view history : {kHistoryTable, kHistoryRowTable}) names.insert(std::string(history));
     return names;
   }();
   return known.contains(text::ToUpperAscii(name));

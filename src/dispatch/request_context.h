@@ -49,6 +49,16 @@ class RequestContext {
   // True when the request works on the work tables ("DBFlg" is "1").
   bool WorkTables() const;
 
+  // Where the request came from, as its history entry names it.
+  std::string client_address = "local";
+  // What the write frame's history entry says beyond the request: a
+  // caller running an operation on a request's behalf (an undo, a
+  // restore) names itself and the entry it undoes. Empty: the request code.
+  struct HistoryNote {
+    std::string code;
+    long undoes = 0;
+  } history;
+
   // The answer: everything the operation writes, in order.
   void Write(std::string_view s) { response_.append(s); }
   const std::string& response() const { return response_; }

@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "dispatch/field_rules.h"
+#include "dispatch/history_fields.h"
 #include "dispatch/read_step_code.h"
 #include "dispatch/session_check.h"
 
@@ -65,6 +66,11 @@ bool WriteFrame::Begin(std::initializer_list<std::string_view> lock_tables) {
     begin = data::LockTable(conn_, table);
     if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();  // the lock's failure is the one to answer
   }
+  if (begin.ok()) {
+    begin = data::OpenHistoryEntry(conn_, Entry("OK"), history_entry_);
+    // The entry's failure is the one to answer; the pool rolls back again if this fails.
+    if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();
+  }
   if (!Failed(begin)) {
     in_transaction_ = true;
     return true;
@@ -82,6 +88,7 @@ void WriteFrame::Fail(std::string_view code, const Status& status) {
     Status rollback = data::Com_funRollbackTrans(conn_);
     if (Failed(rollback) && !rules_.rollback_failure.empty()) main = OwnCode(rules_.rollback_failure, rollback);
   }
+  RecordRefusal(main.empty() ? ctx_.response() : main);
   CloseAndAnswer(std::move(main));
 }
 
@@ -111,10 +118,15 @@ void WriteFrame::FailWithoutRollback(std::string_view code, const Status& status
   in_transaction_ = false;
   std::string main(code);
   if (rules_.step_trail) main += status.trail();
+  RecordRefusal(main);
   CloseAndAnswer(std::move(main));
 }
 
 bool WriteFrame::Commit() {
+  if (Status closed = data::CloseHistoryEntry(conn_, history_entry_); Failed(closed)) {
+    FailWithoutRollback(OwnCode("ERROR:DBCOMMIT", closed), Status::Ok());
+    return false;
+  }
   Status commit = data::Com_funCommitTrans(conn_);
   if (!Failed(commit)) {
     in_transaction_ = false;
@@ -127,6 +139,24 @@ bool WriteFrame::Commit() {
 void WriteFrame::Finish(std::string_view answer) {
   Status close = data::Com_funDbClose(conn_);
   ctx_.Write(Failed(close) ? OwnCode("ERROR:DBCLOSE", close) : std::string(answer));
+}
+
+data::HistoryEntry WriteFrame::Entry(std::string answer) const {
+  data::HistoryEntry entry{.time = HistoryTime(stamp_.ymd, stamp_.hms),
+                           .user = stamp_.usr,
+                           .address = ctx_.client_address,
+                           .code = ctx_.history.code.empty() ? ctx_.Field("ReqNo") : ctx_.history.code,
+                           .fields = HistoryFieldsJson(ctx_.fields),
+                           .answer = std::move(answer),
+                           .undoes = ctx_.history.undoes};
+  return entry;
+}
+
+void WriteFrame::RecordRefusal(const std::string& answer) {
+  if (!conn_.IsOpen()) return;
+  // A refusal the history could not keep changes no answer; the access
+  // log has the request all the same.
+  data::RecordHistoryEntry(conn_, Entry(answer)).IgnoreError();
 }
 
 void WriteFrame::CloseAndAnswer(std::string main) {

@@ -23,6 +23,13 @@
 // path the operation took. Every failing status's database cause is noted
 // on the request for the access log.
 //
+// Every change is kept in the change history (data/history_store.h): Begin
+// opens the request's entry inside the transaction, so the triggers file
+// the rows it writes under it, and Commit closes it; a rolled-back change
+// leaves no entry of a change. A request refused once the database was
+// opened gets an entry of its own with its answer, outside the rolled-back
+// transaction.
+//
 // One frame per request; not shared between threads.
 #pragma once
 
@@ -33,6 +40,7 @@
 
 #include "base/status.h"
 #include "data/db.h"
+#include "data/history_store.h"
 #include "dispatch/request_context.h"
 #include "dispatch/required_keys.h"
 
@@ -120,6 +128,10 @@ class WriteFrame {
   bool Failed(const Status& status);
 
  private:
+  // The history entry of this request, answered `answer`.
+  data::HistoryEntry Entry(std::string answer) const;
+  // A refused request's entry, after its transaction was rolled back.
+  void RecordRefusal(const std::string& answer);
   // The frame's own code, with the trail when the rules say so.
   std::string OwnCode(std::string_view code, const Status& status) const;
   void CloseAndAnswer(std::string main);
@@ -131,6 +143,7 @@ class WriteFrame {
   Stamp stamp_;
   data::Connection conn_;
   bool in_transaction_ = false;
+  long history_entry_ = 0;  // the open entry, 0 before Begin
 };
 
 }  // namespace orvane

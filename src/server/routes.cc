@@ -10,6 +10,7 @@
 #include "requests/web_class.h"
 #include "server/access.h"
 #include "server/api_routes.h"
+#include "server/history_routes.h"
 #include "server/charset.h"
 #include "server/metrics.h"
 #include "server/origin_check.h"
@@ -113,6 +114,7 @@ void HandleOrvane(ServerState& state, const HttpRequest& req, HttpResponse& res)
   RequestContext ctx(config, *session, state.app, state.clock);
   ctx.fields = FieldsOf(req);
   ctx.cookies = std::move(cookies);
+  ctx.client_address = req.remote_address;
   ctx.proxy_exchanges = &state.metrics;
   // Decoded first, so that the rule and the audit see the fields as the
   // request reads them.
@@ -270,6 +272,7 @@ void RegisterRoutes(Router& server, ServerState& state) {
 
   RegisterMetricsRoute(server, state);
   RegisterApiRoutes(server, state);
+  RegisterHistoryRoutes(server, state);
 
   server.Get(
       "/healthz",

@@ -1,0 +1,220 @@
+#include "data/history_schema.h"
+
+#include <algorithm>
+
+#include "base/text.h"
+#include "data/schema.h"
+
+namespace orvane::data {
+namespace {
+
+// The columns a row image's key is made of: the primary key, else the
+// first index (the groupware tables without a key), else every column.
+std::vector<std::string> KeyColumns(const TableDef& t) {
+  if (!t.key.empty()) return t.key;
+  if (!t.indexes.empty()) return t.indexes.front();
+  return t.columns;
+}
+
+bool Has(const TableDef& t, std::string_view column) {
+  return std::find(t.columns.begin(), t.columns.end(), column) != t.columns.end();
+}
+
+// The tables the requests write: every table but the server's own and
+// the post master, which no request changes.
+std::vector<const TableDef*> RecordedTables() {
+  std::vector<const TableDef*> out;
+  for (const TableDef& t : SchemaTables())
+    if (!t.name.starts_with("ORVANE_") && t.name != "T_POST_MST") out.push_back(&t);
+  return out;
+}
+
+std::string Masked(const std::string& column, const std::string& side) {
+  std::string value = side + "." + column;
+  if (!IsPasswordColumn(column)) return value;
+  return "CASE WHEN " + value + " IS NULL THEN NULL ELSE '" + std::string(kMaskedValue) + "' END";
+}
+
+std::string Optional(const TableDef& t, std::string_view column, const std::string& side) {
+  return Has(t, column) ? side + "." + std::string(column) : "NULL";
+}
+
+std::string Label(const TableDef& t, const std::string& side) {
+  if (Has(t, "SEC_NM")) return side + ".SEC_NM";
+  if (Has(t, "NAME_KJ")) return side + ".NAME_KJ";
+  return "NULL";
+}
+
+std::string Key(const TableDef& t, const std::string& side) {
+  std::vector<std::string> parts;
+  for (const std::string& c : KeyColumns(t)) parts.push_back("coalesce(" + side + "." + c + ", '')");
+  return text::Join(parts, " || '/' || ");
+}
+
+std::string Image(const TableDef& t, const std::string& side) {
+  std::vector<std::string> parts;
+  for (const std::string& c : t.columns) parts.push_back("'" + c + "', " + Masked(c, side));
+  return "json_object(" + text::Join(parts, ", ") + ")";
+}
+
+// The changed columns of an update, as a JSON object of `side`'s values.
+std::string Changed(const TableDef& t, const std::string& side) {
+  std::vector<std::string> arms;
+  for (const std::string& c : t.columns)
+    arms.push_back("SELECT '" + c + "' AS c, " + Masked(c, side) + " AS v, OLD." + c + " IS NOT NEW." + c + " AS d");
+  return "(SELECT json_group_object(c, v) FROM (" + text::Join(arms, " UNION ALL ") + ") WHERE d)";
+}
+
+constexpr char kSqliteOpen[] = "EXISTS (SELECT 1 FROM ORVANE_HISTORY WHERE IS_OPEN = 1)";
+constexpr char kSqliteEntry[] = "(SELECT MAX(ID) FROM ORVANE_HISTORY WHERE IS_OPEN = 1)";
+constexpr char kRowColumns[] =
+    "ENTRY_ID, ROW_TABLE, ROW_ACTION, ROW_KEY, ROW_LABEL, ROW_SEC_CD, ROW_USER_ID, BEFORE_IMAGE, AFTER_IMAGE";
+
+// SQLite: three triggers a table, their column lists written out (the
+// tables are init-db's own there). The entry is the open one: SQLite's
+// writers are serialised, so there is at most one.
+void SqliteTriggers(const TableDef& t, std::vector<std::string>& out) {
+  struct Kind {
+    const char* suffix;
+    const char* event;
+    const char* action;
+    const char* side;  // the image the key, label and codes come from
+  };
+  for (const Kind& k : {Kind{"HI", "INSERT", "insert", "NEW"}, Kind{"HU", "UPDATE", "update", "OLD"},
+                        Kind{"HD", "DELETE", "delete", "OLD"}}) {
+    std::string name = "ORVANE_" + std::string(k.suffix) + "_" + t.name;
+    std::string side = k.side;
+    std::string when = kSqliteOpen;
+    std::string before = "NULL", after = "NULL";
+    std::string label = Label(t, side);
+    if (std::string_view(k.event) == "INSERT") after = Image(t, "NEW");
+    if (std::string_view(k.event) == "DELETE") before = Image(t, "OLD");
+    if (std::string_view(k.event) == "UPDATE") {
+      std::vector<std::string> differs;
+      for (const std::string& c : t.columns) differs.push_back("OLD." + c + " IS NOT NEW." + c);
+      when += " AND (" + text::Join(differs, " OR ") + ")";
+      before = Changed(t, "OLD");
+      after = Changed(t, "NEW");
+      label = Label(t, "NEW");
+    }
+    out.push_back("DROP TRIGGER IF EXISTS " + name);
+    out.push_back("CREATE TRIGGER " + name + " AFTER " + k.event + " ON " + t.name + " WHEN " + when +
+                  " BEGIN INSERT INTO ORVANE_HISTORY_ROW (" + kRowColumns + ") VALUES (" + kSqliteEntry + ", '" +
+                  t.name + "', '" + k.action + "', " + Key(t, side) + ", " + label + ", " +
+                  Optional(t, "SEC_CD", side) + ", " + Optional(t, "USER_ID", side) + ", " + before + ", " + after +
+                  "); END");
+  }
+}
+
+// PostgreSQL: one function for every table, reading the row whole
+// (to_jsonb), so columns a groupware database has beyond init-db's are
+// kept too. The entry is the transaction's own setting, which ends with it.
+constexpr char kPgMask[] = R"(CREATE OR REPLACE FUNCTION orvane_history_mask(j jsonb) RETURNS jsonb
+LANGUAGE sql IMMUTABLE AS $f$
+  SELECT jsonb_object_agg(key, CASE WHEN (key = 'PASSWORD' OR key LIKE '%\_PASS') AND value <> 'null'::jsonb
+                                    THEN to_jsonb('********'::text) ELSE value END)
+  FROM jsonb_each(j)
+$f$)";
+
+constexpr char kPgRow[] = R"(CREATE OR REPLACE FUNCTION orvane_history_row() RETURNS trigger
+LANGUAGE plpgsql AS $f$
+DECLARE
+  entry text := nullif(current_setting('orvane.history_entry', true), '');
+  o jsonb; n jsonb; img jsonb; b jsonb; a jsonb; k text;
+BEGIN
+  IF entry IS NULL THEN RETURN NULL; END IF;
+  IF TG_OP <> 'INSERT' THEN SELECT jsonb_object_agg(upper(key), value) INTO o FROM jsonb_each(to_jsonb(OLD)); END IF;
+  IF TG_OP <> 'DELETE' THEN SELECT jsonb_object_agg(upper(key), value) INTO n FROM jsonb_each(to_jsonb(NEW)); END IF;
+  IF TG_OP = 'UPDATE' THEN
+    SELECT jsonb_object_agg(key, value) INTO b FROM jsonb_each(o) WHERE n -> key IS DISTINCT FROM value;
+    IF b IS NULL THEN RETURN NULL; END IF;
+    SELECT jsonb_object_agg(key, n -> key) INTO a FROM jsonb_each(b);
+    img := o;
+  ELSIF TG_OP = 'INSERT' THEN a := n; img := n;
+  ELSE b := o; img := o;
+  END IF;
+  SELECT string_agg(coalesce(img ->> c, ''), '/' ORDER BY i) INTO k FROM unnest(TG_ARGV) WITH ORDINALITY AS t(c, i);
+  INSERT INTO orvane_history_row (entry_id, row_table, row_action, row_key, row_label, row_sec_cd, row_user_id,
+                                  before_image, after_image)
+  VALUES (entry::bigint, upper(TG_TABLE_NAME), lower(TG_OP), k,
+          coalesce(coalesce(n, o) ->> 'SEC_NM', coalesce(n, o) ->> 'NAME_KJ'), img ->> 'SEC_CD', img ->> 'USER_ID',
+          orvane_history_mask(b)::text, orvane_history_mask(a)::text);
+  RETURN NULL;
+END
+$f$)";
+
+}  // namespace
+
+bool IsPasswordColumn(std::string_view column) {
+  std::string upper = text::ToUpperAscii(column);
+  return upper == "PASSWORD" || upper.ends_with("_PASS");
+}
+
+std::vector<std::string> HistoryStatements(const Dialect& dialect) {
+  std::vector<std::string> out;
+  switch (dialect.kind()) {
+    case Dialect::Kind::kSqlite:
+      out.push_back(
+          "CREATE TABLE IF NOT EXISTS ORVANE_HISTORY (ID INTEGER PRIMARY KEY AUTOINCREMENT, ENTRY_TIME TEXT, "
+          "USER_ID TEXT, ADDRESS TEXT, CODE TEXT, FIELDS TEXT, ANSWER TEXT, UNDOES INTEGER, IS_OPEN INTEGER)");
+      out.push_back(
+          "CREATE TABLE IF NOT EXISTS ORVANE_HISTORY_ROW (ID INTEGER PRIMARY KEY, ENTRY_ID INTEGER, ROW_TABLE TEXT, "
+          "ROW_ACTION TEXT, ROW_KEY TEXT, ROW_LABEL TEXT, ROW_SEC_CD TEXT, ROW_USER_ID TEXT, BEFORE_IMAGE TEXT, "
+          "AFTER_IMAGE TEXT)");
+      // The open entry, found by the triggers through this index alone.
+      out.push_back("CREATE INDEX IF NOT EXISTS IX_ORVANE_HISTORY_OPEN ON ORVANE_HISTORY (ID) WHERE IS_OPEN = 1");
+      break;
+    case Dialect::Kind::kPostgres:
+      out.push_back(
+          "CREATE TABLE IF NOT EXISTS ORVANE_HISTORY (ID BIGINT GENERATED BY DEFAULT AS IDENTITY PRIMARY KEY, "
+          "ENTRY_TIME TEXT, USER_ID TEXT, ADDRESS TEXT, CODE TEXT, FIELDS TEXT, ANSWER TEXT, UNDOES BIGINT, "
+          "IS_OPEN INTEGER)");
+      out.push_back(
+          "CREATE TABLE IF NOT EXISTS ORVANE_HISTORY_ROW (ID BIGINT GENERATED BY DEFAULT AS IDENTITY PRIMARY KEY, "
+          "ENTRY_ID BIGINT, ROW_TABLE TEXT, ROW_ACTION TEXT, ROW_KEY TEXT, ROW_LABEL TEXT, ROW_SEC_CD TEXT, "
+          "ROW_USER_ID TEXT, BEFORE_IMAGE TEXT, AFTER_IMAGE TEXT)");
+      break;
+    case Dialect::Kind::kSqlServer:
+      out.push_back(
+          "IF OBJECT_ID(N'ORVANE_HISTORY', N'U') IS NULL CREATE TABLE ORVANE_HISTORY (ID BIGINT IDENTITY PRIMARY KEY, "
+          "ENTRY_TIME nvarchar(20), USER_ID nvarchar(100), ADDRESS nvarchar(100), CODE nvarchar(20), "
+          "FIELDS nvarchar(max), ANSWER nvarchar(max), UNDOES BIGINT, IS_OPEN INTEGER)");
+      out.push_back(
+          "IF OBJECT_ID(N'ORVANE_HISTORY_ROW', N'U') IS NULL CREATE TABLE ORVANE_HISTORY_ROW (ID BIGINT IDENTITY "
+          "PRIMARY KEY, ENTRY_ID BIGINT, ROW_TABLE nvarchar(100), ROW_ACTION nvarchar(10), ROW_KEY nvarchar(200), "
+          "ROW_LABEL nvarchar(255), ROW_SEC_CD nvarchar(100), ROW_USER_ID nvarchar(100), BEFORE_IMAGE nvarchar(max), "
+          "AFTER_IMAGE nvarchar(max))");
+      break;
+  }
+  const bool sql_server = dialect.kind() == Dialect::Kind::kSqlServer;
+  for (const char* index : {"ORVANE_HISTORY (ENTRY_TIME)", "ORVANE_HISTORY (USER_ID, ID)",
+                            "ORVANE_HISTORY (CODE, ID)", "ORVANE_HISTORY (UNDOES)", "ORVANE_HISTORY_ROW (ENTRY_ID)",
+                            "ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)",
+                            "ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)"}) {
+    std::string spec = index;
+    std::string table = spec.substr(0, spec.find(' '));
+    std::string columns = spec.substr(spec.find('(') + 1, spec.find(')') - spec.find('(') - 1);
+    std::string name = "IX_" + table + "_" + text::ReplaceAll(columns, ", ", "_");
+    if (sql_server) {
+      out.push_back("IF NOT EXISTS (SELECT * FROM sys.indexes WHERE name = N'" + name + "') CREATE INDEX " + name +
+                    " ON " + spec);
+    } else {
+      out.push_back("CREATE INDEX IF NOT EXISTS " + name + " ON " + spec);
+    }
+  }
+  if (dialect.kind() == Dialect::Kind::kSqlite) {
+    for (const TableDef* t : RecordedTables()) SqliteTriggers(*t, out);
+  } else if (dialect.kind() == Dialect::Kind::kPostgres) {
+    out.push_back(kPgMask);
+    out.push_back(kPgRow);
+    for (const TableDef* t : RecordedTables()) {
+      std::vector<std::string> keys;
+      for (const std::string& c : KeyColumns(*t)) keys.push_back("'" + c + "'");
+      out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_" + t->name + " AFTER INSERT OR UPDATE OR DELETE ON " +
+                    t->name + " FOR EACH ROW EXECUTE FUNCTION orvane_history_row(" + text::Join(keys, ", ") + ")");
+    }
+  }
+  return out;
+}
+
+}  // namespace orvane::data
