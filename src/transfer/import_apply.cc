@@ -334,6 +334,12 @@ void ApplyImport(RequestContext& ctx, const std::vector<ImportFile>& files, cons
     return;
   }
   constexpr std::string_view kNoConfig = "ERROR:READINFOFILE_SV_FOLDER";
+  // The whole import is one history entry: every row it writes is one line
+  // of it, so it reads (and is undone) as one change.
+  ctx.history.code = "import";
+  std::string names;
+  for (const ImportFile& f : files) names += (names.empty() ? "" : " ") + f.name;
+  ctx.fields.Add("files", names);
   WriteFrame frame(ctx, kImportRules);
   std::vector<std::string> keys;
   MailSide mail;

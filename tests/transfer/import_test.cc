@@ -143,6 +143,20 @@ TEST_P(TransferImport, ChangesApplyAndAFailureInTheMiddleChangesNothing) {
   member << "select SEC_KBN ,USER_SEQ ,ST_YMD ,ED_YMD from " << data::Table("T_SECMEMBER")
          << " where USER_ID = 'kimura'";
   EXPECT_EQ(Rows(member), (testing::Cells{{"1", "001", "20240401", "99999999"}}));
+
+  // One history entry, with a line for every row the import wrote.
+  data::Sql history;
+  history << "select H.CODE ,H.ANSWER ,R.ROW_TABLE ,R.ROW_ACTION ,R.ROW_KEY from " << data::Table("ORVANE_HISTORY")
+          << " H join " << data::Table("ORVANE_HISTORY_ROW") << " R on R.ENTRY_ID = H.ID where H.ANSWER = 'OK'"
+          << " and R.ROW_TABLE in ('T_SECTION', 'T_USER', 'T_SECMEMBER') order by R.ID";
+  EXPECT_EQ(Rows(history), (testing::Cells{{"import", "OK", "T_SECTION", "insert", "0100"},
+                                           {"import", "OK", "T_SECTION", "update", "0002"},
+                                           {"import", "OK", "T_SECTION", "update", "0002"},
+                                           {"import", "OK", "T_SECTION", "update", "0002"},
+                                           {"import", "OK", "T_USER", "insert", "kimura"},
+                                           {"import", "OK", "T_USER", "update", "yamada"},
+                                           {"import", "OK", "T_SECMEMBER", "insert", "0100/kimura"},
+                                           {"import", "OK", "T_SECMEMBER", "update", "0100/kimura"}}));
 }
 
 TEST_P(TransferImport, ShiftJisFilesAreReadWhenSaidSo) {
