@@ -15,6 +15,7 @@
 #include "server/metrics.h"
 #include "server/origin_check.h"
 #include "server/static_files.h"
+#include "server/transfer_routes.h"
 
 namespace orvane {
 namespace {
@@ -273,6 +274,7 @@ void RegisterRoutes(Router& server, ServerState& state) {
   RegisterMetricsRoute(server, state);
   RegisterApiRoutes(server, state);
   RegisterHistoryRoutes(server, state);
+  RegisterTransferRoutes(server, state);
 
   server.Get(
       "/healthz",
