@@ -11,6 +11,7 @@ import { GroupsScreen } from './groups.js';
 import { MembersScreen } from './members.js';
 import { UsersScreen } from './users.js';
 import { MenusScreen } from './menus.js';
+import { TransferScreen } from './transfer.js';
 
 const screens = {};
 let current = 'login';
@@ -145,6 +146,7 @@ async function start() {
   screens.members = new MembersScreen(ctx);
   screens.users = new UsersScreen(ctx);
   screens.menus = new MenusScreen(ctx);
+  screens.transfer = new TransferScreen(ctx);
   watchFields();
   watchSearch();
   api.onAnswer(activity);

@@ -1,10 +1,10 @@
 // Every screen and selection has its own address in the hash:
 // #/groups?g=CODE, #/members?g=CODE, #/users?row=R&page=N&u=ID,
-// #/menus?u=ID. The screens report where they are (pushState, so the
+// #/menus?u=ID, #/transfer. The screens report where they are (pushState, so the
 // report itself does not route again); Back, Forward, F5 and a link opened
 // in a new tab route from the address.
 
-const SCREENS = ['groups', 'members', 'users', 'menus'];
+const SCREENS = ['groups', 'members', 'users', 'menus', 'transfer'];
 
 export function parse(hash = location.hash) {
   const m = /^#\/([a-z]+)(?:\?(.*))?$/.exec(hash);
