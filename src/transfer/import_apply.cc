@@ -389,16 +389,17 @@ void ApplyImport(RequestContext& ctx, const std::vector<ImportFile>& files, cons
     return;
   }
   report.applied = true;
+  std::map<std::pair<std::string, int>, const PlanLine*> by_line;  // (user, line) -> the planned line
+  for (const PlanLine& p : plan.lines)
+    if (p.kind == FileKind::kUsers) by_line[{p.key, p.line}] = &p;
   for (ReportLine& line : report.lines) {
-    if (line.file.empty() || line.mail_before.empty()) continue;
-    const PlanLine* planned = nullptr;
-    for (const PlanLine& p : plan.lines)
-      if (p.file == line.file && p.line == line.line && p.key == line.key) planned = &p;
-    if (!planned) continue;
-    const std::string password = line.password.empty() ? planned->password : line.password;
-    std::string failed =
-        SendUserMail(ctx, frame.conn(), mail, line.action,
-                     planned->action == Action::kDelete ? planned->before : planned->after, password, line.mail_before);
+    if (line.mail_before.empty()) continue;
+    auto planned = by_line.find({line.key, line.line});
+    if (planned == by_line.end()) continue;
+    const PlanLine& p = *planned->second;
+    const std::string password = line.password.empty() ? p.password : line.password;
+    std::string failed = SendUserMail(ctx, frame.conn(), mail, line.action,
+                                      p.action == Action::kDelete ? p.before : p.after, password, line.mail_before);
     if (!failed.empty()) line.result = std::string(kMailFailedPrefix) + failed;
   }
   if (tree_changed) {

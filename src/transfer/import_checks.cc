@@ -54,9 +54,28 @@ void Fail(PlanLine& line, std::string error) {
   line.error = std::move(error);
 }
 
-void CheckSection(WorkState& state, PlanLine& line) {
+// What the reference checks look up, indexed once over the organisation as
+// the import leaves it, so that each line costs a lookup, not a scan.
+struct Index {
+  std::map<std::string, std::vector<std::string>> sections_of_busho;
+  std::map<std::string, std::vector<const Row*>> primaries_of_user;
+  std::map<std::string, std::vector<std::string>> children_of;
+
+  explicit Index(const WorkState& state) {
+    for (const auto& [code, row] : state.Of(FileKind::kSections)) {
+      if (!Value(row, FileKind::kSections, "department_code").empty())
+        sections_of_busho[Value(row, FileKind::kSections, "department_code")].push_back(code);
+      children_of[Value(row, FileKind::kSections, "parent")].push_back(code);
+    }
+    for (const auto& [key, row] : state.Of(FileKind::kMemberships))
+      if (Value(row, FileKind::kMemberships, "kind") == "1")
+        primaries_of_user[Value(row, FileKind::kMemberships, "user")].push_back(&row);
+  }
+};
+
+void CheckSection(const WorkState& state, const Index& index, PlanLine& line) {
   constexpr FileKind kS = FileKind::kSections;
-  auto& sections = state.Of(kS);
+  const auto& sections = state.Of(kS);
   const std::string code = Value(line.after, kS, "code");
   const std::string parent = Value(line.after, kS, "parent");
   if (parent != kNoParent && !sections.count(parent)) return Fail(line, "unknown parent: " + parent);
@@ -70,25 +89,63 @@ void CheckSection(WorkState& state, PlanLine& line) {
     at = Value(up->second, kS, "parent");
   }
   const std::string busho = Value(line.after, kS, "department_code");
-  if (!busho.empty())
-    for (const auto& [other, row] : sections)
-      if (other != code && Value(row, kS, "department_code") == busho)
-        return Fail(line, "department code " + busho + " is section " + other + "'s");
+  auto holders = index.sections_of_busho.find(busho);
+  if (!busho.empty() && holders != index.sections_of_busho.end())
+    for (const std::string& other : holders->second)
+      if (other != code) return Fail(line, "department code " + busho + " is section " + other + "'s");
 }
 
-void CheckMembership(WorkState& state, PlanLine& line) {
+void CheckMembership(const WorkState& state, const Index& index, PlanLine& line) {
   constexpr FileKind kM = FileKind::kMemberships;
   const std::string user = Value(line.after, kM, "user"), section = Value(line.after, kM, "section");
   if (!state.Of(FileKind::kUsers).count(user)) return Fail(line, "unknown user: " + user);
   if (!state.Of(FileKind::kSections).count(section)) return Fail(line, "unknown section: " + section);
   if (Value(line.after, kM, "kind") != "1") return;
+  auto primaries = index.primaries_of_user.find(user);
+  if (primaries == index.primaries_of_user.end()) return;
   const std::string start = Value(line.after, kM, "start"), end = Value(line.after, kM, "end");
-  for (const auto& [key, row] : state.Of(kM)) {
-    if (Value(row, kM, "user") != user || Value(row, kM, "section") == section || Value(row, kM, "kind") != "1")
-      continue;
+  for (const Row* row : primaries->second) {
+    if (Value(*row, kM, "section") == section) continue;
     // Dates of eight digits order as text.
-    if (Value(row, kM, "start") <= end && Value(row, kM, "end") >= start)
-      return Fail(line, "another primary membership at the same time: section " + Value(row, kM, "section"));
+    if (Value(*row, kM, "start") <= end && Value(*row, kM, "end") >= start)
+      return Fail(line, "another primary membership at the same time: section " + Value(*row, kM, "section"));
+  }
+}
+
+// Whether the line's row needs an order: a new row without one, or a
+// section moved to another parent without one.
+bool NeedsOrder(const PlanLine& line) {
+  if (line.kind != FileKind::kSections && line.kind != FileKind::kMemberships) return false;
+  const bool section = line.kind == FileKind::kSections;
+  const int order = Col(line.kind, "order"), group = Col(line.kind, section ? "parent" : "section");
+  if (line.action == Action::kAdd) return line.after[order].empty();
+  return line.action == Action::kChange && section && line.after[group] != line.before[group] &&
+         line.after[order] == line.before[order];
+}
+
+// New rows without an order, and sections moved without one, go after
+// their new siblings, in line order.
+void PlaceInOrder(WorkState& state, std::vector<PlanLine>& lines) {
+  for (FileKind kind : {FileKind::kSections, FileKind::kMemberships}) {
+    const FileSpec& spec = SpecOf(kind);
+    const int order = Col(kind, "order"), group = Col(kind, kind == FileKind::kSections ? "parent" : "section");
+    std::set<std::string> placed;
+    for (const PlanLine& line : lines)
+      if (line.kind == kind && NeedsOrder(line)) placed.insert(KeyOf(spec, line.after));
+    if (placed.empty()) continue;
+    std::map<std::string, std::vector<std::string>> orders;  // group -> orders of the rows staying put
+    for (const auto& [key, row] : state.Of(kind))
+      if (!placed.count(key)) orders[row[group]].push_back(row[order]);
+    for (PlanLine& line : lines) {
+      if (line.kind != kind || !NeedsOrder(line)) continue;
+      std::vector<std::string>& siblings = orders[line.after[group]];
+      const std::string next = NextOrder(siblings);
+      siblings.assign(1, next);  // the maximum is all the next one needs
+      if (line.action == Action::kChange && next != line.before[order])
+        line.changes.push_back({"order", line.before[order], next});
+      line.after[order] = next;
+      state.Of(kind)[KeyOf(spec, line.after)] = line.after;
+    }
   }
 }
 
@@ -149,41 +206,21 @@ std::string CheckGivenValues(const FileSpec& spec, const std::vector<std::pair<c
 }
 
 void CheckReferences(WorkState& state, std::vector<PlanLine>& lines) {
+  const Index index(state);
   for (PlanLine& line : lines) {
     if (line.action != Action::kAdd && line.action != Action::kChange) continue;
-    if (line.kind == FileKind::kSections) CheckSection(state, line);
-    if (line.kind == FileKind::kMemberships) CheckMembership(state, line);
+    if (line.kind == FileKind::kSections) CheckSection(state, index, line);
+    if (line.kind == FileKind::kMemberships) CheckMembership(state, index, line);
     if (line.kind == FileKind::kMenuRights && !state.Of(FileKind::kUsers).count(line.key))
       Fail(line, "unknown user: " + line.key);
   }
   for (PlanLine& line : lines) {
     if (line.action != Action::kDelete || line.kind != FileKind::kSections) continue;
-    std::vector<std::string> children;
-    for (const auto& [code, row] : state.Of(FileKind::kSections))
-      if (Value(row, FileKind::kSections, "parent") == line.key) children.push_back(code);
-    if (!children.empty())
-      Fail(line, "a section with children is not removed (children: " + text::Join(children, " ") + ")");
+    auto children = index.children_of.find(line.key);
+    if (children != index.children_of.end() && !children->second.empty())
+      Fail(line, "a section with children is not removed (children: " + text::Join(children->second, " ") + ")");
   }
-  // New rows without an order, and sections moved without one, go after
-  // their new siblings, in line order.
-  for (PlanLine& line : lines) {
-    if (line.kind != FileKind::kSections && line.kind != FileKind::kMemberships) continue;
-    const bool section = line.kind == FileKind::kSections;
-    const int order = Col(line.kind, "order"), group = Col(line.kind, section ? "parent" : "section");
-    const bool placed = line.action == Action::kAdd ? line.after[order].empty()
-                        : line.action == Action::kChange && section
-                            ? line.after[group] != line.before[group] && line.after[order] == line.before[order]
-                            : false;
-    if (!placed) continue;
-    std::vector<std::string> orders;
-    for (const auto& [key, row] : state.Of(line.kind))
-      if (row[group] == line.after[group] && key != KeyOf(SpecOf(line.kind), line.after)) orders.push_back(row[order]);
-    const std::string next = NextOrder(orders);
-    if (line.action == Action::kChange && next != line.before[order])
-      line.changes.push_back({"order", line.before[order], next});
-    line.after[order] = next;
-    state.Of(line.kind)[KeyOf(SpecOf(line.kind), line.after)] = line.after;
-  }
+  PlaceInOrder(state, lines);
 }
 
 }  // namespace orvane::transfer
