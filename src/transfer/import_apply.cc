@@ -226,7 +226,7 @@ bool Applier::Users(data::PasswordMode passwords, bool deletes) {
     u[accounts::kExtTel] = Get(r, kU, "phone");
     u[accounts::kPostNm] = Get(r, kU, "post");
     u[accounts::kDspNm] = Get(r, kU, "display_name");
-    u[accounts::kUpdateFlag] = add ? "3" : "2";
+    u[accounts::kUpdateFlag].assign(1, add ? '3' : '2');  // not a literal: GCC 12 warns falsely on that
     u[accounts::kMailNm] = Get(r, kU, "mail_name");
     if (!add && line->password.empty() && passwords == data::PasswordMode::kPlain) {
       // Plain passwords are rewritten with the row: the stored one is kept.
