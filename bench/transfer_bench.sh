@@ -76,8 +76,8 @@ awk -v n="$sections" 'BEGIN {
   }
 }' > "$dir/in/sections.csv"
 awk -v n="$users" 'BEGIN {
-  print "id,name,reading,mail_name,mail,alias_in_use,mail_use,phone,post,display_name,password"
-  for (i = 0; i < n; i++) printf "u%06d,利用者 %d,リヨウシャ %d,利用者 %d,,0,1,%d,係員,%03d,pw%d\n", i, i, i, i, 1000 + i % 9000, i % 1000, i
+  print "id,name,reading,mail_name,mail,alias_in_use,mail_use,phone,post,display_name,password"; m = ENVIRON["BENCH_MAIL_USE"] == "" ? 1 : ENVIRON["BENCH_MAIL_USE"]
+  for (i = 0; i < n; i++) printf "u%06d,利用者 %d,リヨウシャ %d,利用者 %d,u%06d,0,%d,%d,係員,%03d,pw%d\n", i, i, i, i, i, m, 1000 + i % 9000, i % 1000, i
 }' > "$dir/in/users.csv"
 awk -v n="$users" -v s="$sections" 'BEGIN {
   print "user,section,kind,post,start,end,order"
