@@ -267,8 +267,10 @@ bool Applier::Memberships() {
           << " where SEC_CD = " << data::Quoted(section) << " and USER_ID = " << data::Quoted(user);
       if (!Step(*line, data::Com_funExecsql(conn_, sql))) return false;
     }
-    // The kind, period and post as the change (208) stores them.
-    if (!already_primary &&
+    // The kind, period and post as the change (208) stores them; a new row
+    // without a post has them from its insert already.
+    const bool post_to_set = line->action == Action::kChange || !Get(r, kM, "post").empty();
+    if (!already_primary && post_to_set &&
         !Step(*line, members::funUpdAdmMember(
                          ctx_, conn_, {section, user, kind, start, end, Get(r, kM, "post"), s.ymd, s.hms, s.usr},
                          already_primary)))
