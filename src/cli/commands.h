@@ -15,6 +15,7 @@ void AddPasswords(CLI::App& app, int& exit_code);
 void AddCheckData(CLI::App& app, int& exit_code);
 void AddExport(CLI::App& app, int& exit_code);
 void AddImport(CLI::App& app, int& exit_code);
+void AddHistory(CLI::App& app, int& exit_code);
 
 // Refuses, with one line on stderr naming the reason, a configuration file
 // that cannot be read and a LOCAL_DB_DSN that no odbc.ini defines (a

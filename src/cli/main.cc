@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
   orvane::cli::AddCheckData(app, exit_code);
   orvane::cli::AddExport(app, exit_code);
   orvane::cli::AddImport(app, exit_code);
+  orvane::cli::AddHistory(app, exit_code);
   CLI11_PARSE(app, argc, argv);
   return exit_code;
 }

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <thread>
 
 #include "cli/commands.h"
@@ -10,6 +11,7 @@
 #include "members/login.h"
 #include "org/tree_change.h"
 #include "server/database_session_store.h"
+#include "server/history_keeper.h"
 #include "server/http_server.h"
 #include "server/origin_check.h"
 
@@ -109,6 +111,8 @@ int Serve(const ServeOptions& o) {
   // only delays it until the first change of the tree.
   if (Status s = org::LoadSecHierarchical(state.config, state.app); !s.ok())
     std::cerr << "orvane serve: the section tree is not drawn yet: " << s.trail() << "\n";
+  // Purges the change history once a day and shows its size on /metrics.
+  auto keeper = std::make_unique<HistoryKeeper>(state);
   std::thread waiter([&] {
     int sig = 0;
     sigwait(&signals, &sig);
@@ -126,6 +130,7 @@ int Serve(const ServeOptions& o) {
     std::cerr << "orvane: stopped with requests unfinished\n";
     std::_Exit(1);
   }
+  keeper.reset();
   data::ClosePooledConnections();
   std::cerr << "orvane: stopped\n";
   return 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "data/db_impl.h"
 #include "data/schema.h"
 
 namespace orvane::data {
@@ -187,10 +188,10 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
       break;
   }
   const bool sql_server = dialect.kind() == Dialect::Kind::kSqlServer;
-  for (const char* index : {"ORVANE_HISTORY (ENTRY_TIME)", "ORVANE_HISTORY (USER_ID, ID)",
-                            "ORVANE_HISTORY (CODE, ID)", "ORVANE_HISTORY (UNDOES)", "ORVANE_HISTORY_ROW (ENTRY_ID)",
-                            "ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)",
-                            "ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)"}) {
+  for (const char* index :
+       {"ORVANE_HISTORY (ENTRY_TIME)", "ORVANE_HISTORY (USER_ID, ID)", "ORVANE_HISTORY (CODE, ID)",
+        "ORVANE_HISTORY (UNDOES)", "ORVANE_HISTORY_ROW (ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)",
+        "ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)"}) {
     std::string spec = index;
     std::string table = spec.substr(0, spec.find(' '));
     std::string columns = spec.substr(spec.find('(') + 1, spec.find(')') - spec.find('(') - 1);
@@ -215,6 +216,24 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
     }
   }
   return out;
+}
+
+Status DropHistoryTriggers(Connection& conn) {
+  if (!conn.IsOpen()) return DbFailure("DropHistoryTriggers", NotOpen());
+  PhysicalConnection& phys = conn.impl()->phys();
+  const bool pg = phys.dialect().kind() == Dialect::Kind::kPostgres;
+  for (const TableDef* t : RecordedTables()) {
+    std::vector<std::string> statements;
+    if (pg) statements.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + t->name + " ON " + t->name);
+    if (!pg)
+      for (const char* kind : {"HI", "HU", "HD"})
+        statements.push_back("DROP TRIGGER IF EXISTS ORVANE_" + std::string(kind) + "_" + t->name);
+    for (const std::string& statement : statements) {
+      Diagnostic d;
+      if (!phys.ExecDirect(statement, d)) return DbFailure("DropHistoryTriggers", d, statement);
+    }
+  }
+  return Status::Ok();
 }
 
 }  // namespace orvane::data

@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/status.h"
+#include "data/db.h"
 #include "data/dialect.h"
 
 namespace orvane::data {
@@ -29,5 +31,9 @@ bool IsPasswordColumn(std::string_view column);
 // ones). SQL Server gets the tables without triggers: its entries carry no
 // row images.
 std::vector<std::string> HistoryStatements(const Dialect& dialect);
+
+// Drops the triggers (the tables stay): the benchmark's "without history"
+// figures. init-db makes them again.
+Status DropHistoryTriggers(Connection& conn);
 
 }  // namespace orvane::data

@@ -2,6 +2,8 @@
 
 #include <sqlext.h>
 
+#include <atomic>
+
 #include "data/db_impl.h"
 #include "data/history_schema.h"
 #include "data/statement.h"
@@ -71,14 +73,20 @@ Status Insert(Connection& conn, std::string_view routine, const HistoryEntry& en
   return Status::Ok();
 }
 
+std::atomic<bool> history_kept{true};
+
 }  // namespace
 
+void SetHistoryKept(bool kept) { history_kept = kept; }
+bool HistoryKept() { return history_kept; }
+
 Status OpenHistoryEntry(Connection& conn, const HistoryEntry& entry, long& id) {
+  if (!history_kept) return Status::Ok();
   return Insert(conn, "OpenHistoryEntry", entry, true, id);
 }
 
 Status CloseHistoryEntry(Connection& conn, long id) {
-  if (conn.dialect().kind() != Dialect::Kind::kSqlite) return Status::Ok();
+  if (!history_kept || conn.dialect().kind() != Dialect::Kind::kSqlite) return Status::Ok();
   Sql sql;
   std::string key = std::to_string(id);
   sql << "update " << Table(kHistoryTable) << " set IS_OPEN = 0 where ID = cast(" << Quoted(key) << " as integer)";
@@ -87,6 +95,7 @@ Status CloseHistoryEntry(Connection& conn, long id) {
 
 Status RecordHistoryEntry(Connection& conn, const HistoryEntry& entry, long* id) {
   constexpr char kRoutine[] = "RecordHistoryEntry";
+  if (!history_kept) return Status::Ok();
   if (!conn.IsOpen()) return DbFailure(kRoutine, NotOpen());
   ConnectionImpl& impl = *conn.impl();
   if (impl.phys().in_transaction()) {

@@ -29,6 +29,12 @@ struct HistoryEntry {
 Status OpenHistoryEntry(Connection& conn, const HistoryEntry& entry, long& id);
 // Right before the commit: the entry takes no more row images.
 Status CloseHistoryEntry(Connection& conn, long id);
+// Whether the write frame keeps entries at all (default: yes). Off only
+// for the benchmark's "without history" figures, on a database whose
+// triggers it dropped; process-wide.
+void SetHistoryKept(bool kept);
+bool HistoryKept();
+
 // An entry without row images, committed at once: outside a transaction
 // (an open one, already failed, is rolled back first).
 Status RecordHistoryEntry(Connection& conn, const HistoryEntry& entry, long* id = nullptr);

@@ -35,6 +35,27 @@ long ToLong(const std::string& s) {
   return static_cast<long>(ParseWholeNumber(s, 0, std::numeric_limits<long>::max()).value_or(0));
 }
 
+// The names of up to 500 of `keys` from the live `table`, over those
+// already known (a page naming more shows the rest by code).
+Status ReadNames(data::Connection& conn, std::string_view table, data::SqlText key, data::SqlText name,
+                 const std::set<std::string>& keys, std::map<std::string, std::string>& names) {
+  if (keys.empty()) return Status::Ok();
+  Sql sql;
+  sql << "select " << key << ", " << name << " from " << Table(table) << " where " << key << " in (";
+  size_t n = 0;
+  for (const std::string& k : keys) {
+    if (n == 500) break;
+    if (n++) sql << ", ";
+    sql << Quoted(k);
+  }
+  sql << ")";
+  return data::SelectRows(conn, sql, {std::string(key.text), std::string(name.text)},
+                          [&](const std::vector<std::string>& v) {
+                            names[v[0]] = v[1];
+                            return true;
+                          });
+}
+
 }  // namespace
 
 Status ParseFilter(const NamedValues& params, Filter& filter) {
@@ -111,11 +132,11 @@ Status ReadHistory(data::Connection& conn, const Filter& f, std::vector<Entry>& 
     if (!e.user.empty()) users.insert(e.user);
   }
   // Each entry's first images and how many there are, in one statement.
-  const data::Columns rows{"ENTRY_ID", "ROW_TABLE", "ROW_ACTION", "ROW_KEY", "ROW_LABEL",
-                           "BEFORE_IMAGE", "AFTER_IMAGE", "CNT"};
+  const data::Columns rows{"ENTRY_ID",     "ROW_TABLE",   "ROW_ACTION", "ROW_KEY",    "ROW_LABEL",
+                           "BEFORE_IMAGE", "AFTER_IMAGE", "CNT",        "ROW_SEC_CD", "ROW_USER_ID"};
   Sql changes;
   changes << "select " << rows << " from (select ENTRY_ID, ROW_TABLE, ROW_ACTION, ROW_KEY, ROW_LABEL, BEFORE_IMAGE,"
-          << " AFTER_IMAGE, row_number() over (partition by ENTRY_ID order by ID) as RN,"
+          << " AFTER_IMAGE, ROW_SEC_CD, ROW_USER_ID, row_number() over (partition by ENTRY_ID order by ID) as RN,"
           << " count(*) over (partition by ENTRY_ID) as CNT, ID from " << Table(data::kHistoryRowTable)
           << " where ENTRY_ID in (";
   IdList(changes, ids);
@@ -124,7 +145,16 @@ Status ReadHistory(data::Connection& conn, const Filter& f, std::vector<Entry>& 
   read = data::SelectRows(conn, changes, rows.FetchNames(), [&](const std::vector<std::string>& v) {
     auto it = by_id.find(ToLong(v[0]));
     if (it == by_id.end()) return true;
-    it->second->changes.push_back(RowChange{v[1], v[2], v[3], v[4], v[5], v[6]});
+    it->second->changes.push_back(RowChange{.table = v[1],
+                                            .action = v[2],
+                                            .key = v[3],
+                                            .label = v[4],
+                                            .before = v[5],
+                                            .after = v[6],
+                                            .sec_cd = v[8],
+                                            .user_id = v[9],
+                                            .group_name = {},
+                                            .user_name = {}});
     it->second->change_count = ToLong(v[7]);
     return true;
   });
@@ -140,26 +170,33 @@ Status ReadHistory(data::Connection& conn, const Filter& f, std::vector<Entry>& 
   });
   if (!read.ok()) return std::move(read).Prefixed(kRoutine);
 
-  // The names of who made them, as they read today.
-  Sql names;
-  names << "select USER_ID, NAME_KJ from " << Table("T_USER") << " where USER_ID in (";
-  bool first = true;
-  for (const std::string& u : users) {
-    if (!first) names << ", ";
-    names << Quoted(u);
-    first = false;
+  // Names as they read today, else as the page's own images had them.
+  std::set<std::string> groups;
+  std::map<std::string, std::string> user_names, group_names;
+  for (const Entry& e : entries) {
+    for (const RowChange& c : e.changes) {
+      if (!c.user_id.empty()) users.insert(c.user_id);
+      if (!c.sec_cd.empty()) groups.insert(c.sec_cd);
+      if (c.label.empty()) continue;
+      if (c.table.starts_with("T_USER")) user_names.emplace(c.user_id, c.label);
+      if (c.table.starts_with("T_SECTION")) group_names.emplace(c.sec_cd, c.label);
+    }
   }
-  names << ")";
-  std::map<std::string, std::string> name_of;
-  if (!users.empty()) {
-    read = data::SelectRows(conn, names, {"USER_ID", "NAME_KJ"}, [&](const std::vector<std::string>& v) {
-      name_of[v[0]] = v[1];
-      return true;
-    });
-    if (!read.ok()) return std::move(read).Prefixed(kRoutine);
+  if (Status s = ReadNames(conn, "T_USER", "USER_ID", "NAME_KJ", users, user_names); !s.ok())
+    return std::move(s).Prefixed(kRoutine);
+  if (Status s = ReadNames(conn, "T_SECTION", "SEC_CD", "SEC_NM", groups, group_names); !s.ok())
+    return std::move(s).Prefixed(kRoutine);
+  auto name = [](const std::map<std::string, std::string>& names, const std::string& key) {
+    auto it = names.find(key);
+    return it == names.end() ? std::string() : it->second;
+  };
+  for (Entry& e : entries) {
+    e.user_name = name(user_names, e.user);
+    for (RowChange& c : e.changes) {
+      c.user_name = name(user_names, c.user_id);
+      c.group_name = name(group_names, c.sec_cd);
+    }
   }
-  for (Entry& e : entries)
-    if (auto it = name_of.find(e.user); it != name_of.end()) e.user_name = it->second;
   return Status::Ok();
 }
 

@@ -27,7 +27,11 @@ inline constexpr int kChangesShown = 50;
 
 struct RowChange {
   std::string table, action, key, label;
-  std::string before, after;  // JSON objects as kept ("" for none)
+  std::string before, after;    // JSON objects as kept ("" for none)
+  std::string sec_cd, user_id;  // the row's SEC_CD and USER_ID, when it has them
+  // Their names as they read today, else as the page's images last had
+  // them; "" when neither knows.
+  std::string group_name, user_name;
 };
 
 struct Entry {

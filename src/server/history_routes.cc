@@ -19,8 +19,7 @@ void Reply(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady
   res.SetHeader("Cache-Control", "no-store");
   res.SetHeader("X-Content-Type-Options", "nosniff");
   res.SetContent(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json; charset=utf-8");
-  const long long micros =
-      std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - start).count();
+  const long long micros = std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - start).count();
   state.access_log.Write(
       {req.remote_address, req.method, req.path, "", status, micros, res.body, false, std::move(failure)});
 }

@@ -92,6 +92,23 @@ void Metrics::NoteProxyExchange(bool ok) {
   if (!ok) proxy_failures_.Increment();
 }
 
+void Metrics::NoteHistory(int retention_days, long long bytes) {
+  std::call_once(history_once_, [this] {
+    history_days_ = &prometheus::BuildGauge()
+                         .Name("orvane_history_retention_days")
+                         .Help("Days the change history keeps its entries")
+                         .Register(registry_)
+                         .Add({});
+    history_bytes_ = &prometheus::BuildGauge()
+                          .Name("orvane_history_bytes")
+                          .Help("Size of the change history in the database")
+                          .Register(registry_)
+                          .Add({});
+  });
+  history_days_->Set(retention_days);
+  if (bytes >= 0) history_bytes_->Set(static_cast<double>(bytes));
+}
+
 std::string Metrics::Render(SessionStore& sessions) {
   const data::ConnectionPool& pool = data::ConnectionPool::Instance();
   in_use_.Set(static_cast<double>(pool.InUseCount()));

@@ -7,6 +7,9 @@
 //   orvane_sessions                            login sessions held
 //   orvane_mail_proxy_exchanges_total          exchanges with the exe proxy
 //   orvane_mail_proxy_failures_total           ... of which failed
+//   orvane_history_retention_days              the change history's period
+//   orvane_history_bytes                       its size in the database
+//                                              (both once serve has read them)
 //
 // `code` is a request code of the request table, or "other"; `class` is
 // "ok" (the answer "OK"), "error" (an "ERROR:" answer, `error` holding its
@@ -21,6 +24,7 @@
 #include <prometheus/registry.h>
 
 #include <map>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -46,6 +50,10 @@ class Metrics final : public ProxyExchangeCounter {
   void NoteRequest(const RequestRoute* route, std::string_view answer, long long micros);
   void NoteProxyExchange(bool ok) override;
 
+  // The change history's period and size (bytes below 0: not known);
+  // their lines appear from the first call on.
+  void NoteHistory(int retention_days, long long bytes);
+
   // The exposition text, the gauges read now.
   std::string Render(SessionStore& sessions);
 
@@ -59,6 +67,9 @@ class Metrics final : public ProxyExchangeCounter {
   prometheus::Counter& proxy_failures_;
   prometheus::Gauge& in_use_;
   prometheus::Gauge& idle_;
+  std::once_flag history_once_;
+  prometheus::Gauge* history_days_ = nullptr;
+  prometheus::Gauge* history_bytes_ = nullptr;
   // One histogram per request code, made at the start; read-only after.
   std::map<std::string_view, prometheus::Histogram*> latency_by_code_;
 };

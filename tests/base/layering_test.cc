@@ -1,4 +1,4 @@
-// The layers of src/ point only down: base <- data <- dispatch <- accounts
+// The layers of src/ point only down: base <- data <- dispatch <- accounts, history
 // <- org, members <- requests <- server <- cli. A file that includes a
 // header of a layer above its own fails here, naming the file and line.
 #include <gtest/gtest.h>
