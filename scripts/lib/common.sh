@@ -9,7 +9,7 @@ ORVANE_BUILD_PACKAGES=(
   libboost1.81-dev libcpp-httplib-dev libcli11-dev nlohmann-json3-dev prometheus-cpp-dev
   unixodbc unixodbc-dev libsqliteodbc sqlite3
   odbc-postgresql
-  libssl-dev libsodium-dev
+  libssl-dev libsodium-dev libcsv-dev
   libgtest-dev libbenchmark-dev
 )
 

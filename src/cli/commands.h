@@ -13,6 +13,8 @@ void AddInitDb(CLI::App& app, int& exit_code);
 void AddAudit(CLI::App& app, int& exit_code);
 void AddPasswords(CLI::App& app, int& exit_code);
 void AddCheckData(CLI::App& app, int& exit_code);
+void AddExport(CLI::App& app, int& exit_code);
+void AddImport(CLI::App& app, int& exit_code);
 void AddHistory(CLI::App& app, int& exit_code);
 void AddRestore(CLI::App& app, int& exit_code);
 void AddUndo(CLI::App& app, int& exit_code);

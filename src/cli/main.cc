@@ -17,6 +17,8 @@ int main(int argc, char** argv) {
   orvane::cli::AddAudit(app, exit_code);
   orvane::cli::AddPasswords(app, exit_code);
   orvane::cli::AddCheckData(app, exit_code);
+  orvane::cli::AddExport(app, exit_code);
+  orvane::cli::AddImport(app, exit_code);
   orvane::cli::AddHistory(app, exit_code);
   orvane::cli::AddRestore(app, exit_code);
   orvane::cli::AddUndo(app, exit_code);

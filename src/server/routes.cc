@@ -16,6 +16,7 @@
 #include "server/metrics.h"
 #include "server/origin_check.h"
 #include "server/static_files.h"
+#include "server/transfer_routes.h"
 
 namespace orvane {
 namespace {
@@ -275,6 +276,7 @@ void RegisterRoutes(Router& server, ServerState& state) {
   RegisterApiRoutes(server, state);
   RegisterHistoryRoutes(server, state);
   RegisterRestoreRoutes(server, state);
+  RegisterTransferRoutes(server, state);
 
   server.Get(
       "/healthz",

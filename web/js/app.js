@@ -14,6 +14,7 @@ import { MenusScreen } from './menus.js';
 import { HistoryScreen } from './history.js';
 import { historyAvailable } from './history_list.js';
 import { retranslateHistorySections } from './history_section.js';
+import { TransferScreen } from './transfer.js';
 
 const screens = {};
 let current = 'login';
@@ -157,6 +158,7 @@ async function start() {
   screens.users = new UsersScreen(ctx);
   screens.menus = new MenusScreen(ctx);
   screens.history = new HistoryScreen(ctx);
+  screens.transfer = new TransferScreen(ctx);
   watchFields();
   watchSearch();
   api.onAnswer(activity);

@@ -1,10 +1,11 @@
 // Every screen and selection has its own address in the hash:
 // #/groups?g=CODE, #/members?g=CODE, #/users?row=R&page=N&u=ID,
-// #/menus?u=ID, #/history?user=ID&about=ID&group=CODE&code=NNN&since=D&until=D. The screens report where they are (pushState, so the
-// report itself does not route again); Back, Forward, F5 and a link opened
-// in a new tab route from the address.
+// #/menus?u=ID, #/history?user=ID&about=ID&group=CODE&code=NNN&since=D&until=D,
+// #/transfer. The screens report where they are (pushState, so the report
+// itself does not route again); Back, Forward, F5 and a link opened in a new
+// tab route from the address.
 
-const SCREENS = ['groups', 'members', 'users', 'menus', 'history'];
+const SCREENS = ['groups', 'members', 'users', 'menus', 'history', 'transfer'];
 
 export function parse(hash = location.hash) {
   const m = /^#\/([a-z]+)(?:\?(.*))?$/.exec(hash);

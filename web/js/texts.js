@@ -7,11 +7,12 @@ import members from './texts/members.js';
 import users from './texts/users.js';
 import menus from './texts/menus.js';
 import history from './texts/history.js';
+import transfer from './texts/transfer.js';
 import { ERRORS } from './texts/errors.js';
 
 export { ERRORS };
 
-const PARTS = [common, groups, members, users, menus, history];
+const PARTS = [common, groups, members, users, menus, history, transfer];
 export const TEXTS = {
   ja: Object.assign({}, ...PARTS.map((p) => p.ja)),
   en: Object.assign({}, ...PARTS.map((p) => p.en)),

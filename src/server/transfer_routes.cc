@@ -1,0 +1,248 @@
+#include "server/transfer_routes.h"
+
+#include <openssl/evp.h>
+
+#include <atomic>
+#include <chrono>
+#include <nlohmann/json.hpp>
+
+#include "dispatch/request_context.h"
+#include "server/access.h"
+#include "server/origin_check.h"
+#include "transfer/export.h"
+#include "transfer/import_apply.h"
+#include "transfer/import_mail.h"
+
+namespace orvane {
+namespace {
+
+using Steady = std::chrono::steady_clock;
+using json = nlohmann::json;
+
+// The import running in this server, for the progress the page polls.
+std::atomic<size_t> progress_done{0}, progress_total{0};
+std::atomic<bool> progress_running{false};
+
+long long MicrosSince(Steady::time_point start) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - start).count();
+}
+
+void Log(ServerState& state, const HttpRequest& req, const HttpResponse& res, Steady::time_point start) {
+  // The report may hold new passwords: never in the log.
+  state.access_log.Write({req.remote_address,
+                          req.method,
+                          req.path,
+                          "",
+                          res.status,
+                          MicrosSince(start),
+                          res.status == 200 ? std::string() : res.body,
+                          false,
+                          {}});
+}
+
+void Reply(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady::time_point start, int status,
+           const json& body) {
+  res.status = status;
+  res.SetHeader("Cache-Control", "no-store");
+  res.SetHeader("X-Content-Type-Options", "nosniff");
+  res.SetContent(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json; charset=utf-8");
+  Log(state, req, res, start);
+}
+
+json Error(std::string_view code, std::string_view message = {}) {
+  json j = {{"error", code}};
+  if (!message.empty()) j["message"] = message;
+  return j;
+}
+
+// The administrator check (and, for a change, the cross-site gate); the
+// session of the administrator, or null once refused and answered.
+std::shared_ptr<Session> Admitted(ServerState& state, const HttpRequest& req, HttpResponse& res,
+                                  Steady::time_point start, bool change) {
+  if (change && IsCrossSiteChange(req.Header("Sec-Fetch-Site"), req.Header("Origin"), req.Header("Host"),
+                                  state.secure_cookie, state.access.trusted_origins)) {
+    Reply(state, req, res, start, 403, Error("ERROR:CROSSORIGIN"));
+    return nullptr;
+  }
+  std::shared_ptr<Session> session = state.sessions->Find(ParseCookieHeader(req.Header("Cookie")).Get(kSessionCookie));
+  if (!session) session = std::make_shared<Session>();
+  AccessDecision access = MayCall(state.access, state.config, *session, nullptr);
+  if (access.allowed) return session;
+  Reply(state, req, res, start, access.failure.ok() ? 401 : 503, Error("ERROR:SESSIONCHECK"));
+  return nullptr;
+}
+
+bool Base64Decode(const std::string& in, std::string& out) {
+  if (in.size() % 4 != 0) return false;
+  out.resize(in.size() / 4 * 3);
+  int n = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(out.data()),
+                          reinterpret_cast<const unsigned char*>(in.data()), static_cast<int>(in.size()));
+  if (n < 0) return false;
+  size_t padding = in.ends_with("==") ? 2 : in.ends_with("=") ? 1 : 0;
+  out.resize(static_cast<size_t>(n) - padding);
+  return true;
+}
+
+// {"files": [{"name", "content" (base64)}], "encoding", "delete_missing"}:
+// the files are bytes, as a Shift_JIS file must stay until it is read.
+bool ReadUpload(const HttpRequest& req, std::vector<transfer::ImportFile>& files, transfer::ImportOptions& options,
+                std::string& error) {
+  json body = json::parse(req.body, nullptr, false);
+  if (body.is_discarded() || !body.is_object() || !body.contains("files") || !body["files"].is_array()) {
+    error = "the body must be {\"files\": [{\"name\", \"content\"}], \"encoding\", \"delete_missing\"}";
+    return false;
+  }
+  for (const json& f : body["files"]) {
+    transfer::ImportFile& file = files.emplace_back();
+    if (!f.is_object() || !f.value("name", json()).is_string() || !f.value("content", json()).is_string() ||
+        !Base64Decode(f["content"].get<std::string>(), file.bytes)) {
+      error = "each file needs a name and its bytes in base64";
+      return false;
+    }
+    file.name = f["name"].get<std::string>();
+  }
+  if (!transfer::ParseEncoding(body.value("encoding", std::string("utf-8")), options.encoding)) {
+    error = "encoding: utf-8 or shift_jis";
+    return false;
+  }
+  options.delete_missing = body.value("delete_missing", false);
+  return true;
+}
+
+json PlanJson(const transfer::ImportPlan& plan) {
+  json counts = json::object(), lines = json::array();
+  for (transfer::Action a : {transfer::Action::kAdd, transfer::Action::kChange, transfer::Action::kUnchanged,
+                             transfer::Action::kDelete, transfer::Action::kError})
+    counts[std::string(transfer::ActionName(a))] = plan.Count(a);
+  // Errors first, then the lines that change something.
+  for (bool errors : {true, false})
+    for (const transfer::PlanLine& l : plan.lines) {
+      if ((l.action == transfer::Action::kError) != errors || l.action == transfer::Action::kUnchanged) continue;
+      json changes = json::array();
+      for (const transfer::ColumnChange& c : l.changes)
+        changes.push_back({{"column", c.column}, {"before", c.before}, {"after", c.after}});
+      lines.push_back({{"file", l.file},
+                       {"line", l.line},
+                       {"key", l.key},
+                       {"action", transfer::ActionName(l.action)},
+                       {"changes", std::move(changes)},
+                       {"error", l.error}});
+    }
+  return {{"counts", std::move(counts)}, {"lines", std::move(lines)}, {"can_apply", plan.CanApply()}};
+}
+
+json ReportJson(const transfer::ImportReport& report) {
+  return {{"applied", report.applied},
+          {"summary", report.Summary()},
+          {"mail_failures", report.MailFailures()},
+          {"report", transfer::ReportCsv(report)}};
+}
+
+// A transfer runs as the session's user from the client's address.
+void PrepareTransferContext(RequestContext& ctx, const HttpRequest& req) {
+  ctx.client_address = req.remote_address;
+  transfer::PrepareImportContext(ctx);
+}
+
+void HandleExport(ServerState& state, const HttpRequest& req, HttpResponse& res) {
+  const auto start = Steady::now();
+  if (!Admitted(state, req, res, start, false)) return;
+  NamedValues query;
+  ParseUrlEncoded(req.Query(), query);
+  const transfer::FileSpec* spec = transfer::FindFileSpec(query.Get("file"));
+  transfer::Encoding encoding = transfer::Encoding::kUtf8;
+  if (!spec || (query.Has("encoding") && !transfer::ParseEncoding(query.Get("encoding"), encoding)))
+    return Reply(state, req, res, start, 400,
+                 Error("ERROR:INVALIDVALUE",
+                       "file: sections.csv, users.csv, memberships.csv or menu_rights.csv; encoding: utf-8 or "
+                       "shift_jis"));
+  std::vector<transfer::ExportedFile> files;
+  Status s = transfer::ExportOrganisation(state.config.Get("LOCAL_DB_DSN"), encoding, files);
+  if (!s.ok())
+    return Reply(state, req, res, start, s.refused() ? 400 : 500,
+                 Error(s.refused() ? "ERROR:INVALIDVALUE" : "ERROR:DBSELECT", s.refused() ? s.trail() : ""));
+  for (transfer::ExportedFile& f : files) {
+    if (f.name != spec->file_name) continue;
+    res.status = 200;
+    res.SetHeader("Cache-Control", "no-store");
+    res.SetHeader("Content-Disposition", "attachment; filename=\"" + f.name + "\"");
+    res.SetContent(std::move(f.bytes),
+                   encoding == transfer::Encoding::kUtf8 ? "text/csv; charset=utf-8" : "text/csv; charset=Shift_JIS");
+  }
+  Log(state, req, res, start);
+}
+
+void HandleImport(ServerState& state, const HttpRequest& req, HttpResponse& res, bool apply) {
+  const auto start = Steady::now();
+  std::shared_ptr<Session> session = Admitted(state, req, res, start, true);
+  if (!session) return;
+  std::vector<transfer::ImportFile> files;
+  transfer::ImportOptions options;
+  std::string error, now;
+  if (!ReadUpload(req, files, options, error))
+    return Reply(state, req, res, start, 400, Error("ERROR:INVALIDVALUE", error));
+  Com_subGetDate(state.clock, options.today, now);
+  transfer::ImportPlan plan;
+  if (!apply) {
+    data::Connection conn;
+    transfer::Organisation current;
+    Status s = data::Com_funDbOpen(state.config.Get("LOCAL_DB_DSN"), "", "", conn);
+    if (s.ok()) s = transfer::ReadOrganisation(conn, current);
+    if (conn.IsOpen()) data::Com_funDbClose(conn).IgnoreError();  // only read
+    if (!s.ok()) return Reply(state, req, res, start, 500, Error("ERROR:DBSELECT"));
+    transfer::PlanImport(current, files, options, plan);
+    return Reply(state, req, res, start, 200, PlanJson(plan));
+  }
+  RequestContext ctx(state.config, *session, state.app, state.clock);
+  PrepareTransferContext(ctx, req);
+  transfer::ImportReport report;
+  progress_done = 0;
+  progress_total = 0;
+  progress_running = true;
+  transfer::ApplyImport(ctx, files, options, plan, report, [](size_t done, size_t total) {
+    progress_done = done;
+    progress_total = total;
+  });
+  progress_running = false;
+  state.search.Invalidate();
+  json body = ReportJson(report);
+  if (!report.applied) {
+    body["refusal"] = report.refusal;
+    body["plan"] = PlanJson(plan);
+  }
+  Reply(state, req, res, start, 200, body);
+}
+
+void HandleRetry(ServerState& state, const HttpRequest& req, HttpResponse& res) {
+  const auto start = Steady::now();
+  std::shared_ptr<Session> session = Admitted(state, req, res, start, true);
+  if (!session) return;
+  transfer::ImportReport report;
+  std::string error;
+  if (!transfer::ReadReportCsv(req.body, report, error))
+    return Reply(state, req, res, start, 400, Error("ERROR:INVALIDVALUE", error));
+  RequestContext ctx(state.config, *session, state.app, state.clock);
+  PrepareTransferContext(ctx, req);
+  if (!transfer::RetryMail(ctx, report, error)) return Reply(state, req, res, start, 500, Error("ERROR:DBSELECT"));
+  Reply(state, req, res, start, 200, ReportJson(report));
+}
+
+}  // namespace
+
+void RegisterTransferRoutes(Router& server, ServerState& state) {
+  server.Get("/api/export", [&state](const HttpRequest& req, HttpResponse& res) { HandleExport(state, req, res); });
+  server.Post("/api/import/preview",
+              [&state](const HttpRequest& req, HttpResponse& res) { HandleImport(state, req, res, false); });
+  server.Post("/api/import/apply",
+              [&state](const HttpRequest& req, HttpResponse& res) { HandleImport(state, req, res, true); });
+  server.Post("/api/import/retry-mail",
+              [&state](const HttpRequest& req, HttpResponse& res) { HandleRetry(state, req, res); });
+  server.Get("/api/import/progress", [&state](const HttpRequest& req, HttpResponse& res) {
+    const auto start = Steady::now();
+    if (!Admitted(state, req, res, start, false)) return;
+    Reply(state, req, res, start, 200,
+          {{"running", progress_running.load()}, {"done", progress_done.load()}, {"total", progress_total.load()}});
+  });
+}
+
+}  // namespace orvane
