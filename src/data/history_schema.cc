@@ -1,6 +1,7 @@
 #include "data/history_schema.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "base/text.h"
 #include "data/db_impl.h"
@@ -249,9 +250,19 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
       out.push_back("DROP TRIGGER IF EXISTS ORVANE_HISTORY_" + t->name + " ON " + t->name);
       out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_ID_" + t->name + " AFTER INSERT OR DELETE ON " + t->name +
                     " FOR EACH ROW WHEN (" + open + ")" + call);
-      out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_U_" + t->name + " AFTER UPDATE" + UpdateOf(*t) + " ON " +
-                    t->name + " FOR EACH ROW WHEN (" + open + " AND (" +
-                    text::Join(ChangeTests(*t, "OLD.$ IS DISTINCT FROM NEW.$"), " OR ") + "))" + call);
+      // The rows compared whole but for the derived columns, so a database
+      // made before a column of init-db's (or lacking one) takes the trigger.
+      std::vector<std::string> derived;
+      for (const std::string& c : t->columns)
+        if (IsDerived(*t, c)) {
+          std::string key = c;  // to_jsonb names a column as PostgreSQL folds it
+          for (char& ch : key) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+          derived.push_back("'" + key + "'");
+        }
+      const std::string counted = "ARRAY[" + text::Join(derived, ", ") + "]::text[]";
+      out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_U_" + t->name + " AFTER UPDATE ON " + t->name +
+                    " FOR EACH ROW WHEN (" + open + " AND (to_jsonb(OLD) - " + counted + ") IS DISTINCT FROM (to_jsonb(NEW) - " +
+                    counted + "))" + call);
     }
   }
   return out;

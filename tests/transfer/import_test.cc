@@ -152,7 +152,6 @@ TEST_P(TransferImport, ChangesApplyAndAFailureInTheMiddleChangesNothing) {
   EXPECT_EQ(Rows(history), (testing::Cells{{"import", "OK", "T_SECTION", "insert", "0100"},
                                            {"import", "OK", "T_SECTION", "update", "0002"},
                                            {"import", "OK", "T_SECTION", "update", "0002"},
-                                           {"import", "OK", "T_SECTION", "update", "0002"},
                                            {"import", "OK", "T_USER", "insert", "kimura"},
                                            {"import", "OK", "T_USER", "update", "yamada"},
                                            {"import", "OK", "T_SECMEMBER", "insert", "0100/kimura"}}));
