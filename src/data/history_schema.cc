@@ -261,8 +261,8 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
         }
       const std::string counted = "ARRAY[" + text::Join(derived, ", ") + "]::text[]";
       out.push_back("CREATE OR REPLACE TRIGGER ORVANE_HISTORY_U_" + t->name + " AFTER UPDATE ON " + t->name +
-                    " FOR EACH ROW WHEN (" + open + " AND (to_jsonb(OLD) - " + counted + ") IS DISTINCT FROM (to_jsonb(NEW) - " +
-                    counted + "))" + call);
+                    " FOR EACH ROW WHEN (" + open + " AND (to_jsonb(OLD) - " + counted +
+                    ") IS DISTINCT FROM (to_jsonb(NEW) - " + counted + "))" + call);
     }
   }
   return out;

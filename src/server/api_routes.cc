@@ -8,6 +8,7 @@
 #include "data/db.h"
 #include "dispatch/optional_fields.h"
 #include "requests/field_rules_doc.h"
+#include "server/api_answer.h"
 
 namespace orvane {
 namespace {
@@ -19,40 +20,6 @@ using json = nlohmann::json;
 constexpr size_t kSearchLimit = 20;
 constexpr size_t kQueryMax = 100;
 
-long long MicrosSince(Steady::time_point start) {
-  return std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - start).count();
-}
-
-// Answers `body` as JSON and logs the request; `cache` the Cache-Control.
-// X-Session-Timeout (seconds) lets the pages warn before the session ends.
-void Reply(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady::time_point start, int status,
-           const json& body, const char* cache = "no-store", Cause failure = {}) {
-  res.status = status;
-  res.SetHeader("Cache-Control", cache);
-  res.SetHeader("X-Session-Timeout", std::to_string(state.sessions->IdleTimeout().count()));
-  res.SetHeader("X-Content-Type-Options", "nosniff");
-  res.SetContent(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json; charset=utf-8");
-  state.access_log.Write(
-      {req.remote_address, req.method, req.path, "", status, MicrosSince(start), res.body, false, std::move(failure)});
-}
-
-json Error(std::string_view code, std::string_view message = {}) {
-  json j = {{"error", code}};
-  if (!message.empty()) j["message"] = message;
-  return j;
-}
-
-// The administrator check of /orvane's queries; false once refused and answered.
-bool Admitted(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady::time_point start) {
-  std::shared_ptr<Session> session = state.sessions->Find(ParseCookieHeader(req.Header("Cookie")).Get(kSessionCookie));
-  if (!session) session = std::make_shared<Session>();
-  AccessDecision access = MayCall(state.access, state.config, *session, nullptr);
-  if (access.allowed) return true;
-  const int status = access.failure.ok() ? 401 : 503;
-  Reply(state, req, res, start, status, Error("ERROR:SESSIONCHECK"), "no-store", access.failure.cause());
-  return false;
-}
-
 NamedValues QueryOf(const HttpRequest& req) {
   NamedValues fields;
   ParseUrlEncoded(req.Query(), fields);
@@ -61,31 +28,31 @@ NamedValues QueryOf(const HttpRequest& req) {
 
 void HandleSearch(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   const auto start = Steady::now();
-  if (!Admitted(state, req, res, start)) return;
+  if (!ApiAdministrator(state, req, res, start)) return;
   const std::string q = QueryOf(req).Get("q");
   if (!text::IsValidUtf8(q) || text::CodePointLength(q) > kQueryMax)
-    return Reply(state, req, res, start, 400,
-                 Error("ERROR:INVALIDVALUE", "q: must be valid UTF-8 of at most 100 characters"));
+    return ApiReply(state, req, res, start, 400,
+                    ApiError("ERROR:INVALIDVALUE", "q: must be valid UTF-8 of at most 100 characters"));
   SearchResult found;
   if (Status s = state.search.Search(state.config, q, kSearchLimit, found); !s.ok())
-    return Reply(state, req, res, start, 500, Error("ERROR:DBSELECT"), "no-store", s.cause());
+    return ApiReply(state, req, res, start, 500, ApiError("ERROR:DBSELECT"), {.failure = s.cause()});
   json users = json::array(), groups = json::array();
   for (const SearchUser& u : found.users)
     users.push_back({{"id", u.id}, {"name", u.name}, {"reading", u.reading}, {"mail", u.mail}});
   for (const SearchGroup& g : found.groups)
     groups.push_back({{"code", g.code}, {"name", g.name}, {"display", g.display}});
-  Reply(state, req, res, start, 200, {{"users", std::move(users)}, {"groups", std::move(groups)}});
+  ApiReply(state, req, res, start, 200, {{"users", std::move(users)}, {"groups", std::move(groups)}});
 }
 
 // GET /api/stamp?group=CODE or ?user=ID (DBFlg=1: the work tables): the
 // row's update stamp as 202 and 205 compare it; "" when there is no row.
 void HandleStamp(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   const auto start = Steady::now();
-  if (!Admitted(state, req, res, start)) return;
+  if (!ApiAdministrator(state, req, res, start)) return;
   const NamedValues query = QueryOf(req);
   const bool group = query.Has("group"), work = query.Get("DBFlg") == "1";
   if (group == query.Has("user"))
-    return Reply(state, req, res, start, 400, Error("ERROR:INVALIDVALUE", "give one of group and user"));
+    return ApiReply(state, req, res, start, 400, ApiError("ERROR:INVALIDVALUE", "give one of group and user"));
   data::Sql sql;
   sql << "select UPD_YMD ,UPD_HMS from ";
   if (group) {
@@ -104,8 +71,8 @@ void HandleStamp(ServerState& state, const HttpRequest& req, HttpResponse& res) 
     });
     data::Com_funDbClose(conn).IgnoreError();  // read only
   }
-  if (!s.ok()) return Reply(state, req, res, start, 500, Error("ERROR:DBSELECT"), "no-store", s.cause());
-  Reply(state, req, res, start, 200, {{"stamp", stamp}});
+  if (!s.ok()) return ApiReply(state, req, res, start, 500, ApiError("ERROR:DBSELECT"), {.failure = s.cause()});
+  ApiReply(state, req, res, start, 200, {{"stamp", stamp}});
 }
 
 }  // namespace
@@ -115,9 +82,9 @@ void RegisterApiRoutes(Router& server, ServerState& state) {
   // pages check as one types with the rules the server applies.
   server.Get("/api/field-rules", [&state](const HttpRequest& req, HttpResponse& res) {
     const auto start = Steady::now();
-    if (!Admitted(state, req, res, start)) return;
+    if (!ApiAdministrator(state, req, res, start)) return;
     static const json rules = FieldRulesDocument();
-    Reply(state, req, res, start, 200, rules, "no-cache");
+    ApiReply(state, req, res, start, 200, rules, {.cache = "no-cache"});
   });
   server.Get("/api/search", [&state](const HttpRequest& req, HttpResponse& res) { HandleSearch(state, req, res); });
   server.Get("/api/stamp", [&state](const HttpRequest& req, HttpResponse& res) { HandleStamp(state, req, res); });

@@ -6,29 +6,13 @@
 #include "data/db.h"
 #include "history/history_read.h"
 #include "history/history_words.h"
+#include "server/api_answer.h"
 
 namespace orvane {
 namespace {
 
 using Steady = std::chrono::steady_clock;
 using json = nlohmann::json;
-
-void Reply(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady::time_point start, int status,
-           const json& body, Cause failure = {}) {
-  res.status = status;
-  res.SetHeader("Cache-Control", "no-store");
-  res.SetHeader("X-Content-Type-Options", "nosniff");
-  res.SetContent(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json; charset=utf-8");
-  const long long micros = std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - start).count();
-  state.access_log.Write(
-      {req.remote_address, req.method, req.path, "", status, micros, res.body, false, std::move(failure)});
-}
-
-json Error(std::string_view code, std::string_view message = {}) {
-  json j = {{"error", code}};
-  if (!message.empty()) j["message"] = message;
-  return j;
-}
 
 json Image(const std::string& kept) {
   if (kept.empty()) return nullptr;
@@ -61,17 +45,12 @@ json EntryJson(const history::Entry& e) {
 
 void HandleHistory(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   const auto start = Steady::now();
-  std::shared_ptr<Session> session = state.sessions->Find(ParseCookieHeader(req.Header("Cookie")).Get(kSessionCookie));
-  if (!session) session = std::make_shared<Session>();
-  AccessDecision access = MayCall(state.access, state.config, *session, nullptr);
-  if (!access.allowed)
-    return Reply(state, req, res, start, access.failure.ok() ? 401 : 503, Error("ERROR:SESSIONCHECK"),
-                 access.failure.cause());
+  if (!ApiAdministrator(state, req, res, start)) return;
   NamedValues query;
   ParseUrlEncoded(req.Query(), query);
   history::Filter filter;
   if (Status s = history::ParseFilter(query, filter); !s.ok())
-    return Reply(state, req, res, start, 400, Error("ERROR:INVALIDVALUE", s.trail()));
+    return ApiReply(state, req, res, start, 400, ApiError("ERROR:INVALIDVALUE", s.trail()));
   std::string dsn;
   std::vector<history::Entry> entries;
   long next = 0;
@@ -82,10 +61,10 @@ void HandleHistory(ServerState& state, const HttpRequest& req, HttpResponse& res
     s = history::ReadHistory(conn, filter, entries, next);
     data::Com_funDbClose(conn).IgnoreError();  // read only
   }
-  if (!s.ok()) return Reply(state, req, res, start, 500, Error("ERROR:DBSELECT"), s.cause());
+  if (!s.ok()) return ApiReply(state, req, res, start, 500, ApiError("ERROR:DBSELECT"), {.failure = s.cause()});
   json list = json::array();
   for (const history::Entry& e : entries) list.push_back(EntryJson(e));
-  Reply(state, req, res, start, 200, {{"entries", std::move(list)}, {"next", next ? json(next) : json(nullptr)}});
+  ApiReply(state, req, res, start, 200, {{"entries", std::move(list)}, {"next", next ? json(next) : json(nullptr)}});
 }
 
 }  // namespace

@@ -10,8 +10,7 @@
 #include "restore/deleted_list.h"
 #include "restore/restore_deleted.h"
 #include "restore/undo.h"
-#include "server/access.h"
-#include "server/origin_check.h"
+#include "server/api_answer.h"
 
 namespace orvane {
 namespace {
@@ -19,38 +18,12 @@ namespace {
 using Steady = std::chrono::steady_clock;
 using json = nlohmann::json;
 
-void Reply(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady::time_point start, int status,
-           const json& body, Cause failure = {}) {
-  res.status = status;
-  res.SetHeader("Cache-Control", "no-store");
-  res.SetHeader("X-Content-Type-Options", "nosniff");
-  res.SetContent(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json; charset=utf-8");
-  const long long micros = std::chrono::duration_cast<std::chrono::microseconds>(Steady::now() - start).count();
-  state.access_log.Write(
-      {req.remote_address, req.method, req.path, "", status, micros, res.body, false, std::move(failure)});
-}
-
-// The administrator's session, or null when the request was answered.
-std::shared_ptr<Session> Administrator(ServerState& state, const HttpRequest& req, HttpResponse& res,
-                                       Steady::time_point start) {
-  std::shared_ptr<Session> session = state.sessions->Find(ParseCookieHeader(req.Header("Cookie")).Get(kSessionCookie));
-  if (!session) session = std::make_shared<Session>();
-  AccessDecision access = MayCall(state.access, state.config, *session, nullptr);
-  if (access.allowed) return session;
-  Reply(state, req, res, start, access.failure.ok() ? 401 : 503, {{"error", "ERROR:SESSIONCHECK"}},
-        access.failure.cause());
-  return nullptr;
-}
-
 // A restore or an undo: the origin check, the administrator, the form
 // body, then `run` on a request context of the session.
 template <typename Run>
 void HandleChange(ServerState& state, const HttpRequest& req, HttpResponse& res, std::string_view bad_body, Run run) {
   const auto start = Steady::now();
-  if (IsCrossSiteChange(req.Header("Sec-Fetch-Site"), req.Header("Origin"), req.Header("Host"), state.secure_cookie,
-                        state.access.trusted_origins))
-    return Reply(state, req, res, start, 403, {{"error", "ERROR:CROSSORIGIN"}});
-  std::shared_ptr<Session> session = Administrator(state, req, res, start);
+  std::shared_ptr<Session> session = ApiAdministrator(state, req, res, start, true);
   if (!session) return;
   NamedValues body;
   if (text::StartsWithIgnoreCase(req.Header("Content-Type"), "application/x-www-form-urlencoded"))
@@ -60,24 +33,25 @@ void HandleChange(ServerState& state, const HttpRequest& req, HttpResponse& res,
   ctx.proxy_exchanges = &state.metrics;
   std::optional<restore::Outcome> out = run(body, ctx);
   if (!out)
-    return Reply(state, req, res, start, 400, {{"ok", false}, {"error", "ERROR:INVALIDVALUE"}, {"message", bad_body}});
+    return ApiReply(state, req, res, start, 400,
+                    {{"ok", false}, {"error", "ERROR:INVALIDVALUE"}, {"message", bad_body}});
   state.search.Invalidate();  // names may have come back
-  if (out->ok) return Reply(state, req, res, start, 200, {{"ok", true}, {"entry", out->entry}});
-  Reply(state, req, res, start, 200, {{"ok", false}, {"error", out->error}, {"message", out->message}},
-        ctx.failure_cause());
+  if (out->ok) return ApiReply(state, req, res, start, 200, {{"ok", true}, {"entry", out->entry}});
+  ApiReply(state, req, res, start, 200, {{"ok", false}, {"error", out->error}, {"message", out->message}},
+           {.failure = ctx.failure_cause()});
 }
 
 void HandleDeleted(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   const auto start = Steady::now();
-  if (!Administrator(state, req, res, start)) return;
+  if (!ApiAdministrator(state, req, res, start)) return;
   NamedValues query;
   ParseUrlEncoded(req.Query(), query);
   const std::string kind = query.Get("kind");
   if (kind != "user" && kind != "group")
-    return Reply(state, req, res, start, 400, {{"error", "ERROR:INVALIDVALUE"}, {"message", "kind: user or group"}});
+    return ApiReply(state, req, res, start, 400, {{"error", "ERROR:INVALIDVALUE"}, {"message", "kind: user or group"}});
   std::vector<restore::Deleted> list;
   Status s = restore::ReadDeleted(state.config, state.clock, kind, list);
-  if (!s.ok()) return Reply(state, req, res, start, 500, {{"error", "ERROR:DBSELECT"}}, s.cause());
+  if (!s.ok()) return ApiReply(state, req, res, start, 500, {{"error", "ERROR:DBSELECT"}}, {.failure = s.cause()});
   json out = json::array();
   for (const restore::Deleted& d : list)
     out.push_back({{"kind", kind},
@@ -86,7 +60,7 @@ void HandleDeleted(ServerState& state, const HttpRequest& req, HttpResponse& res
                    {"time", d.time},
                    {"entry", d.entry},
                    {"restorable", d.restorable}});
-  Reply(state, req, res, start, 200, {{"deleted", std::move(out)}});
+  ApiReply(state, req, res, start, 200, {{"deleted", std::move(out)}});
 }
 
 }  // namespace

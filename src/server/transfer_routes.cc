@@ -7,8 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "dispatch/request_context.h"
-#include "server/access.h"
-#include "server/origin_check.h"
+#include "server/api_answer.h"
 #include "transfer/export.h"
 #include "transfer/import_apply.h"
 #include "transfer/import_mail.h"
@@ -40,36 +39,10 @@ void Log(ServerState& state, const HttpRequest& req, const HttpResponse& res, St
                           {}});
 }
 
+// A report may hold new passwords: a 200's body never goes to the log.
 void Reply(ServerState& state, const HttpRequest& req, HttpResponse& res, Steady::time_point start, int status,
            const json& body) {
-  res.status = status;
-  res.SetHeader("Cache-Control", "no-store");
-  res.SetHeader("X-Content-Type-Options", "nosniff");
-  res.SetContent(body.dump(-1, ' ', false, json::error_handler_t::replace), "application/json; charset=utf-8");
-  Log(state, req, res, start);
-}
-
-json Error(std::string_view code, std::string_view message = {}) {
-  json j = {{"error", code}};
-  if (!message.empty()) j["message"] = message;
-  return j;
-}
-
-// The administrator check (and, for a change, the cross-site gate); the
-// session of the administrator, or null once refused and answered.
-std::shared_ptr<Session> Admitted(ServerState& state, const HttpRequest& req, HttpResponse& res,
-                                  Steady::time_point start, bool change) {
-  if (change && IsCrossSiteChange(req.Header("Sec-Fetch-Site"), req.Header("Origin"), req.Header("Host"),
-                                  state.secure_cookie, state.access.trusted_origins)) {
-    Reply(state, req, res, start, 403, Error("ERROR:CROSSORIGIN"));
-    return nullptr;
-  }
-  std::shared_ptr<Session> session = state.sessions->Find(ParseCookieHeader(req.Header("Cookie")).Get(kSessionCookie));
-  if (!session) session = std::make_shared<Session>();
-  AccessDecision access = MayCall(state.access, state.config, *session, nullptr);
-  if (access.allowed) return session;
-  Reply(state, req, res, start, access.failure.ok() ? 401 : 503, Error("ERROR:SESSIONCHECK"));
-  return nullptr;
+  ApiReply(state, req, res, start, status, body, {.log_body = false});
 }
 
 bool Base64Decode(const std::string& in, std::string& out) {
@@ -146,21 +119,21 @@ void PrepareTransferContext(RequestContext& ctx, const HttpRequest& req) {
 
 void HandleExport(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   const auto start = Steady::now();
-  if (!Admitted(state, req, res, start, false)) return;
+  if (!ApiAdministrator(state, req, res, start, false)) return;
   NamedValues query;
   ParseUrlEncoded(req.Query(), query);
   const transfer::FileSpec* spec = transfer::FindFileSpec(query.Get("file"));
   transfer::Encoding encoding = transfer::Encoding::kUtf8;
   if (!spec || (query.Has("encoding") && !transfer::ParseEncoding(query.Get("encoding"), encoding)))
     return Reply(state, req, res, start, 400,
-                 Error("ERROR:INVALIDVALUE",
-                       "file: sections.csv, users.csv, memberships.csv or menu_rights.csv; encoding: utf-8 or "
-                       "shift_jis"));
+                 ApiError("ERROR:INVALIDVALUE",
+                          "file: sections.csv, users.csv, memberships.csv or menu_rights.csv; encoding: utf-8 or "
+                          "shift_jis"));
   std::vector<transfer::ExportedFile> files;
   Status s = transfer::ExportOrganisation(state.config.Get("LOCAL_DB_DSN"), encoding, files);
   if (!s.ok())
     return Reply(state, req, res, start, s.refused() ? 400 : 500,
-                 Error(s.refused() ? "ERROR:INVALIDVALUE" : "ERROR:DBSELECT", s.refused() ? s.trail() : ""));
+                 ApiError(s.refused() ? "ERROR:INVALIDVALUE" : "ERROR:DBSELECT", s.refused() ? s.trail() : ""));
   for (transfer::ExportedFile& f : files) {
     if (f.name != spec->file_name) continue;
     res.status = 200;
@@ -174,13 +147,13 @@ void HandleExport(ServerState& state, const HttpRequest& req, HttpResponse& res)
 
 void HandleImport(ServerState& state, const HttpRequest& req, HttpResponse& res, bool apply) {
   const auto start = Steady::now();
-  std::shared_ptr<Session> session = Admitted(state, req, res, start, true);
+  std::shared_ptr<Session> session = ApiAdministrator(state, req, res, start, true);
   if (!session) return;
   std::vector<transfer::ImportFile> files;
   transfer::ImportOptions options;
   std::string error, now;
   if (!ReadUpload(req, files, options, error))
-    return Reply(state, req, res, start, 400, Error("ERROR:INVALIDVALUE", error));
+    return Reply(state, req, res, start, 400, ApiError("ERROR:INVALIDVALUE", error));
   Com_subGetDate(state.clock, options.today, now);
   transfer::ImportPlan plan;
   if (!apply) {
@@ -189,7 +162,7 @@ void HandleImport(ServerState& state, const HttpRequest& req, HttpResponse& res,
     Status s = data::Com_funDbOpen(state.config.Get("LOCAL_DB_DSN"), "", "", conn);
     if (s.ok()) s = transfer::ReadOrganisation(conn, current);
     if (conn.IsOpen()) data::Com_funDbClose(conn).IgnoreError();  // only read
-    if (!s.ok()) return Reply(state, req, res, start, 500, Error("ERROR:DBSELECT"));
+    if (!s.ok()) return Reply(state, req, res, start, 500, ApiError("ERROR:DBSELECT"));
     transfer::PlanImport(current, files, options, plan);
     return Reply(state, req, res, start, 200, PlanJson(plan));
   }
@@ -215,15 +188,15 @@ void HandleImport(ServerState& state, const HttpRequest& req, HttpResponse& res,
 
 void HandleRetry(ServerState& state, const HttpRequest& req, HttpResponse& res) {
   const auto start = Steady::now();
-  std::shared_ptr<Session> session = Admitted(state, req, res, start, true);
+  std::shared_ptr<Session> session = ApiAdministrator(state, req, res, start, true);
   if (!session) return;
   transfer::ImportReport report;
   std::string error;
   if (!transfer::ReadReportCsv(req.body, report, error))
-    return Reply(state, req, res, start, 400, Error("ERROR:INVALIDVALUE", error));
+    return Reply(state, req, res, start, 400, ApiError("ERROR:INVALIDVALUE", error));
   RequestContext ctx(state.config, *session, state.app, state.clock);
   PrepareTransferContext(ctx, req);
-  if (!transfer::RetryMail(ctx, report, error)) return Reply(state, req, res, start, 500, Error("ERROR:DBSELECT"));
+  if (!transfer::RetryMail(ctx, report, error)) return Reply(state, req, res, start, 500, ApiError("ERROR:DBSELECT"));
   Reply(state, req, res, start, 200, ReportJson(report));
 }
 
@@ -239,7 +212,7 @@ void RegisterTransferRoutes(Router& server, ServerState& state) {
               [&state](const HttpRequest& req, HttpResponse& res) { HandleRetry(state, req, res); });
   server.Get("/api/import/progress", [&state](const HttpRequest& req, HttpResponse& res) {
     const auto start = Steady::now();
-    if (!Admitted(state, req, res, start, false)) return;
+    if (!ApiAdministrator(state, req, res, start, false)) return;
     Reply(state, req, res, start, 200,
           {{"running", progress_running.load()}, {"done", progress_done.load()}, {"total", progress_total.load()}});
   });

@@ -64,8 +64,8 @@ std::string SendUserMail(RequestContext& ctx, data::Connection& conn, const Mail
   }
   u.mail_ad = flag == "1" ? "" : UserValue(user, "mail");
   u.mail_fl = flag == "1" ? "" : UserValue(user, "alias_in_use");
-  Status alias_sent =
-      accounts::funAdmMailAlias1(ctx, conn, flag, mail.folder, u, accounts::MailBefore{old_use, old_alias, old_alias_flag});
+  Status alias_sent = accounts::funAdmMailAlias1(ctx, conn, flag, mail.folder, u,
+                                                 accounts::MailBefore{old_use, old_alias, old_alias_flag});
   if (!alias_sent.ok()) return "alias command: " + alias_sent.trail();
   return {};
 }
