@@ -31,4 +31,14 @@ bool IsTruthValue(std::string_view value) {
   return ParseWhole(v, number) && number != 0;
 }
 
+bool ReadMailServerKeys(RequestContext& ctx, std::vector<std::string>& keys) {
+  constexpr std::string_view kNoConfig = "ERROR:READINFOFILE_SV_FOLDER";
+  return ReadRequiredKeys(ctx,
+                          {{"ML_FOLDER", kNoConfig},
+                           {"ML_ISLOCAL", kNoConfig},
+                           {"ML_SERVERIP", kNoConfig},
+                           {"ML_EXEPROXY_PORT", kNoConfig}},
+                          keys);
+}
+
 }  // namespace orvane::accounts

@@ -29,5 +29,9 @@ bool ToolsRunLocally(const ConfigFile& config);
 // regard to case or a non-zero whole number means direct file access.
 bool IsTruthValue(std::string_view value);
 
+// The keys that reach the mail server, read when ML_MODE is "2": ML_FOLDER,
+// ML_ISLOCAL, ML_SERVERIP and ML_EXEPROXY_PORT into `keys` in that order,
+// a missing one answering "ERROR:READINFOFILE_SV_FOLDER". False once answered.
+bool ReadMailServerKeys(RequestContext& ctx, std::vector<std::string>& keys);
 
 }  // namespace orvane::accounts

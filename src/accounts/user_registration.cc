@@ -7,6 +7,7 @@
 #include "accounts/file_system.h"
 #include "accounts/mail_account.h"
 #include "accounts/mail_alias.h"
+#include "accounts/mail_config.h"
 #include "accounts/section_mail_list.h"
 #include "accounts/user_storage.h"
 #include "base/text.h"
@@ -77,13 +78,7 @@ void RegistUser1(RequestContext& ctx, const std::string& flag, const UserForm& u
   if (!ReadRequiredKeys(ctx, {{"LOCAL_DB_DSN", kNoConfig}, {"ML_MODE", kNoConfig}}, keys)) return;
   const bool mail_server = keys[1] == "2";
   // The mail server's keys matter only when it is kept in step.
-  if (mail_server && !ReadRequiredKeys(ctx,
-                                       {{"ML_FOLDER", kNoConfig},
-                                        {"ML_ISLOCAL", kNoConfig},
-                                        {"ML_SERVERIP", kNoConfig},
-                                        {"ML_EXEPROXY_PORT", kNoConfig}},
-                                       mail_keys))
-    return;
+  if (mail_server && !ReadMailServerKeys(ctx, mail_keys)) return;
   WriteFrame frame(ctx, kUserRules);
   if (!frame.Start()) return;
   const bool remove = flag == "1", change = flag == "2", add = flag == "3";

@@ -2,6 +2,7 @@
 
 #include "accounts/mail_account.h"
 #include "accounts/mail_alias.h"
+#include "accounts/mail_config.h"
 #include "accounts/mail_list_members.h"
 #include "accounts/user_registration.h"
 #include "accounts/user_storage.h"
@@ -75,13 +76,7 @@ Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
   };
   if (!frame.Start({{"LOCAL_DB_DSN", kNoConfig}, {"ML_MODE", kNoConfig}}, keys)) return outcome();
   const bool mail_server = keys[1] == "2";
-  if (mail_server && !ReadRequiredKeys(ctx,
-                                       {{"ML_FOLDER", kNoConfig},
-                                        {"ML_ISLOCAL", kNoConfig},
-                                        {"ML_SERVERIP", kNoConfig},
-                                        {"ML_EXEPROXY_PORT", kNoConfig}},
-                                       mail_keys))
-    return outcome();
+  if (mail_server && !accounts::ReadMailServerKeys(ctx, mail_keys)) return outcome();
   if (!frame.Open()) return outcome();
   data::Connection& conn = frame.conn();
 

@@ -2,6 +2,7 @@
 
 #include "accounts/mail_account.h"
 #include "accounts/mail_alias.h"
+#include "accounts/mail_config.h"
 #include "accounts/user_registration.h"
 #include "accounts/user_storage.h"
 #include "dispatch/required_keys.h"
@@ -24,13 +25,7 @@ bool ReadMailSide(RequestContext& ctx, MailSide& out) {
   std::vector<std::string> keys;
   if (!ReadRequiredKeys(ctx, {{"ML_MODE", kNoConfig}}, keys)) return false;
   if (keys[0] != "2" || ctx.WorkTables()) return true;
-  if (!ReadRequiredKeys(ctx,
-                        {{"ML_FOLDER", kNoConfig},
-                         {"ML_ISLOCAL", kNoConfig},
-                         {"ML_SERVERIP", kNoConfig},
-                         {"ML_EXEPROXY_PORT", kNoConfig}},
-                        keys))
-    return false;
+  if (!accounts::ReadMailServerKeys(ctx, keys)) return false;
   out.enabled = true;
   out.folder = keys[0].ends_with('\\') ? keys[0] : keys[0] + "\\";
   return true;
