@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "base/whole_number.h"
 #include "data/db.h"
 #include "data/history_schema.h"
 #include "restore/entry_images.h"
@@ -28,13 +29,13 @@ Status ReadDeleted(const ConfigFile& config, const Clock& clock, const std::stri
       << " and H.CODE = " << Quoted(code) << " and H.ANSWER = 'OK' and H.ENTRY_TIME >= " << Quoted(since)
       << " order by H.ID desc";
   std::set<std::string> seen;
-  Status s = data::SelectRows(conn, sql, {"ROW_KEY", "ROW_LABEL", "ENTRY_TIME", "ID", "RESTORED"},
-                              [&](const std::vector<std::string>& v) {
-                                Deleted d{v[0], v[1], v[2], std::atol(v[3].c_str()), false};
-                                d.restorable = seen.insert(d.key).second && std::atol(v[4].c_str()) == 0;
-                                out.push_back(std::move(d));
-                                return true;
-                              });
+  Status s = data::SelectRows(
+      conn, sql, {"ROW_KEY", "ROW_LABEL", "ENTRY_TIME", "ID", "RESTORED"}, [&](const std::vector<std::string>& v) {
+        Deleted d{v[0], v[1], v[2], static_cast<long>(ParseWholeNumber(v[3], 0, 999999999999).value_or(0)), false};
+        d.restorable = seen.insert(d.key).second && ParseWholeNumber(v[4], 0, 999999999999).value_or(0) == 0;
+        out.push_back(std::move(d));
+        return true;
+      });
   // A key in use again is not restorable.
   for (Deleted& d : out) {
     if (!s.ok() || !d.restorable) continue;

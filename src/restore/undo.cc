@@ -2,7 +2,6 @@
 
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -10,6 +9,7 @@
 
 #include "base/clock.h"
 #include "base/text.h"
+#include "base/whole_number.h"
 #include "data/history_schema.h"
 #include "data/history_store.h"
 #include "data/schema.h"
@@ -61,7 +61,8 @@ const Image* Find(const std::vector<Image>& images, std::string_view table, cons
   return nullptr;
 }
 
-long Number(const std::string& s) { return std::atol(s.c_str()); }
+// A stored order or id; an unreadable one sorts first.
+long long Number(const std::string& s) { return ParseWholeNumber(s, 0, 999999999999).value_or(0); }
 
 // One undo: the entry, a connection for the reads between the steps, and
 // the steps themselves run as requests.
@@ -311,7 +312,7 @@ Outcome Undoer::Run() {
   std::string last_id;
   data::SelectFirstValue(conn_, last, "LAST_ID", last_id).IgnoreError();  // the answer is the steps'
   data::Com_funDbClose(conn_).IgnoreError();
-  return OutcomeOf(done ? "OK" : answer_, std::atol(last_id.c_str()));
+  return OutcomeOf(done ? "OK" : answer_, Number(last_id));
 }
 
 }  // namespace
