@@ -229,7 +229,9 @@ TEST(DemoMail, ToolsRunSideBySideLoseNoAccount) {
   for (std::thread& t : threads) t.join();
   std::string accounts = demo.Mail("accounts");
   for (int i = 0; i < 8; ++i)
-    EXPECT_NE(accounts.find("u" + std::to_string(i) + "\t" + Sha256Hex("x") + "\n"), std::string::npos) << accounts;
+    EXPECT_NE(accounts.find(std::string(1, 'u').append(std::to_string(i)).append("\t").append(Sha256Hex("x")) + "\n"),
+              std::string::npos)
+        << accounts;
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ class FieldRules : public DbTest {
     for (const char* table : {"T_SECTION", "T_USER", "MENU_USER", "T_SECMEMBER", "T_PASSGEN", "ORVANE_TREE_VERSION"}) {
       testing::Cells rows = Rows(data::Sql() << "select * from " << data::Table(table));
       std::sort(rows.begin(), rows.end());
-      for (const auto& row : rows) out += table + ("|" + text::Join(row, "|")) + "\n";
+      for (const auto& row : rows) out.append(table).append("|").append(text::Join(row, "|")).append("\n");
     }
     return out + ReadFile(dir().File("mail/Lists/sales/users.lst")) +
            ReadFile(dir().File("mail/Lists/sales/users.txt"));

@@ -31,7 +31,7 @@ class HistoryCli : public testing::DbTest {
       if (line.empty()) continue;
       size_t blank = line.find(' ');
       EXPECT_GT(std::stol(line.substr(0, blank)), 0) << line;
-      lines += "#" + line.substr(blank) + "\n";
+      lines.append("#").append(line.substr(blank)).append("\n");
     }
     return lines;
   }
