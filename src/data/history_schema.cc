@@ -224,15 +224,15 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
        {"ORVANE_HISTORY (ENTRY_TIME)", "ORVANE_HISTORY (USER_ID, ID)", "ORVANE_HISTORY (CODE, ID)",
         "ORVANE_HISTORY (UNDOES)", "ORVANE_HISTORY_ROW (ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)",
         "ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)"}) {
-    std::string spec = index;
-    std::string table = spec.substr(0, spec.find(' '));
-    std::string columns = spec.substr(spec.find('(') + 1, spec.find(')') - spec.find('(') - 1);
+    std::string definition = index;
+    std::string table = definition.substr(0, definition.find(' '));
+    std::string columns = definition.substr(definition.find('(') + 1, definition.find(')') - definition.find('(') - 1);
     std::string name = "IX_" + table + "_" + text::ReplaceAll(columns, ", ", "_");
     if (sql_server) {
       out.push_back("IF NOT EXISTS (SELECT * FROM sys.indexes WHERE name = N'" + name + "') CREATE INDEX " + name +
-                    " ON " + spec);
+                    " ON " + definition);
     } else {
-      out.push_back("CREATE INDEX IF NOT EXISTS " + name + " ON " + spec);
+      out.push_back("CREATE INDEX IF NOT EXISTS " + name + " ON " + definition);
     }
   }
   if (dialect.kind() == Dialect::Kind::kSqlite) {

@@ -122,9 +122,9 @@ void HandleExport(ServerState& state, const HttpRequest& req, HttpResponse& res)
   if (!ApiAdministrator(state, req, res, start, false)) return;
   NamedValues query;
   ParseUrlEncoded(req.Query(), query);
-  const transfer::FileSpec* spec = transfer::FindFileSpec(query.Get("file"));
+  const transfer::FileSpec* layout = transfer::FindFileSpec(query.Get("file"));
   transfer::Encoding encoding = transfer::Encoding::kUtf8;
-  if (!spec || (query.Has("encoding") && !transfer::ParseEncoding(query.Get("encoding"), encoding)))
+  if (!layout || (query.Has("encoding") && !transfer::ParseEncoding(query.Get("encoding"), encoding)))
     return Reply(state, req, res, start, 400,
                  ApiError("ERROR:INVALIDVALUE",
                           "file: sections.csv, users.csv, memberships.csv or menu_rights.csv; encoding: utf-8 or "
@@ -135,7 +135,7 @@ void HandleExport(ServerState& state, const HttpRequest& req, HttpResponse& res)
     return Reply(state, req, res, start, s.refused() ? 400 : 500,
                  ApiError(s.refused() ? "ERROR:INVALIDVALUE" : "ERROR:DBSELECT", s.refused() ? s.trail() : ""));
   for (transfer::ExportedFile& f : files) {
-    if (f.name != spec->file_name) continue;
+    if (f.name != layout->file_name) continue;
     res.status = 200;
     res.SetHeader("Cache-Control", "no-store");
     res.SetHeader("Content-Disposition", "attachment; filename=\"" + f.name + "\"");

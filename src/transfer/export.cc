@@ -2,15 +2,15 @@
 
 namespace orvane::transfer {
 
-Status FileBytes(const FileSpec& spec, const std::vector<Row>& rows, Encoding encoding, std::string& bytes) {
+Status FileBytes(const FileSpec& layout, const std::vector<Row>& rows, Encoding encoding, std::string& bytes) {
   std::vector<std::vector<std::string>> lines;
   lines.reserve(rows.size() + 1);
   std::vector<std::string>& header = lines.emplace_back();
-  for (std::string_view name : spec.ExportedNames()) header.emplace_back(name);
+  for (std::string_view name : layout.ExportedNames()) header.emplace_back(name);
   lines.insert(lines.end(), rows.begin(), rows.end());
   FileFault fault;
   if (WriteCsv(lines, encoding, bytes, fault)) return Status::Ok();
-  return Status::Refused(std::string(spec.file_name) + " line " + std::to_string(fault.line) + ": " + fault.message);
+  return Status::Refused(std::string(layout.file_name) + " line " + std::to_string(fault.line) + ": " + fault.message);
 }
 
 Status ExportOrganisation(const std::string& dsn, Encoding encoding, std::vector<ExportedFile>& files) {
@@ -26,10 +26,10 @@ Status ExportOrganisation(const std::string& dsn, Encoding encoding, std::vector
     data::Com_funDbClose(conn).IgnoreError();        // the rows are read
   }
   if (!read.ok()) return read;
-  for (const FileSpec& spec : FileSpecs()) {
+  for (const FileSpec& layout : FileSpecs()) {
     ExportedFile& f = files.emplace_back();
-    f.name = spec.file_name;
-    if (Status s = FileBytes(spec, org.Of(spec.kind), encoding, f.bytes); !s.ok()) return s;
+    f.name = layout.file_name;
+    if (Status s = FileBytes(layout, org.Of(layout.kind), encoding, f.bytes); !s.ok()) return s;
   }
   return Status::Ok();
 }

@@ -19,7 +19,7 @@ struct ExportedFile {
 };
 
 // One file's bytes from rows already read.
-Status FileBytes(const FileSpec& spec, const std::vector<Row>& rows, Encoding encoding, std::string& bytes);
+Status FileBytes(const FileSpec& layout, const std::vector<Row>& rows, Encoding encoding, std::string& bytes);
 
 // Reads data source `dsn` and makes the four files. A failure carries the
 // data layer's trail, or names the file and line a Shift_JIS export cannot

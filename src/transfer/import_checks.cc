@@ -127,11 +127,11 @@ bool NeedsOrder(const PlanLine& line) {
 // their new siblings, in line order.
 void PlaceInOrder(WorkState& state, std::vector<PlanLine>& lines) {
   for (FileKind kind : {FileKind::kSections, FileKind::kMemberships}) {
-    const FileSpec& spec = SpecOf(kind);
+    const FileSpec& layout = SpecOf(kind);
     const int order = Col(kind, "order"), group = Col(kind, kind == FileKind::kSections ? "parent" : "section");
     std::set<std::string> placed;
     for (const PlanLine& line : lines)
-      if (line.kind == kind && NeedsOrder(line)) placed.insert(KeyOf(spec, line.after));
+      if (line.kind == kind && NeedsOrder(line)) placed.insert(KeyOf(layout, line.after));
     if (placed.empty()) continue;
     std::map<std::string, std::vector<std::string>> orders;  // group -> orders of the rows staying put
     for (const auto& [key, row] : state.Of(kind))
@@ -144,7 +144,7 @@ void PlaceInOrder(WorkState& state, std::vector<PlanLine>& lines) {
       if (line.action == Action::kChange && next != line.before[order])
         line.changes.push_back({"order", line.before[order], next});
       line.after[order] = next;
-      state.Of(kind)[KeyOf(spec, line.after)] = line.after;
+      state.Of(kind)[KeyOf(layout, line.after)] = line.after;
     }
   }
 }
@@ -152,8 +152,8 @@ void PlaceInOrder(WorkState& state, std::vector<PlanLine>& lines) {
 }  // namespace
 
 WorkState::WorkState(const Organisation& current) {
-  for (const FileSpec& spec : FileSpecs())
-    for (const Row& r : current.Of(spec.kind)) Of(spec.kind).emplace(KeyOf(spec, r), r);
+  for (const FileSpec& layout : FileSpecs())
+    for (const Row& r : current.Of(layout.kind)) Of(layout.kind).emplace(KeyOf(layout, r), r);
 }
 
 void WorkState::Remove(FileKind kind, const std::string& key) {
@@ -169,21 +169,22 @@ void WorkState::Remove(FileKind kind, const std::string& key) {
 
 Organisation WorkState::ToOrganisation() const {
   Organisation out;
-  for (const FileSpec& spec : FileSpecs())
-    for (const auto& [key, row] : Of(spec.kind)) out.Of(spec.kind).push_back(row);
+  for (const FileSpec& layout : FileSpecs())
+    for (const auto& [key, row] : Of(layout.kind)) out.Of(layout.kind).push_back(row);
   return out;
 }
 
-std::string CheckGivenValues(const FileSpec& spec, const std::vector<std::pair<const ColumnSpec*, std::string>>& given,
-                             const Row& before, Row& row) {
+std::string CheckGivenValues(const FileSpec& layout,
+                             const std::vector<std::pair<const ColumnSpec*, std::string>>& given, const Row& before,
+                             Row& row) {
   const bool adding = before.empty();
   bool parent_given = false;
   for (const auto& [column, value] : given) {
     const std::string name(column->name);
     auto fail = [&name](std::string_view reason) { return name + ": " + std::string(reason); };
     if (column->key && value.empty()) return fail("must not be empty");
-    const int at = spec.ExportedIndex(name);
-    const std::string start = spec.kind == FileKind::kMemberships ? row[spec.ExportedIndex("start")] : "";
+    const int at = layout.ExportedIndex(name);
+    const std::string start = layout.kind == FileKind::kMemberships ? row[layout.ExportedIndex("start")] : "";
     FieldRule rule{column->name, column->kind, true, column->kind == FieldKind::kId && column->key && adding, {}, {}};
     if (std::string reason = CheckValue(rule, value, start); !reason.empty()) return fail(reason);
     if (name == "parent") parent_given = true;
@@ -201,7 +202,7 @@ std::string CheckGivenValues(const FileSpec& spec, const std::vector<std::pair<c
       row[at] = normal;
     }
   }
-  if (adding && spec.kind == FileKind::kSections && !parent_given) return "parent: needed for a new section";
+  if (adding && layout.kind == FileKind::kSections && !parent_given) return "parent: needed for a new section";
   return {};
 }
 

@@ -34,8 +34,9 @@ class WorkState {
 // `before` is the stored row, empty when adding. A department code is held
 // to no length: files give back what exports wrote, whatever its age; only
 // two sections holding one code are refused (CheckReferences).
-std::string CheckGivenValues(const FileSpec& spec, const std::vector<std::pair<const ColumnSpec*, std::string>>& given,
-                             const Row& before, Row& row);
+std::string CheckGivenValues(const FileSpec& layout,
+                             const std::vector<std::pair<const ColumnSpec*, std::string>>& given, const Row& before,
+                             Row& row);
 
 // The checks against the organisation as the import leaves it (parents,
 // cycles, department codes, users and sections of memberships and rights,

@@ -15,13 +15,15 @@ std::string BaseName(std::string_view name) {
   return std::string(slash == std::string_view::npos ? name : name.substr(slash + 1));
 }
 
-std::string ShownKey(const FileSpec& spec, const Row& row) { return text::ReplaceAll(KeyOf(spec, row), "\x1f", " "); }
+std::string ShownKey(const FileSpec& layout, const Row& row) {
+  return text::ReplaceAll(KeyOf(layout, row), "\x1f", " ");
+}
 
 // What a new row holds in the columns its line leaves out.
 Row NewRow(FileKind kind, const ImportOptions& options) {
-  const FileSpec& spec = SpecOf(kind);
-  Row row(spec.ExportedNames().size());
-  auto set = [&](std::string_view column, std::string value) { row[spec.ExportedIndex(column)] = std::move(value); };
+  const FileSpec& layout = SpecOf(kind);
+  Row row(layout.ExportedNames().size());
+  auto set = [&](std::string_view column, std::string value) { row[layout.ExportedIndex(column)] = std::move(value); };
   if (kind == FileKind::kUsers) {
     set("alias_in_use", "0");
     set("mail_use", "0");
@@ -44,19 +46,19 @@ PlanLine FileError(const std::string& file, FileKind kind, int line, std::string
   return p;
 }
 
-// Maps each header column to its place among the spec's columns; a header
+// Maps each header column to its place among the layout's columns; a header
 // that names an unknown or repeated column, or leaves out a key column, is
 // the whole file's error.
-bool ReadHeader(const FileSpec& spec, const std::vector<std::string>& header, std::vector<const ColumnSpec*>& columns,
+bool ReadHeader(const FileSpec& layout, const std::vector<std::string>& header, std::vector<const ColumnSpec*>& columns,
                 std::string& error) {
   std::string known;
-  for (const ColumnSpec& c : spec.columns) known += (known.empty() ? "" : ", ") + std::string(c.name);
+  for (const ColumnSpec& c : layout.columns) known += (known.empty() ? "" : ", ") + std::string(c.name);
   for (const std::string& name : header) {
     const ColumnSpec* found = nullptr;
-    for (const ColumnSpec& c : spec.columns)
+    for (const ColumnSpec& c : layout.columns)
       if (c.name == text::Trim(name)) found = &c;
     if (!found) {
-      error = "unknown column \"" + name + "\" (" + std::string(spec.file_name) + " has " + known + ")";
+      error = "unknown column \"" + name + "\" (" + std::string(layout.file_name) + " has " + known + ")";
       return false;
     }
     for (const ColumnSpec* c : columns)
@@ -66,7 +68,7 @@ bool ReadHeader(const FileSpec& spec, const std::vector<std::string>& header, st
       }
     columns.push_back(found);
   }
-  for (const ColumnSpec& c : spec.columns)
+  for (const ColumnSpec& c : layout.columns)
     if (c.key && std::find(columns.begin(), columns.end(), &c) == columns.end()) {
       error = "no key column \"" + std::string(c.name) + "\"";
       return false;
@@ -77,28 +79,28 @@ bool ReadHeader(const FileSpec& spec, const std::vector<std::string>& header, st
 void PlanFile(const ImportFile& file, const Organisation& current, const ImportOptions& options,
               std::set<FileKind>& kinds_seen, WorkState& state, std::vector<PlanLine>& out) {
   const std::string base = BaseName(file.name);
-  const FileSpec* spec = FindFileSpec(base);
-  if (!spec)
+  const FileSpec* layout = FindFileSpec(base);
+  if (!layout)
     return out.push_back(
         FileError(base, FileKind::kSections, 0,
                   "not a file of the organisation (sections.csv, users.csv, memberships.csv or menu_rights.csv)"));
-  if (!kinds_seen.insert(spec->kind).second) return out.push_back(FileError(base, spec->kind, 0, "given twice"));
+  if (!kinds_seen.insert(layout->kind).second) return out.push_back(FileError(base, layout->kind, 0, "given twice"));
   CsvTable table;
   FileFault fault;
   if (!ReadCsv(file.bytes, options.encoding, table, fault))
-    return out.push_back(FileError(base, spec->kind, fault.line, fault.message));
+    return out.push_back(FileError(base, layout->kind, fault.line, fault.message));
   std::vector<const ColumnSpec*> columns;
   std::string header_error;
-  if (!ReadHeader(*spec, table.header, columns, header_error))
-    return out.push_back(FileError(base, spec->kind, table.header_line, header_error));
+  if (!ReadHeader(*layout, table.header, columns, header_error))
+    return out.push_back(FileError(base, layout->kind, table.header_line, header_error));
 
   std::map<std::string, Row> stored;
-  for (const Row& r : current.Of(spec->kind)) stored.emplace(KeyOf(*spec, r), r);
+  for (const Row& r : current.Of(layout->kind)) stored.emplace(KeyOf(*layout, r), r);
   std::map<std::string, int> seen;  // key -> line
   for (const CsvRecord& record : table.rows) {
     PlanLine p;
     p.file = base;
-    p.kind = spec->kind;
+    p.kind = layout->kind;
     p.line = record.line;
     if (record.fields.size() != columns.size()) {
       p.error = std::to_string(record.fields.size()) + " fields where the header has " + std::to_string(columns.size());
@@ -106,25 +108,25 @@ void PlanFile(const ImportFile& file, const Organisation& current, const ImportO
       continue;
     }
     // The key first, to find the stored row the line changes.
-    Row keyed(spec->ExportedNames().size());
+    Row keyed(layout->ExportedNames().size());
     for (size_t i = 0; i < columns.size(); ++i)
-      if (columns[i]->key) keyed[spec->ExportedIndex(columns[i]->name)] = record.fields[i];
-    const std::string key = KeyOf(*spec, keyed);
-    p.key = ShownKey(*spec, keyed);
+      if (columns[i]->key) keyed[layout->ExportedIndex(columns[i]->name)] = record.fields[i];
+    const std::string key = KeyOf(*layout, keyed);
+    p.key = ShownKey(*layout, keyed);
     auto found = stored.find(key);
     const bool adding = found == stored.end();
     p.before = adding ? Row{} : found->second;
-    p.after = adding ? NewRow(spec->kind, options) : found->second;
+    p.after = adding ? NewRow(layout->kind, options) : found->second;
     std::vector<std::pair<const ColumnSpec*, std::string>> given;
     for (size_t i = 0; i < columns.size(); ++i) {
       if (!columns[i]->exported) {
         p.password = record.fields[i];
       } else {
-        p.after[spec->ExportedIndex(columns[i]->name)] = record.fields[i];
+        p.after[layout->ExportedIndex(columns[i]->name)] = record.fields[i];
       }
       given.emplace_back(columns[i], record.fields[i]);
     }
-    p.error = CheckGivenValues(*spec, given, p.before, p.after);
+    p.error = CheckGivenValues(*layout, given, p.before, p.after);
     if (p.error.empty()) {
       auto [first, inserted] = seen.emplace(key, record.line);
       if (!inserted) p.error = "duplicate key " + p.key + ": also on line " + std::to_string(first->second);
@@ -137,26 +139,26 @@ void PlanFile(const ImportFile& file, const Organisation& current, const ImportO
     if (adding) {
       p.action = Action::kAdd;
     } else {
-      std::vector<std::string_view> names = spec->ExportedNames();
+      std::vector<std::string_view> names = layout->ExportedNames();
       for (size_t i = 0; i < names.size(); ++i)
         if (p.before[i] != p.after[i]) p.changes.push_back({std::string(names[i]), p.before[i], p.after[i]});
       if (!p.password.empty()) p.changes.push_back({"password", "", ""});
       p.action = p.changes.empty() ? Action::kUnchanged : Action::kChange;
     }
-    state.Of(spec->kind)[key] = p.after;
+    state.Of(layout->kind)[key] = p.after;
     out.push_back(std::move(p));
   }
-  if (!options.delete_missing || spec->kind == FileKind::kMenuRights) return;
+  if (!options.delete_missing || layout->kind == FileKind::kMenuRights) return;
   // Rights go with their user; a rights file leaves out no one.
   for (const auto& [key, row] : stored) {
     if (seen.count(key)) continue;
     PlanLine p;
     p.file = base;
-    p.kind = spec->kind;
-    p.key = ShownKey(*spec, row);
+    p.kind = layout->kind;
+    p.key = ShownKey(*layout, row);
     p.action = Action::kDelete;
     p.before = row;
-    state.Remove(spec->kind, key);
+    state.Remove(layout->kind, key);
     out.push_back(std::move(p));
   }
 }
@@ -202,9 +204,9 @@ void PlanImport(const Organisation& current, const std::vector<ImportFile>& file
   std::set<FileKind> kinds_seen;
   // Sections first, so that the users' and memberships' deletes see them.
   std::vector<const ImportFile*> ordered;
-  for (const FileSpec& spec : FileSpecs())
+  for (const FileSpec& layout : FileSpecs())
     for (const ImportFile& f : files)
-      if (BaseName(f.name) == spec.file_name) ordered.push_back(&f);
+      if (BaseName(f.name) == layout.file_name) ordered.push_back(&f);
   for (const ImportFile& f : files)
     if (!FindFileSpec(BaseName(f.name))) ordered.push_back(&f);
   for (const ImportFile* f : ordered) PlanFile(*f, current, options, kinds_seen, state, plan.lines);

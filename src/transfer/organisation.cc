@@ -51,7 +51,7 @@ const FileSpec kSpecs[] = {
 
 constexpr char kKeySeparator = '\x1f';  // a control character: refused in every key
 
-// Reads `columns` of `table` into rows of the spec's exported columns.
+// Reads `columns` of `table` into rows of the layout's exported columns.
 Status ReadTable(data::Connection& conn, std::string_view table, const std::vector<std::string>& columns,
                  std::vector<Row>& rows) {
   data::Sql sql;
@@ -67,9 +67,9 @@ Status ReadTable(data::Connection& conn, std::string_view table, const std::vect
   });
 }
 
-std::vector<std::string> StoredColumns(const FileSpec& spec) {
+std::vector<std::string> StoredColumns(const FileSpec& layout) {
   std::vector<std::string> out;
-  for (const ColumnSpec& c : spec.columns)
+  for (const ColumnSpec& c : layout.columns)
     if (c.exported && !c.db_column.empty()) out.emplace_back(c.db_column);
   return out;
 }
@@ -103,10 +103,10 @@ const FileSpec* FindFileSpec(std::string_view file_name) {
   return nullptr;
 }
 
-std::string KeyOf(const FileSpec& spec, const Row& row) {
+std::string KeyOf(const FileSpec& layout, const Row& row) {
   std::string key;
   int i = 0;
-  for (const ColumnSpec& c : spec.columns) {
+  for (const ColumnSpec& c : layout.columns) {
     if (!c.exported) continue;
     if (c.key) {
       if (!key.empty()) key.push_back(kKeySeparator);
@@ -138,7 +138,7 @@ Status ReadOrganisation(data::Connection& conn, Organisation& out) {
   }
   // The rest by key, compared as bytes: the same order on every database.
   auto by_key = [](FileKind kind) {
-    return [&spec = SpecOf(kind)](const Row& a, const Row& b) { return KeyOf(spec, a) < KeyOf(spec, b); };
+    return [&layout = SpecOf(kind)](const Row& a, const Row& b) { return KeyOf(layout, a) < KeyOf(layout, b); };
   };
   for (FileKind kind : {FileKind::kUsers, FileKind::kMemberships}) {
     std::string_view table = kind == FileKind::kUsers ? "T_USER" : "T_SECMEMBER";

@@ -53,7 +53,7 @@ struct Organisation {
 };
 
 // A row's key: its key columns joined by a separator no value holds.
-std::string KeyOf(const FileSpec& spec, const Row& row);
+std::string KeyOf(const FileSpec& layout, const Row& row);
 
 // The granted menu numbers of a rights row ("/01/02/21/"; "" for none):
 // a column holding its own number is granted.
