@@ -3,7 +3,8 @@
 // first), a corrected file applied, and the report downloaded.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
-import { openBrowserTest } from './harness.mjs';
+import path from 'node:path';
+import { openBrowserTest, ROOT } from './harness.mjs';
 
 const { db, server, page, step, run } = await openBrowserTest('transfer_test.mjs');
 
@@ -31,6 +32,7 @@ await run(async () => {
       '変更: users.csv 2行目: yamada (post: 課長 → 部長)',
     ]);
     assert.equal(await page.locator('#transfer-apply').isDisabled(), true);
+    await page.screenshot({ path: path.join(ROOT, 'docs/screenshots/transfer.png') });
   });
 
   await step('apply a corrected file and download its report', async () => {
