@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "base/clock.h"
+#include "bench_checks.h"
 #include "data/db.h"
 #include "data/history_schema.h"
 #include "data/history_store.h"
@@ -45,18 +46,6 @@ constexpr int kBig = 5000;
 std::string Env(const char* name, const char* fallback) {
   const char* v = std::getenv(name);
   return v && *v ? v : fallback;
-}
-
-void Check(const Status& status, const std::string& what) {
-  if (status.ok()) return;
-  std::cerr << "history_bench: " << what << ": " << status.trail() << "\n";
-  std::exit(1);
-}
-
-std::string Code(int i) {
-  char buf[8];
-  std::snprintf(buf, sizeof buf, "%05d", i);
-  return buf;
 }
 
 void Exec(data::Connection& conn, const data::Sql& sql, const char* what) {

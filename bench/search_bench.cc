@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "bench_checks.h"
 #include "data/db.h"
 #include "data/schema.h"
 #include "org_generator.h"
@@ -39,12 +40,6 @@ struct Options {
   std::string pg;
   bool sqlite = true;  // --sqlite 0: PostgreSQL only
 };
-
-void Check(const Status& status, const std::string& what) {
-  if (status.ok()) return;
-  std::cerr << "search_bench: " << what << ": " << status.trail() << "\n";
-  std::exit(1);
-}
 
 // Generates the organisation unless the database holds one of its size.
 void Prepare(const std::string& dsn, const OrgSize& size) {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "base/clock.h"
+#include "bench_checks.h"
 #include "data/db.h"
 #include "data/schema.h"
 #include "dispatch/request_fields.h"
@@ -35,18 +36,6 @@ using data::Table;
 
 constexpr int kSections = 20000;
 constexpr int kBig = 5000, kSmall = 500;
-
-void Check(const Status& status, const std::string& what) {
-  if (status.ok()) return;
-  std::cerr << "tree_bench: " << what << ": " << status.trail() << "\n";
-  std::exit(1);
-}
-
-std::string Code(int i) {
-  char buf[8];
-  std::snprintf(buf, sizeof buf, "%05d", i);
-  return buf;
-}
 
 struct Section {
   std::string code, parent, seq, tree, tree_nm;
