@@ -22,6 +22,8 @@
 
 namespace orvane {
 
+struct Enlistment;
+
 class RequestContext {
  public:
   RequestContext(const ConfigFile& config, Session& session, ApplicationStore& app, const Clock& clock)
@@ -62,6 +64,9 @@ class RequestContext {
     std::string code;
     long undoes = 0;
   } history;
+  // Set when the request runs as one step of a larger change that holds
+  // the transaction (dispatch/write_frame.h); null for a request of its own.
+  Enlistment* enlistment = nullptr;
 
   // The answer: everything the operation writes, in order.
   void Write(std::string_view s) { response_.append(s); }

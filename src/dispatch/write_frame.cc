@@ -48,6 +48,7 @@ bool WriteFrame::Start() {
 
 bool WriteFrame::Open() {
   if (!dsn_read_ && !ReadRequiredKey(ctx_, "LOCAL_DB_DSN", "ERROR:READINFOFILE_SV_FOLDER", dsn_)) return false;
+  if (Enlisted()) return true;
   Status open = data::Com_funDbOpen(dsn_, "", "", conn_);
   if (!Failed(open)) return true;
   ctx_.Write(OwnCode("ERROR:DBOPEN", open));
@@ -60,6 +61,19 @@ bool WriteFrame::Begin(std::string_view lock_table) {
 }
 
 bool WriteFrame::Begin(std::initializer_list<std::string_view> lock_tables) {
+  if (Enlisted()) {
+    // The larger change holds the transaction and its entry; a table it
+    // holds already is held again at no cost.
+    Status lock = Status::Ok();
+    for (std::string_view table : lock_tables)
+      if (lock.ok()) lock = data::LockTable(conn(), table);
+    if (Failed(lock)) {
+      ctx_.Write(OwnCode("ERROR:BEGINTRANSACTION", lock));
+      return false;
+    }
+    in_transaction_ = true;
+    return true;
+  }
   Status begin = data::Com_funBeginTrans(conn_);
   for (std::string_view table : lock_tables) {
     if (!begin.ok()) break;
@@ -86,7 +100,7 @@ void WriteFrame::Fail(std::string_view code, const Status& status) {
   Failed(status);
   std::string main;
   if (!status.answered()) main = std::string(code) + (rules_.step_trail ? status.trail() : std::string());
-  if (in_transaction_) {
+  if (in_transaction_ && !Enlisted()) {
     in_transaction_ = false;
     Status rollback = data::Com_funRollbackTrans(conn_);
     if (Failed(rollback) && !rules_.rollback_failure.empty()) main = OwnCode(rules_.rollback_failure, rollback);
@@ -107,7 +121,7 @@ bool WriteFrame::ReadValue(const data::Sql& sql, const std::string& column, std:
                            std::string_view fetch_failed, std::string& value) {
   data::ReadStep step = data::ReadStep::kSelect;
   bool found = false;
-  Status read = data::SelectFirstValue(conn_, sql, column, value, &found, &step);
+  Status read = data::SelectFirstValue(conn(), sql, column, value, &found, &step);
   if (!read.ok()) {
     Fail(CodeOfReadStep(step, {.select = select_failed, .fetch = fetch_failed}), read);
     return false;
@@ -126,6 +140,10 @@ void WriteFrame::FailWithoutRollback(std::string_view code, const Status& status
 }
 
 bool WriteFrame::Commit() {
+  if (Enlisted()) {
+    in_transaction_ = false;
+    return true;
+  }
   if (Status closed = data::CloseHistoryEntry(conn_, 0); Failed(closed)) {
     FailWithoutRollback(OwnCode("ERROR:DBCOMMIT", closed), Status::Ok());
     return false;
@@ -140,6 +158,7 @@ bool WriteFrame::Commit() {
 }
 
 void WriteFrame::Finish(std::string_view answer) {
+  if (Enlisted()) return ctx_.Write(answer);
   Status close = data::Com_funDbClose(conn_);
   ctx_.Write(Failed(close) ? OwnCode("ERROR:DBCLOSE", close) : std::string(answer));
 }
@@ -165,7 +184,16 @@ void WriteFrame::RecordRefusal(const std::string& answer) {
   data::RecordHistoryEntry(conn_, refusal, &refusal_entry_).IgnoreError();
 }
 
+void WriteFrame::AfterCommit(AfterCommitStep step) {
+  if (Enlisted()) {
+    ctx_.enlistment->after_commit.push_back(std::move(step));
+    return;
+  }
+  step(ctx_, conn_);
+}
+
 void WriteFrame::CloseAndAnswer(std::string main) {
+  if (Enlisted()) return ctx_.Write(main);
   Status close = data::Com_funDbClose(conn_);
   if (!Failed(close)) {
     ctx_.Write(main);

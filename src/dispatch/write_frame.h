@@ -30,9 +30,17 @@
 // opened gets an entry of its own with its answer, outside the rolled-back
 // transaction.
 //
+// A request can also run as one step of a larger change (an undo made of
+// several requests): enlisted, its frame writes on the larger change's
+// connection inside its transaction and history entry; Open, Begin,
+// Commit and Finish touch neither the connection nor the transaction, a
+// failure only answers (the larger change rolls back), and what follows
+// the step's commit waits for the larger change's own.
+//
 // One frame per request; not shared between threads.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -45,6 +53,17 @@
 #include "dispatch/required_keys.h"
 
 namespace orvane {
+
+// What follows a commit: run with the request (or, for an enlisted step,
+// the larger change) and its connection once the rows are committed.
+using AfterCommitStep = std::function<void(RequestContext&, data::Connection&)>;
+
+// The larger change a step is enlisted in: its connection, and the steps
+// its commit is to be followed by.
+struct Enlistment {
+  data::Connection& conn;
+  std::vector<AfterCommitStep> after_commit;
+};
 
 struct WriteRules {
   // Where "ERROR:DBCLOSE" goes when the close that follows another failure
@@ -67,7 +86,8 @@ struct WriteRules {
 
 class WriteFrame {
  public:
-  WriteFrame(RequestContext& ctx, WriteRules rules) : ctx_(ctx), rules_(rules) {}
+  WriteFrame(RequestContext& ctx, WriteRules rules)
+      : ctx_(ctx), rules_(rules), conn_in_use_(ctx.enlistment ? &ctx.enlistment->conn : &conn_) {}
   ~WriteFrame() = default;  // `conn_` returns to the pool rolled back
   WriteFrame(const WriteFrame&) = delete;
   WriteFrame& operator=(const WriteFrame&) = delete;
@@ -94,7 +114,12 @@ class WriteFrame {
   // that lock more than one table name them in one order, so that no two
   // writers wait for each other.
   bool Begin(std::initializer_list<std::string_view> lock_tables);
-  data::Connection& conn() { return conn_; }
+  data::Connection& conn() { return *conn_in_use_; }
+  // True when the request is a step of a larger change (see above).
+  bool Enlisted() const { return ctx_.enlistment != nullptr; }
+  // After the commit (the larger change's, when enlisted): `step`, with
+  // whatever it needs captured by value.
+  void AfterCommit(AfterCommitStep step);
   // LOCAL_DB_DSN as read by Start or Open.
   const std::string& Dsn() const { return dsn_; }
   bool InTransaction() const { return in_transaction_; }
@@ -144,7 +169,8 @@ class WriteFrame {
   std::string dsn_;
   bool dsn_read_ = false;
   Stamp stamp_;
-  data::Connection conn_;
+  data::Connection conn_;          // the request's own, unused when enlisted
+  data::Connection* conn_in_use_;  // conn_ or the larger change's
   bool in_transaction_ = false;
   long history_entry_ = 0;  // the open entry when a caller named itself, else 0
   long refusal_entry_ = 0;  // a refusal's own entry, 0 for none

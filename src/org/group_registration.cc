@@ -42,12 +42,12 @@ void OpenedToGroup(data::Sql& sql, const std::string& sec_cd) {
 // The list follow-up after a commit: the group's members current today
 // join the group's new list. Its writes are discarded, so nothing it meets
 // (a missing key, a dead proxy) changes this request's answer.
-void AddMembersToList(RequestContext& ctx, data::Connection& conn, const std::string& sec_cd, const std::string& list,
-                      const std::string& today) {
+void AddMembersToList(RequestContext& ctx, data::Connection& conn, const std::string& members_table,
+                      const std::string& sec_cd, const std::string& list, const std::string& today) {
   std::string server;
   if (!ctx.config().ComIniFileLoad("ML_SERVER", server).ok()) return;
   data::Sql sql;
-  sql << "select USER_ID from " << Table(ctx.SEC_MEM) << " where SEC_CD = " << Quoted(sec_cd)
+  sql << "select USER_ID from " << Table(members_table) << " where SEC_CD = " << Quoted(sec_cd)
       << " and ST_YMD <= " << Quoted(today) << " and ED_YMD >= " << Quoted(today) << " order by USER_SEQ";
   std::vector<std::string> addresses;
   auto add = [&](const std::vector<std::string>& v) {
@@ -318,7 +318,10 @@ void RegistGroup(RequestContext& ctx, const std::string& mode, const GroupForm& 
 
   if (!CommitTreeChange(ctx, frame, &patch)) return;
   if ((add || change) && !form.imail_list.empty() && stored.IMAIL_LIST != form.imail_list)
-    AddMembersToList(ctx, conn, r.SEC_CD, form.imail_list, r.UPD_YMD);
+    frame.AfterCommit([members = ctx.SEC_MEM, sec_cd = r.SEC_CD, list = form.imail_list, today = r.UPD_YMD](
+                          RequestContext& after, data::Connection& conn) {
+      AddMembersToList(after, conn, members, sec_cd, list, today);
+    });
   FinishTreeChange(ctx, frame, &patch);
 }
 

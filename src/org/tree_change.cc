@@ -78,6 +78,14 @@ bool PatchSecHierarchical(ApplicationStore& app, const TreePatch& patch) {
 }  // namespace
 
 void FinishTreeChange(RequestContext& ctx, WriteFrame& frame, const TreePatch* patch) {
+  if (frame.Enlisted() && !ctx.WorkTables()) {
+    // Not committed yet: the drawn tree follows once the larger change is,
+    // whatever its other steps did to the tree.
+    frame.AfterCommit([](RequestContext& after, data::Connection& conn) {
+      RefreshSecHierarchical(after, conn).IgnoreError();  // the next read draws it from the raised version
+    });
+    return frame.Finish();
+  }
   // The code alone: the pages have never been shown the drawing's trail.
   if (!ctx.WorkTables() && !(patch && PatchSecHierarchical(ctx.app(), *patch)) &&
       frame.Failed(RefreshSecHierarchical(ctx, frame.conn())))

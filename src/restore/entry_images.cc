@@ -67,7 +67,7 @@ std::string ColumnWord(const std::string& table, const std::string& column) {
 
 }  // namespace
 
-Status ReadEntry(data::Connection& conn, long id, EntryHead& head, bool& found) {
+Status ReadEntry(data::Connection& conn, long id, EntryHead& head, bool& found, long other_than) {
   const std::string key = std::to_string(id);
   found = false;
   Sql sql;
@@ -82,7 +82,7 @@ Status ReadEntry(data::Connection& conn, long id, EntryHead& head, bool& found) 
   if (!s.ok() || !found) return std::move(s).Prefixed("ReadEntry");
   Sql undone;
   undone << "select max(ID) as UNDONE_BY from " << Table(data::kHistoryTable) << " where UNDOES = cast(" << Quoted(key)
-         << " as bigint) and ANSWER = 'OK'";
+         << " as bigint) and ANSWER = 'OK' and ID <> cast(" << Quoted(std::to_string(other_than)) << " as bigint)";
   std::string by;
   s = data::SelectFirstValue(conn, undone, "UNDONE_BY", by);
   head.undone_by = ToLong(by);

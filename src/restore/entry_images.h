@@ -31,8 +31,9 @@ struct EntryHead {
   long undone_by = 0;                      // the latest entry undoing this one, 0 for none
 };
 
-// The entry `id`; `found` false when there is none.
-Status ReadEntry(data::Connection& conn, long id, EntryHead& head, bool& found);
+// The entry `id`; `found` false when there is none. Its `undone_by` leaves
+// out the entry `other_than` (an undo's own, open in its transaction).
+Status ReadEntry(data::Connection& conn, long id, EntryHead& head, bool& found, long other_than = 0);
 // Its images, in the order they were written.
 Status ReadImages(data::Connection& conn, long id, std::vector<Image>& images);
 

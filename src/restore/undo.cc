@@ -7,13 +7,10 @@
 #include <set>
 #include <vector>
 
-#include "base/clock.h"
 #include "base/text.h"
 #include "base/whole_number.h"
-#include "data/history_schema.h"
-#include "data/history_store.h"
 #include "data/schema.h"
-#include "dispatch/history_fields.h"
+#include "dispatch/write_frame.h"
 #include "requests/web_class.h"
 #include "restore/entry_images.h"
 
@@ -64,8 +61,16 @@ const Image* Find(const std::vector<Image>& images, std::string_view table, cons
 // A stored order or id; an unreadable one sorts first.
 long long Number(const std::string& s) { return ParseWholeNumber(s, 0, 999999999999).value_or(0); }
 
-// One undo: the entry, a connection for the reads between the steps, and
-// the steps themselves run as requests.
+// Refusals and failures answer their code alone, a refusal's reason after
+// CR LF; a close that fails after another failure stands first.
+constexpr WriteRules kUndoRules = {.close_failure = WriteRules::CloseFailure::kBefore,
+                                   .frame_trail = false,
+                                   .step_trail = false,
+                                   .rollback_failure = {}};
+
+// One undo: the entry, and its inverse run as requests enlisted in the
+// undo's own transaction, so that it is all or nothing and what decides
+// it (the rows still as the change left them) is read under its locks.
 class Undoer {
  public:
   Undoer(RequestContext& ctx, long entry) : ctx_(ctx), entry_(entry) {
@@ -75,8 +80,6 @@ class Undoer {
   Outcome Run();
 
  private:
-  // Refused before any step: the refusal is an entry of its own.
-  Outcome Refuse(const std::string& answer);
   // Runs one request as a step of the undo; false (and `answer_` set) when
   // it did not answer "OK".
   bool Step(const std::string& query);
@@ -92,33 +95,17 @@ class Undoer {
   RequestContext& ctx_;
   long entry_;
   Session session_;
-  data::Connection conn_;
-  std::string work_;  // "1" when the change was on the work tables
+  Enlistment* enlistment_ = nullptr;  // the undo's transaction, once begun
+  std::string work_;                  // "1" when the change was on the work tables
   std::string answer_ = "OK";
 };
-
-Outcome Undoer::Refuse(const std::string& answer) {
-  std::string ymd, hms;
-  Com_subGetDate(ctx_.clock(), ymd, hms);
-  NamedValues fields;
-  fields.Add("entry", std::to_string(entry_));
-  data::HistoryEntry refusal{.time = HistoryTime(ymd, hms),
-                             .user = session_.Get("PUB_USR_ID"),
-                             .address = ctx_.client_address,
-                             .code = "undo",
-                             .fields = HistoryFieldsJson(fields),
-                             .answer = answer};
-  long id = 0;
-  if (conn_.IsOpen()) data::RecordHistoryEntry(conn_, refusal, &id).IgnoreError();  // the answer stands
-  return OutcomeOf(answer, id);
-}
 
 bool Undoer::Step(const std::string& query) {
   RequestContext step(ctx_.config(), session_, ctx_.app(), ctx_.clock());
   ParseUrlEncoded(query, step.fields);
   if (!work_.empty()) step.fields.Add("DBFlg", work_);
   step.client_address = ctx_.client_address;
-  step.history = {.code = "undo", .undoes = entry_};
+  step.enlistment = enlistment_;
   step.proxy_exchanges = ctx_.proxy_exchanges;
   RunRequest(step);
   answer_ = step.response();
@@ -129,7 +116,7 @@ bool Undoer::Step(const std::string& query) {
 std::string Undoer::NextAbove(const data::Sql& select, const char* code_column, const char* order_column,
                               const std::string& seq, const std::string& excluded) {
   std::string best, best_seq;
-  data::SelectRows(conn_, select, {code_column, order_column}, [&](const std::vector<std::string>& v) {
+  data::SelectRows(enlistment_->conn, select, {code_column, order_column}, [&](const std::vector<std::string>& v) {
     if (v[0] == excluded || Number(v[1]) <= Number(seq)) return true;
     if (best.empty() || Number(v[1]) < Number(best_seq)) {
       best = v[0];
@@ -147,7 +134,7 @@ bool Undoer::PlaceMember(const std::string& sec_cd, const std::string& user_id, 
   // The member moves up to just before the one that followed it.
   std::string next = NextAbove(members, "USER_ID", "USER_SEQ", old_seq, user_id);
   std::string now_seq;
-  data::SelectRows(conn_, members, {"USER_ID", "USER_SEQ"}, [&](const std::vector<std::string>& v) {
+  data::SelectRows(enlistment_->conn, members, {"USER_ID", "USER_SEQ"}, [&](const std::vector<std::string>& v) {
     if (v[0] == user_id) now_seq = v[1];
     return true;
   }).IgnoreError();
@@ -165,7 +152,7 @@ bool Undoer::Inverse(const EntryHead& head, const std::vector<Image>& images) {
     if (!image) return true;
     RowValues now;
     bool found = false;
-    if (!ReadRow(conn_, section, group, {"SEC_NM", "DSP_NM", "IMAIL_LIST", "BUSHO_CD"}, now, found).ok() || !found)
+    if (!ReadRow(enlistment_->conn, section, group, {"SEC_NM", "DSP_NM", "IMAIL_LIST", "BUSHO_CD"}, now, found).ok() || !found)
       return Step("ReqNo=202&Group_cd=" + group);  // the operation answers what is missing
     auto before = [&](const char* column) {
       return image->before.contains(column) ? Value(image->before, column) : Value(now, column);
@@ -238,7 +225,7 @@ bool Undoer::Inverse(const EntryHead& head, const std::vector<Image>& images) {
       RowValues now;
       bool found = false;
       if (image.action == "update" &&
-          !ReadRow(conn_, member, image.key, {"SEC_KBN", "POST_CD", "ST_YMD", "ED_YMD"}, now, found).ok())
+          !ReadRow(enlistment_->conn, member, image.key, {"SEC_KBN", "POST_CD", "ST_YMD", "ED_YMD"}, now, found).ok())
         return Step("ReqNo=208&Group_cd=" + sec_cd);
       if (image.action == "delete") {
         if (!Step(Query({{"ReqNo", "207"}, {"Group_cd", sec_cd}, {"User_cd", user_id}}))) return false;
@@ -265,7 +252,7 @@ bool Undoer::Inverse(const EntryHead& head, const std::vector<Image>& images) {
       for (const std::string& menu : text::Split(data::kMenuCodeList, ",")) columns.push_back("MENU" + menu);
       RowValues now;
       bool found = false;
-      if (!ReadRow(conn_, image.table, image.key, columns, now, found).ok() || !found)
+      if (!ReadRow(enlistment_->conn, image.table, image.key, columns, now, found).ok() || !found)
         return Step(Query({{"ReqNo", "213"}, {"User_cd", image.key}}));
       std::string rights = "/";
       for (const std::string& menu : text::Split(data::kMenuCodeList, ",")) {
@@ -281,38 +268,52 @@ bool Undoer::Inverse(const EntryHead& head, const std::vector<Image>& images) {
 }
 
 Outcome Undoer::Run() {
-  std::string dsn;
-  if (Status s = ctx_.config().ComIniFileLoad("LOCAL_DB_DSN", dsn); !s.ok() || dsn.empty())
-    return OutcomeOf("ERROR:READINFOFILE_SV_FOLDER", 0);
-  if (session_.Get("PUB_USR_ID").empty()) return OutcomeOf("ERROR:SESSIONCHECK", 0);
-  if (!data::Com_funDbOpen(dsn, "", "", conn_).ok()) return OutcomeOf("ERROR:DBOPEN", 0);
+  const std::string id = std::to_string(entry_);
+  ctx_.history = {.code = "undo", .undoes = entry_};
+  ctx_.fields = NamedValues();
+  ctx_.fields.Add("entry", id);
+  WriteFrame frame(ctx_, kUndoRules);
+  auto outcome = [&] { return OutcomeOf(ctx_.response(), frame.HistoryEntryId()); };
+  auto refuse = [&](const std::string& answer) {
+    frame.Fail(answer);
+    return outcome();
+  };
+  if (!frame.Start() || !frame.Open()) return outcome();
+  // The entry's rows never change: read first, they say which tables the
+  // undo holds. Who undid it is read again under the locks.
   EntryHead head;
   bool found = false;
   std::vector<Image> images;
-  if (!ReadEntry(conn_, entry_, head, found).ok() || (found && !ReadImages(conn_, entry_, images).ok()))
-    return OutcomeOf("ERROR:DBSELECT", 0);
-  const std::string id = std::to_string(entry_);
-  if (!found) return Refuse("ERROR:UNDONOTFOUND\r\nthere is no history entry " + id);
+  if (!frame.Step("ERROR:DBSELECT", ReadEntry(frame.conn(), entry_, head, found)) ||
+      (found && !frame.Step("ERROR:DBSELECT", ReadImages(frame.conn(), entry_, images))))
+    return outcome();
+  if (!found) return refuse("ERROR:UNDONOTFOUND\r\nthere is no history entry " + id);
   static const std::set<std::string, std::less<>> kUndoable = {"202", "207", "208", "209", "210", "211", "212", "213"};
   if (head.answer != "OK" || !kUndoable.contains(head.code) || images.empty())
-    return Refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " is no change an undo reverses");
-  if (head.undone_by != 0)
-    return Refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " was undone by entry " + std::to_string(head.undone_by));
-  for (const Image& image : images) {
+    return refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " is no change an undo reverses");
+  for (const Image& image : images)
     if (image.table.ends_with("_WORK")) work_ = "1";
+  // The locks a membership's add takes, in its order: every step's own
+  // locks are among them.
+  if (!(work_.empty() ? frame.Begin({"T_USER", "T_SECTION"}) : frame.Begin({"T_USER_WORK", "T_SECTION_WORK"})))
+    return outcome();
+  if (!frame.Step("ERROR:DBSELECT", ReadEntry(frame.conn(), entry_, head, found, frame.HistoryEntryId())))
+    return outcome();
+  if (head.undone_by != 0)
+    return refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " was undone by entry " + std::to_string(head.undone_by));
+  for (const Image& image : images) {
     bool same = true;
     std::string what;
-    if (!StillAsLeft(conn_, image, same, what).ok()) return OutcomeOf("ERROR:DBSELECT", 0);
-    if (!same) return Refuse("ERROR:UNDOCHANGED\r\n" + what);
+    if (!frame.Step("ERROR:DBSELECT", StillAsLeft(frame.conn(), image, same, what))) return outcome();
+    if (!same) return refuse("ERROR:UNDOCHANGED\r\n" + what);
   }
-  const bool done = Inverse(head, images);
-  data::Sql last;
-  last << "select max(ID) as LAST_ID from " << Table(data::kHistoryTable) << " where UNDOES = cast(" << Quoted(id)
-       << " as bigint)";
-  std::string last_id;
-  data::SelectFirstValue(conn_, last, "LAST_ID", last_id).IgnoreError();  // the answer is the steps'
-  data::Com_funDbClose(conn_).IgnoreError();
-  return OutcomeOf(done ? "OK" : answer_, Number(last_id));
+  Enlistment enlistment{.conn = frame.conn(), .after_commit = {}};
+  enlistment_ = &enlistment;
+  if (!Inverse(head, images)) return refuse(answer_);
+  if (!frame.Commit()) return outcome();
+  for (AfterCommitStep& step : enlistment.after_commit) step(ctx_, frame.conn());
+  frame.Finish();
+  return outcome();
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "restore/undo.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
+#include "support/failure_seam.h"
 #include "support/mail_env.h"
 
 namespace orvane {
@@ -229,6 +230,34 @@ TEST_P(Restore, AnUndoPutsTheOrganisationBackAsItWas) {
     // Undone once: not again.
     EXPECT_EQ(Undo(entry).error, "ERROR:UNDONOTPOSSIBLE");
   }
+}
+
+// An undo made of several requests (the move back, then the order among
+// the siblings) is one transaction: a failure at any of its statements
+// leaves the organisation as the change left it, and the history one
+// refusal, not a half-done undo.
+TEST_P(Restore, AnUndoFailingAtAnyStatementChangesNothing) {
+  WriteConfig("ML_MODE=1\n");
+  ASSERT_EQ(Request("ReqNo=212&Group_cd1=0004&Group_cd2=0002"), "OK");
+  const long entry = LastEntry();
+  const std::string moved = Organisation();
+  bool undone = false;
+  for (int nth = 1; nth < 60 && !undone; ++nth) {
+    SCOPED_TRACE(nth);
+    restore::Outcome out;
+    {
+      orvane::testing::ScopedFailure failure(orvane::testing::Point::kStatement, nth, "HY000", "injected");
+      out = Undo(entry);
+    }
+    undone = out.ok;
+    if (undone) break;
+    EXPECT_EQ(Organisation(), moved);
+    EXPECT_EQ(Lines(data::Sql() << "select count(*) as N from " << Table("ORVANE_HISTORY_ROW") << " where ENTRY_ID = cast("
+                                << Quoted(std::to_string(out.entry)) << " as bigint)"),
+              "0\n");
+  }
+  ASSERT_TRUE(undone);
+  EXPECT_NE(Organisation(), moved);
 }
 
 struct Changed {
