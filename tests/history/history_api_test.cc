@@ -20,9 +20,7 @@ class HistoryApi : public testing::DbTest {
     DbTest::SetUp();
     InsertDemo();
     server_ = std::make_unique<LiveServer>(ConfigPath(), clock());
-    auto res = server_->Client().Post("/login", "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
-    ASSERT_TRUE(res && res->body == "OK");
-    admin_ = res->get_header_value("Set-Cookie").substr(0, 43);
+    admin_ = server_->LogIn("admin", "admin");
     // Four entries over three days; the last one refused.
     const struct {
       LocalTime at;
@@ -38,15 +36,11 @@ class HistoryApi : public testing::DbTest {
     };
     for (const auto& c : changes) {
       clock().Set(c.at);
-      auto res = server_->Client().Post("/orvane", {{"Cookie", admin_}}, c.form, "application/x-www-form-urlencoded");
-      ASSERT_TRUE(res && res->body == c.answer) << c.form;
+      ASSERT_EQ(server_->Call("/orvane", admin_, c.form), std::string("200 ") + c.answer) << c.form;
     }
   }
   std::string Get(const std::string& target, bool logged_in = true) {
-    httplib::Headers headers;
-    if (logged_in) headers.insert({"Cookie", admin_});
-    auto res = server_->Client().Get(target, headers);
-    return res ? std::to_string(res->status) + " " + res->body : "(no answer)";
+    return server_->Call(target, logged_in ? admin_ : "");
   }
   // "code time, ..." of a page, and "next" when there is one.
   std::string Page(const std::string& query, long* next = nullptr) {

@@ -18,18 +18,13 @@ class RestoreApi : public testing::DbTest {
     InsertDemo();
     WriteConfig("ML_MODE=1\n");
     server_ = std::make_unique<LiveServer>(ConfigPath(), clock());
-    auto res = server_->Client().Post("/login", "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
-    ASSERT_TRUE(res && res->body == "OK");
-    admin_ = res->get_header_value("Set-Cookie").substr(0, 43);
+    admin_ = server_->LogIn("admin", "admin");
   }
-  // "status body" of a request; `headers` beside the administrator's cookie.
+  // "status body" of a GET, or of a POST of `form`; `headers` beside the administrator's cookie.
   std::string Send(const char* method, const std::string& target, const std::string& form = "",
                    httplib::Headers headers = {}, bool logged_in = true) {
-    if (logged_in) headers.insert({"Cookie", admin_});
-    auto res = std::string(method) == "GET"
-                   ? server_->Client().Get(target, headers)
-                   : server_->Client().Post(target, headers, form, "application/x-www-form-urlencoded");
-    return res ? std::to_string(res->status) + " " + res->body : "(no answer)";
+    return server_->Call(target, logged_in ? admin_ : "",
+                         std::string(method) == "GET" ? std::nullopt : std::optional(form), std::move(headers));
   }
   std::unique_ptr<LiveServer> server_;
   std::string admin_;
@@ -58,9 +53,7 @@ TEST_P(RestoreApi, DeletedListRestoreAndUndoAsTheHistoryScreenSendsThem) {
   EXPECT_EQ(Rows(data::Sql() << "select JOI_SEC from " << data::Table("T_SECTION") << " where SEC_CD = '0005'")[0][0],
             "0001");
   // The drawn tree the server holds follows the undo.
-  auto tree = server_->Client().Get("/application/App_A_strSec_hierarchical", {{"Cookie", admin_}});
-  ASSERT_TRUE(tree);
-  EXPECT_NE(tree->body.find("0005"), std::string::npos);
+  EXPECT_NE(Send("GET", "/application/App_A_strSec_hierarchical").find("0005"), std::string::npos);
 }
 
 TEST_P(RestoreApi, EveryChangePassesTheSameGates) {
