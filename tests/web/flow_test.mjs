@@ -223,7 +223,7 @@ await run(async () => {
     assert.equal(db("select count(*) from T_SECMEMBER where SEC_CD='0005' and USER_ID='ito'"), '0');
   });
 
-  await step('users: kana tabs and paging, create, a refused create keeps the form, change, delete', async () => {
+  await step('users: kana tabs, create, a refused create keeps the form', async () => {
     const form = page.locator('#user-form');
     await page.locator('#nav').getByRole('button', { name: 'ユーザー' }).click();
     await expectText(page.locator('#u-list [role="tab"]').first(), '6');
@@ -244,6 +244,7 @@ await run(async () => {
     assert.equal(db("select USER_ID,NAME_KJ,NAME_KN,PASSWORD,MAIL,IMAIL_FLG,MAIL_USE_FLG,POST_NM from T_USER where USER_ID='kimura'"),
       'kimura|木村 次郎|キムラ ジロウ|pw-kimura|kimura|0|0|係長');
     assert.equal(db("select count(*) from MENU_USER where USER_ID='kimura'"), '1');
+    await page.screenshot({ path: path.join(shots, 'users.png') });
 
     // An ID that is taken: the server's own message, the form as typed.
     await page.getByRole('button', { name: '新しいユーザー' }).click();
@@ -255,20 +256,6 @@ await run(async () => {
     assert.equal(await form.getByLabel('氏名(漢字)').inputValue(), '別の山田');
     assert.equal(db("select NAME_KJ from T_USER where USER_ID='yamada'"), '山田 太郎');
     await page.locator('#error-close').click();
-
-    await page.locator('#u-list').getByRole('tab', { name: /^カ/ }).click();
-    await page.locator('#u-list').getByRole('button', { name: '木村 次郎' }).click();
-    await expectText(page.locator('#user-form-heading'), '木村 次郎');
-    await form.getByLabel('内線番号').fill('555');
-    await page.getByRole('button', { name: '保存' }).click();
-    await expectText(message, 'ユーザー「kimura」を保存しました');
-    assert.equal(db("select EXT_TEL,POST_NM,PASSWORD from T_USER where USER_ID='kimura'"), '555|係長|pw-kimura');
-    await page.screenshot({ path: path.join(shots, 'users.png') });
-
-    await page.getByRole('button', { name: '削除' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
-    await expectText(message, 'ユーザー「kimura」を削除しました');
-    assert.equal(db("select (select count(*) from T_USER where USER_ID='kimura')||(select count(*) from MENU_USER where USER_ID='kimura')"), '00');
   });
 
   await step('menu rights: from the user form, saved; a lost session asks for a login and keeps the choice', async () => {
