@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <optional>
 
-#include "accounts/tool_runner.h"
 #include "support/exe_proxy_peer.h"
 #include "support/mail_env.h"
 #include "support/status_code.h"
@@ -108,12 +107,6 @@ TEST(AdmMailMemberLocal, RunsTheToolWithoutAShellFromAFolderWithABlank) {
     for (const char* planted : {"pwned", "z", "q", "mail tools/pwned", "mail tools/z", "mail tools/q"})
       EXPECT_FALSE(std::filesystem::exists(env.dir().File(planted)));
   }
-}
-
-TEST(ToolRunner, SplitsAtTheFirstExeAndAtBlanks) {
-  ToolCommand cmd = SplitToolCommandLine("C:\\Program Files\\IMail\\ADDUSER.EXE  -u a.exe -p x");
-  EXPECT_EQ(cmd.program, "C:/Program Files/IMail/ADDUSER.EXE");
-  EXPECT_EQ(cmd.args, (std::vector<std::string>{"-u", "a.exe", "-p", "x"}));
 }
 
 }  // namespace

@@ -72,13 +72,6 @@ TEST_P(MailDb, ComboOffersTheFreeListsAndTheSectionsOwnDirectAndThroughTheProxy)
   EXPECT_EQ(peer.Transcripts(), Sent(3, "FOLIST D:\\IMail\\Lists\\*\r\nQUIT\r\n"));
 }
 
-TEST_P(MailDb, ComboWithoutDataSourceOrDatabase) {
-  WriteConfig("LOCAL_DB_DSN=\n");
-  EXPECT_EQ(Request("ReqNo=107&M_List="), "ERROR:READINFOFILE_SV_FOLDER");
-  WriteConfig("LOCAL_DB_DSN=no_such_source\n");
-  EXPECT_EQ(Request("ReqNo=107&M_List="), "ERROR:DBOPEN");
-}
-
 TEST_P(MailDb, DelMailListTakesTheUserOutOfTheSectionsList) {
   ListFolder("sales", "suzuki@example.jp\r\nb@example.jp\r\n");
   Sections({{"0001", " sales "}, {"0002", nullptr}, {"0003", "gone"}});

@@ -1,8 +1,5 @@
-// Concurrent operations and the connection pool, on both backends.
+// The connection pool, on both backends.
 #include <gtest/gtest.h>
-
-#include <mutex>
-#include <thread>
 
 #include "data/connection_pool.h"
 #include "data/db.h"
@@ -15,41 +12,7 @@ using orvane::testing::Code;
 namespace {
 
 using testing::Backend;
-using testing::Cells;
 using Concurrency = testing::DbTest;
-
-// Two writers that each read, then insert, inside one transaction, as the
-// registering operations do: they wait for each other instead of failing.
-TEST_P(Concurrency, ReadThenWriteTransactionsQueueUp) {
-  constexpr int kThreads = 2, kRounds = 25;
-  std::mutex mu;
-  std::vector<std::string> failures;
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < kRounds; ++i) {
-        Connection conn;
-        Recordset rs;
-        std::string error, id = std::to_string(t * kRounds + i);
-        std::vector<std::string> count;
-        bool eof = false;
-        if (Code(Com_funDbOpen(Dsn(), "", "", conn), error) || Code(Com_funBeginTrans(conn), error) ||
-            Code(Com_funSelect(conn, Sql() << "select count(*) as CNT from " << Table("T_USER"), rs), error) ||
-            Code(Com_funfetchData(rs, {"CNT"}, count, eof), error) ||
-            Code(Com_funExecsql(conn, Sql() << "insert into " << Table("T_USER") << " (USER_ID, DSP_NM) values ("
-                                            << Quoted(id) << ", " << Quoted(count[0]) << ")"),
-                 error) ||
-            Code(Com_funCommitTrans(conn), error)) {
-          std::lock_guard<std::mutex> lock(mu);
-          failures.push_back(error);
-        }
-      }
-    });
-  }
-  for (auto& th : threads) th.join();
-  EXPECT_EQ(failures, std::vector<std::string>{});
-  EXPECT_EQ(Rows(Sql() << "select count(*) from " << Table("T_USER")), (Cells{{std::to_string(kThreads * kRounds)}}));
-}
 
 TEST_P(Concurrency, ThePoolReusesConnectionsUpToItsCapAndDropsLostOnes) {
   ConnectionPool& pool = ConnectionPool::Instance();

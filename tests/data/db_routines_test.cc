@@ -235,29 +235,6 @@ TEST_P(DataLayer, RollbackLeavesNoRowAndCommitKeepsAll) {
   EXPECT_EQ(count(), "3");
 }
 
-TEST_P(DataLayer, DialectConstructsWorkOnEveryBackend) {
-  for (const char* tree : {"0000", "0000/0001/0002", "0000/0001"})
-    Insert("T_SECTION", {{"SEC_CD", tree}, {"SEC_TREE", tree}});
-  EXPECT_EQ(Rows(Sql() << "SELECT SEC_CD from " << Table("T_SECTION") << " order by " << Len("SEC_TREE") << ",JOI_SEC"),
-            (Cells{{"0000"}, {"0000/0001"}, {"0000/0001/0002"}}));
-
-  Insert("MENU_USER", {{"USER_ID", "u1"}, {"MENU01", "1"}, {"MENU02", "0"}, {"MENU79", "ZZ"}});
-  EXPECT_EQ(Rows(Sql() << "select USER_ID ," << Concat({"'/'", "MENU01", "'/'", "MENU02", "'/'", "MENU79", "'/'"})
-                       << " as MENU from " << Table("MENU_USER") << " where USER_ID = " << Quoted("u1")),
-            (Cells{{"u1", "/1/0/ZZ/"}}));
-
-  // A bare date number against a text column; an unquoted number written
-  // into a text column is stored as the number's text, unpadded.
-  Insert("T_SECMEMBER", {{"SEC_CD", "0001"}, {"USER_ID", "u1"}, {"ST_YMD", "20240101"}, {"ED_YMD", "99999999"}});
-  Insert("T_SECMEMBER", {{"SEC_CD", "0002"}, {"USER_ID", "u1"}, {"ST_YMD", "20240501"}, {"ED_YMD", "99999999"}});
-  Exec(Sql() << "update " << Table("T_SECMEMBER") << " set USER_SEQ = " << Number("007")
-             << ", SEC_KBN = " << Number("-012") << ", POST_CD = " << Number("-0")
-             << " where (ST_YMD <= " << Number("20240401") << " and ED_YMD >= " << Number("20240401") << ")");
-  EXPECT_EQ(
-      Rows(Sql() << "select SEC_CD, USER_SEQ, SEC_KBN, POST_CD from " << Table("T_SECMEMBER") << " order by SEC_CD"),
-      (Cells{{"0001", "7", "-12", "0"}, {"0002", "", "", ""}}));
-}
-
 ORVANE_DB_TEST_SUITE(DataLayer);
 
 }  // namespace

@@ -55,28 +55,6 @@ class FieldRules : public DbTest {
   }
 };
 
-// Logs in over HTTP and posts requests with the session cookie.
-class Browser {
- public:
-  explicit Browser(LiveServer& server) : client_(server.Client()) {}
-  bool LogIn(const std::string& form) {
-    auto res = client_.Post("/login", form, "application/x-www-form-urlencoded");
-    if (!res || res->body != "OK") return false;
-    cookie_ = res->get_header_value("Set-Cookie").substr(0, 43);
-    return true;
-  }
-  std::string Post(const std::string& form, int* status = nullptr) {
-    httplib::Headers headers = {{"Cookie", cookie_}};
-    auto res = client_.Post("/orvane", headers, form, "application/x-www-form-urlencoded");
-    if (status) *status = res ? res->status : 0;
-    return res ? res->body : "(none)";
-  }
-
- private:
-  httplib::Client client_;
-  std::string cookie_;
-};
-
 const std::string kRefused = "ERROR:INVALIDVALUE\r\n";
 const std::string kComma = ": must not hold a comma";
 const std::string kControl = ": must not hold a control character";
@@ -119,12 +97,11 @@ TEST_P(FieldRules, RefusedValuesAnswerExactlyAndChangeNothing) {
   const std::string audit = dir().File("audit.log");
   LiveServer server(ConfigPath(), clock());
   ASSERT_TRUE(server.state().audit_log.Open(audit).ok());
-  Browser admin(server);
-  ASSERT_TRUE(admin.LogIn("User_cd=admin&User_PS=admin"));
+  const std::string admin = server.LogIn("admin", "admin");
   const std::string before = Snapshot();
   const long long tree = server.state().app.SecHierarchicalVersion();
   for (const Case& c : cases) {
-    EXPECT_EQ(admin.Post(c.form), c.answer) << c.form;
+    EXPECT_EQ(server.Call("/orvane", admin, c.form), "200 " + c.answer) << c.form;
     EXPECT_EQ(Snapshot(), before) << c.form;
     EXPECT_EQ(server.state().app.SecHierarchicalVersion(), tree) << c.form;
   }
@@ -148,31 +125,28 @@ TEST_P(FieldRules, EdgeValuesAreStoredExactlyAndExistingKeysKeepWorking) {
   InsertRows("T_SECMEMBER", {"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "ST_YMD", "ED_YMD"},
              {{"0004", "old id,x", "0", "009", "20200101", "99999999"}});
   LiveServer server(ConfigPath(), clock());
-  Browser admin(server);
-  ASSERT_TRUE(admin.LogIn("User_cd=admin&User_PS=admin"));
-  const std::string kanji100 = [] {
-    std::string s;
-    for (int i = 0; i < 100; ++i) s += "営";
-    return s;
-  }();
+  const std::string admin = server.LogIn("admin", "admin");
+  auto post = [&](const std::string& form) { return server.Call("/orvane", admin, form); };
+  std::string kanji100;
+  for (int i = 0; i < 100; ++i) kanji100 += "営";
   const std::string mail254 = std::string(254 - 12, 'm') + "@example.jp";
-  EXPECT_EQ(admin.Post("ReqNo=202&Group_cd=0004&Group_nm=" + kanji100 + "&Disp_NM=x&M_LIST="), "OK");
+  EXPECT_EQ(post("ReqNo=202&Group_cd=0004&Group_nm=" + kanji100 + "&Disp_NM=x&M_LIST="), "200 OK");
   EXPECT_EQ(Cell({"SEC_NM"}, "T_SECTION", "SEC_CD", "0004"), kanji100);
-  EXPECT_EQ(admin.Post("ReqNo=204&User_cd=O.k_1-2&User_PS=p,w%20x&User_KJ=O'Brien 100%25&User_KN= ア &Mail_AD=" +
-                       mail254 + "&Ext_TEL=%2B81 (3) 1234-5678&Mail_UFL=0"),
-            "OK");
+  EXPECT_EQ(post("ReqNo=204&User_cd=O.k_1-2&User_PS=p,w%20x&User_KJ=O'Brien 100%25&User_KN= ア &Mail_AD=" + mail254 +
+                 "&Ext_TEL=%2B81 (3) 1234-5678&Mail_UFL=0"),
+            "200 OK");
   EXPECT_EQ(Cell({"NAME_KJ", "NAME_KN", "MAIL", "EXT_TEL"}, "T_USER", "USER_ID", "O.k_1-2"),
             "O'Brien 100%| ア |" + mail254 + "|+81 (3) 1234-5678");  // not trimmed
   // A period of one day, and the open end.
-  EXPECT_EQ(admin.Post("ReqNo=208&Group_cd=0004&User_cd=yamada&Primary=1&Post_cd=02&ST_Ymd=20240401&ED_Ymd=20240401"),
-            "OK");
-  EXPECT_EQ(admin.Post("ReqNo=208&Group_cd=0004&User_cd=yamada&Primary=1&Post_cd=02&ST_Ymd=20240401&ED_Ymd=99999999"),
-            "OK");
+  EXPECT_EQ(post("ReqNo=208&Group_cd=0004&User_cd=yamada&Primary=1&Post_cd=02&ST_Ymd=20240401&ED_Ymd=20240401"),
+            "200 OK");
+  EXPECT_EQ(post("ReqNo=208&Group_cd=0004&User_cd=yamada&Primary=1&Post_cd=02&ST_Ymd=20240401&ED_Ymd=99999999"),
+            "200 OK");
   // The old id still names its rows: change, reorder, remove, delete.
-  EXPECT_EQ(admin.Post("ReqNo=205&User_cd=old id,x&User_PS=p&User_KJ=新しい&Mail_UFL=0&OldMail_UFL=0"), "OK");
+  EXPECT_EQ(post("ReqNo=205&User_cd=old id,x&User_PS=p&User_KJ=新しい&Mail_UFL=0&OldMail_UFL=0"), "200 OK");
   EXPECT_EQ(Cell({"NAME_KJ"}, "T_USER", "USER_ID", "old id,x"), "新しい");
-  EXPECT_EQ(admin.Post("ReqNo=209&Group_cd=0004&User_cd=old id,x"), "OK");
-  EXPECT_EQ(admin.Post("ReqNo=206&User_cd=old id,x"), "OK");
+  EXPECT_EQ(post("ReqNo=209&Group_cd=0004&User_cd=old id,x"), "200 OK");
+  EXPECT_EQ(post("ReqNo=206&User_cd=old id,x"), "200 OK");
   EXPECT_EQ(Cell({"USER_ID"}, "T_USER", "USER_ID", "old id,x"), "(no row)");
 }
 
@@ -180,27 +154,18 @@ TEST_P(FieldRules, EdgeValuesAreStoredExactlyAndExistingKeysKeepWorking) {
 // edge until 213 grants the right. Other menus keep their defaults.
 TEST_P(FieldRules, ANewUserIsNeverAnAdministrator) {
   LiveServer server(ConfigPath(), clock());
-  Browser admin(server);
-  ASSERT_TRUE(admin.LogIn("User_cd=admin&User_PS=admin"));
-  ASSERT_EQ(admin.Post("ReqNo=204&User_cd=newbie&User_PS=nb-pw&User_KJ=新人&Mail_UFL=0"), "OK");
+  const std::string admin = server.LogIn("admin", "admin");
+  auto post = [&](const std::string& cookie, const std::string& form) { return server.Call("/orvane", cookie, form); };
+  ASSERT_EQ(post(admin, "ReqNo=204&User_cd=newbie&User_PS=nb-pw&User_KJ=新人&Mail_UFL=0"), "200 OK");
   EXPECT_EQ(Cell({"MENU50", "MENU01", "MENU51"}, "MENU_USER", "USER_ID", "newbie"), "ZZ|01|ZZ");
-
-  Browser newbie(server);
-  ASSERT_TRUE(newbie.LogIn("User_cd=newbie&User_PS=nb-pw"));
-  int status = 0;
-  EXPECT_EQ(newbie.Post("ReqNo=101", &status), "ERROR:SESSIONCHECK");
-  EXPECT_EQ(status, 401);
-
-  EXPECT_EQ(admin.Post("ReqNo=213&User_cd=newbie&User_Menu=/01/50/"), "OK");
-  Browser granted(server);
-  ASSERT_TRUE(granted.LogIn("User_cd=newbie&User_PS=nb-pw"));
-  granted.Post("ReqNo=101", &status);
-  EXPECT_EQ(status, 200);
+  EXPECT_EQ(post(server.LogIn("newbie", "nb-pw"), "ReqNo=101"), "401 ERROR:SESSIONCHECK");
+  EXPECT_EQ(post(admin, "ReqNo=213&User_cd=newbie&User_Menu=/01/50/"), "200 OK");
+  EXPECT_EQ(post(server.LogIn("newbie", "nb-pw"), "ReqNo=101").substr(0, 4), "200 ");
 
   // Another administrator's column (as `serve --admin-column MENU01` sets
   // it) is the one held back; menu 50 is then an ordinary shown menu.
   server.state().app.SetAdminColumn("MENU01");
-  ASSERT_EQ(admin.Post("ReqNo=204&User_cd=second&User_PS=pw&Mail_UFL=0"), "OK");
+  ASSERT_EQ(post(admin, "ReqNo=204&User_cd=second&User_PS=pw&Mail_UFL=0"), "200 OK");
   EXPECT_EQ(Cell({"MENU01", "MENU50"}, "MENU_USER", "USER_ID", "second"), "ZZ|50");
 }
 

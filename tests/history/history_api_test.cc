@@ -1,10 +1,13 @@
-// GET /api/history over real HTTP against a real database: newest first,
-// each filter, paging with `before`, bad parameters refused, the
-// administrator check, and an entry's words and images.
+// Reading the history on a real database: GET /api/history over real HTTP
+// (newest first, each filter, paging with `before`, bad parameters refused,
+// the administrator check, an entry's words and images) and `orvane
+// history` from a shell (one entry a line, filters, --purge).
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
 
+#include "base/text.h"
+#include "support/binary.h"
 #include "support/db_fixture.h"
 #include "support/http_fixture.h"
 
@@ -20,9 +23,7 @@ class HistoryApi : public testing::DbTest {
     DbTest::SetUp();
     InsertDemo();
     server_ = std::make_unique<LiveServer>(ConfigPath(), clock());
-    auto res = server_->Client().Post("/login", "User_cd=admin&User_PS=admin", "application/x-www-form-urlencoded");
-    ASSERT_TRUE(res && res->body == "OK");
-    admin_ = res->get_header_value("Set-Cookie").substr(0, 43);
+    admin_ = server_->LogIn("admin", "admin");
     // Four entries over three days; the last one refused.
     const struct {
       LocalTime at;
@@ -38,15 +39,11 @@ class HistoryApi : public testing::DbTest {
     };
     for (const auto& c : changes) {
       clock().Set(c.at);
-      auto res = server_->Client().Post("/orvane", {{"Cookie", admin_}}, c.form, "application/x-www-form-urlencoded");
-      ASSERT_TRUE(res && res->body == c.answer) << c.form;
+      ASSERT_EQ(server_->Call("/orvane", admin_, c.form), std::string("200 ") + c.answer) << c.form;
     }
   }
   std::string Get(const std::string& target, bool logged_in = true) {
-    httplib::Headers headers;
-    if (logged_in) headers.insert({"Cookie", admin_});
-    auto res = server_->Client().Get(target, headers);
-    return res ? std::to_string(res->status) + " " + res->body : "(no answer)";
+    return server_->Call(target, logged_in ? admin_ : "");
   }
   // "code time, ..." of a page, and "next" when there is one.
   std::string Page(const std::string& query, long* next = nullptr) {
@@ -117,6 +114,43 @@ TEST_P(HistoryApi, AnEntrySaysWhoWhenWhatAndTheValuesBeforeAndAfter) {
   EXPECT_EQ(refused["summary"], "refused: ERROR:RECINSERTfunInsCirMember");
   EXPECT_EQ(refused["changes"], json::array());
   EXPECT_EQ(refused["undoable"], false);
+}
+
+// The program runs on today's clock: every entry here is far older than 90 days.
+TEST_P(HistoryApi, TheCommandPrintsOneEntryALineNewestFirstAndPurges) {
+  // The lines, each line's leading id replaced by "#".
+  auto lines = [&](const std::string& args) {
+    auto [status, out] = testing::RunBinary("history --config " + ConfigPath() + " " + args);
+    EXPECT_EQ(status, 0) << out;
+    std::string lines;
+    for (const std::string& line : text::Split(out, "\n")) {
+      if (line.empty()) continue;
+      size_t blank = line.find(' ');
+      EXPECT_GT(std::stol(line.substr(0, blank)), 0) << line;
+      lines.append("#").append(line.substr(blank)) += "\n";
+    }
+    return lines;
+  };
+  const std::string refused =
+      "#  2024-04-03 09:30:00  admin@127.0.0.1  207 membership added  ERROR:RECINSERTfunInsCirMember  "
+      "refused: ERROR:RECINSERTfunInsCirMember\n";
+  const std::string added =
+      "#  2024-04-02 09:00:00  admin@127.0.0.1  207 membership added  OK  membership 佐藤 花子 (sato) in 総務課 "
+      "(0002): added\n";
+  const std::string renamed =
+      "#  2024-04-01 09:00:00  admin@127.0.0.1  202 group saved  OK  group 総務課 (0002): "
+      "name 総務部 -> 総務課, path / 総務部 -> / 総務課, department B0002 -> (empty)\n";
+  EXPECT_EQ(lines("--limit 1"), refused);
+  EXPECT_EQ(lines("--group 0002"), added + renamed);
+  EXPECT_EQ(lines("--code 207 --until 2024-04-02"), added);
+  EXPECT_EQ(lines("--since 2024-04-04"), "");
+  EXPECT_EQ(testing::RunBinary("history --config " + ConfigPath() + " --since 2024-4-3"),
+            std::pair(1, std::string("orvane history: since: a date as YYYY-MM-DD\n")));
+  auto [status, out] = testing::RunBinary("history --config " + ConfigPath() + " --purge");
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(out.starts_with("orvane history: purged 4 entries older than ")) << out;
+  EXPECT_TRUE(out.ends_with(" (90 days kept)\n")) << out;
+  EXPECT_EQ(lines(""), "");
 }
 
 ORVANE_DB_TEST_SUITE(HistoryApi);

@@ -1,21 +1,17 @@
-// Member lists (104), a user's sections (108), Get_g_cd and menu rights
-// (110) on a real SQLite and PostgreSQL database.
+// Member lists (104), a user's sections (108) and menu rights (110) on a
+// real SQLite and PostgreSQL database.
 #include "members/member_queries.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-#include "accounts/section_mail_list.h"
 #include "base/text.h"
 #include "data/schema.h"
-#include "dispatch/request_context.h"
 #include "support/db_fixture.h"
-#include "support/status_code.h"
 
 namespace orvane::members {
 
-using orvane::testing::Code;
 namespace {
 
 using orvane::testing::DbTest;
@@ -84,26 +80,6 @@ TEST_P(MemberQueries, SectionsOfAUserPrimaryFirst) {
   EXPECT_EQ(Request("ReqNo=108&User_cd=u01"), primary + ",u01,0,001,P4,0002,開発部,20210101,99999999");
   EXPECT_EQ(Request("ReqNo=108&User_cd=u01&DBFlg=1"), primary);  // the deleted section drops out
   EXPECT_EQ(Request("ReqNo=108&User_cd=nobody"), "");
-}
-
-TEST_P(MemberQueries, SectionCodesOfAUserOnAnOpenConnection) {
-  AddOrganisation();
-  RequestContext& ctx = Context();
-  data::Connection& conn = Db();
-  std::string error;
-  std::vector<std::string> codes = {"kept"};
-  EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "nobody", codes), error), 0);
-  EXPECT_EQ(codes, std::vector<std::string>{"kept"});
-  EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "u01", codes), error), 0);
-  std::sort(codes.begin(), codes.end());
-  EXPECT_EQ(codes, (std::vector<std::string>{"0000", "0001", "0002"}));
-
-  ctx.SEC_MEM = "T_SECMEMBER_WORK";
-  Exec(data::Sql() << "drop table " << data::Table("T_SECMEMBER_WORK"));
-  error = "";
-  EXPECT_EQ(Code(accounts::Get_g_cd(ctx, conn, "u01", codes), error), -1);
-  EXPECT_TRUE(error.starts_with("Get_g_cd\r\n[Com_funSelect]エラー番号 ")) << error;
-  EXPECT_TRUE(error.ends_with("<BR><BR>SQL : select sec_cd from T_SECMEMBER_WORK where USER_ID ='u01'")) << error;
 }
 
 TEST_P(MemberQueries, MenuRightsOverTheCatalogue) {

@@ -106,12 +106,6 @@ TEST_P(GroupChanges, AddUnderAMissingParentIsRefused) {
 }
 
 TEST_P(GroupChanges, DepartmentCodesAndThePersonnelMode) {
-  EXPECT_TRUE(funCheckBUSHO_CD(Context(), Db(), "0001", "B00000001").ok());  // its own code
-  EXPECT_EQ(funCheckBUSHO_CD(Context(), Db(), "0002", "B00000001").trail(),
-            "funCheckBUSHO_CD\r\n入力された部署コードは既に別のグループで使用しています。"
-            "別の部署コードを設定してください。");
-  EXPECT_EQ(funCheckBUSHO_CD(Context(), Db(), "", "部署コード八文字").trail(),
-            "funCheckBUSHO_CD\r\n部署コードの指定に誤りがあります");
   Section("T_SECTION_WORK", "0003", "0000", "003", "0000/0003", "/ 削除済", "B00000003", "1");
   Section("T_SECTION_WORK", "0004", "0000", "004", "0000/0004", "/ 生", "B00000002");
   ExpectAnswers("ReqNo=", {{"201&Group_cd=0000&Group_nm=a&BUSHO_CD=B00000001", "ERROR:ALREADYBUSHO"},

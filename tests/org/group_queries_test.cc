@@ -81,15 +81,6 @@ TEST_P(GroupQueries, PropertiesOfOneGroup) {
                  {"0000'", ",,,,,,,"}});  // the quote is a value, not SQL
 }
 
-TEST_P(GroupQueries, ConfigurationAndConnectionFailures) {
-  for (auto [config, answer] : {std::pair{"LOCAL_DB_DSN=\n", "ERROR:READINFOFILE_SV_FOLDER"},
-                                {"LOCAL_DB_DSN=no_such_source\n", "ERROR:DBOPEN"}}) {
-    WriteConfig(config);
-    for (const char* query : {"ReqNo=101", "ReqNo=103&Group_cd=0000", "ReqNo=105&Group_cd=0000"})
-      EXPECT_EQ(Request(query), answer) << query;
-  }
-}
-
 TEST_P(GroupQueries, TheDrawnTreeFromTheTable) {
   AddOrganisation();
   AddSection("0009", "0099", "001", "0099/0009", "親なし");

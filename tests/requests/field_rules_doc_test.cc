@@ -1,5 +1,5 @@
 // docs/field-rules.md is the request table's field rules as a newcomer
-// reads them, and the JSON document carries the same rules as data.
+// reads them.
 // ORVANE_UPDATE_DOCS=1 rewrites the file from the table.
 #include "requests/field_rules_doc.h"
 
@@ -7,7 +7,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 namespace orvane {
@@ -21,20 +20,6 @@ TEST(FieldRulesDoc, TheDocumentIsTheRequestTables) {
   std::stringstream text;
   text << in.rdbuf();
   EXPECT_EQ(text.str(), FieldRulesMarkdown()) << "run this test with ORVANE_UPDATE_DOCS=1 to rewrite " << path;
-}
-
-TEST(FieldRulesDoc, TheRulesAsData) {
-  nlohmann::json doc = FieldRulesDocument();
-  std::string codes;
-  for (const auto& r : doc["requests"]) codes += r["code"].get<std::string>() + " ";
-  EXPECT_EQ(codes, "201 202 203 204 205 206 207 208 209 210 211 212 213 ");
-  EXPECT_EQ(doc["requests"][3]["fields"][0].dump(),
-            R"({"checked":true,"field":"User_cd","kind":"id","required":true})");
-  EXPECT_EQ(doc["requests"][4]["fields"][0].dump(),
-            R"({"checked":false,"field":"User_cd","kind":"id","required":false})");
-  EXPECT_EQ(doc["requests"][7]["fields"][5].dump(),
-            R"({"checked":true,"field":"ED_Ymd","kind":"end date","own_answer":"ERROR:RECUPDATE","required":false})");
-  EXPECT_EQ(doc["kinds"]["name"], "no comma, no control character, valid UTF-8, at most 100 characters");
 }
 
 }  // namespace

@@ -124,9 +124,15 @@ TEST_P(Api, FieldRulesAreTheRequestTablesAndNotKept) {
   EXPECT_EQ(res->get_header_value("Content-Type"), "application/json; charset=utf-8");
   const nlohmann::json rules = nlohmann::json::parse(res->body);
   EXPECT_EQ(rules, FieldRulesDocument());
-  // A field checked only with its switch says which.
+  std::string codes;
+  for (const auto& r : rules["requests"]) codes += r["code"].get<std::string>() + " ";
+  EXPECT_EQ(codes, "201 202 203 204 205 206 207 208 209 210 211 212 213 ");
+  // A field checked only with its switch, or with its own answer, says so.
   EXPECT_EQ(rules["requests"][1]["fields"][5].dump(),
             R"({"checked":true,"field":"BUSHO_CD","kind":"code","required":false,"when":"BUSHO_Set"})");
+  EXPECT_EQ(rules["requests"][7]["fields"][5].dump(),
+            R"({"checked":true,"field":"ED_Ymd","kind":"end date","own_answer":"ERROR:RECUPDATE","required":false})");
+  EXPECT_EQ(rules["kinds"]["name"], "no comma, no control character, valid UTF-8, at most 100 characters");
 }
 
 TEST_P(Api, AStaleUpdateStampChangesNothingAndNoStampSavesAsBefore) {

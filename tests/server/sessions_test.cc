@@ -214,11 +214,6 @@ TEST_P(Access, ARevokedRightOrADeletedUserIsRefusedOnTheNextRequestOnEveryInstan
   // A right granted again holds again at once, in the same session.
   ASSERT_EQ(second.Call("/orvane", admin, "ReqNo=213&User_cd=yamada&User_Menu=%2F01%2F50%2F"), "200 OK");
   EXPECT_EQ(first.Call(kRead, yamada), kReadAnswer);
-  // With anonymous reads a query needs no session and no check; a change
-  // of the revoked still does.
-  LiveServer open(ConfigPath(), testing::OpenReads(), SharedSessions(), clock());
-  EXPECT_EQ(open.Call(kRead), kReadAnswer);
-  EXPECT_EQ(open.Call("/orvane", sato, kChange), kRefused);
 }
 
 TEST_P(Access, APasswordChangeEndsTheUsersOtherSessions) {

@@ -66,8 +66,7 @@ class LiveServer {
   }
   // "status body" of a GET of `target`, or of a POST when a form is given.
   std::string Call(const std::string& target, const std::string& cookie = "",
-                   const std::optional<std::string>& form = std::nullopt) const {
-    httplib::Headers headers;
+                   const std::optional<std::string>& form = std::nullopt, httplib::Headers headers = {}) const {
     if (!cookie.empty()) headers.emplace("Cookie", cookie);
     auto res = form ? Client().Post(target, headers, *form, kForm) : Client().Get(target, headers);
     return res ? std::to_string(res->status) + " " + res->body : std::string("(no answer)");

@@ -134,23 +134,14 @@ await run(async () => {
     assert.deepEqual(order.slice(0, 3), ['人事部門', '東日本営業課', '西日本営業課']);
   });
 
-  await step('groups: the move dialog, keyboard only', async () => {
-    await selectGroup('人事部門');
-    await hideMessage();
-    await page.getByRole('button', { name: '移動…' }).click();
-    await page.getByLabel('移動先を絞り込む').fill('総務');
-    await page.getByLabel('新しい親グループ').selectOption({ label: '総務部 (0002)' });
-    await page.getByLabel('新しい親グループ').press('Enter');
-    await expectText(message, '移動しました');
-    assert.equal(db("select JOI_SEC,TREE_NM from T_SECTION where SEC_CD='0006'"), '0002|/ 総務部 / 人事部門');
-    // Arrow keys walk the tree.
+  await step('groups: arrow keys walk the tree', async () => {
     await treeItem('人事部門').focus();
     await page.keyboard.press('ArrowUp');
-    assert.equal(await page.evaluate(() => document.activeElement.querySelector('.name').textContent), '総務部');
+    assert.equal(await page.evaluate(() => document.activeElement.querySelector('.name').textContent), '営業部');
     await page.keyboard.press('ArrowLeft');
-    assert.equal(await treeItem('総務部').getAttribute('aria-expanded'), 'false');
+    assert.equal(await treeItem('営業部').getAttribute('aria-expanded'), 'false');
     await page.keyboard.press('ArrowRight');
-    assert.equal(await treeItem('総務部').getAttribute('aria-expanded'), 'true');
+    assert.equal(await treeItem('営業部').getAttribute('aria-expanded'), 'true');
   });
 
   await step('groups: a group with subgroups is not deleted; a leaf is', async () => {
@@ -232,7 +223,7 @@ await run(async () => {
     assert.equal(db("select count(*) from T_SECMEMBER where SEC_CD='0005' and USER_ID='ito'"), '0');
   });
 
-  await step('users: kana tabs and paging, create, a refused create keeps the form, change, delete', async () => {
+  await step('users: kana tabs, create, a refused create keeps the form', async () => {
     const form = page.locator('#user-form');
     await page.locator('#nav').getByRole('button', { name: 'ユーザー' }).click();
     await expectText(page.locator('#u-list [role="tab"]').first(), '6');
@@ -253,6 +244,7 @@ await run(async () => {
     assert.equal(db("select USER_ID,NAME_KJ,NAME_KN,PASSWORD,MAIL,IMAIL_FLG,MAIL_USE_FLG,POST_NM from T_USER where USER_ID='kimura'"),
       'kimura|木村 次郎|キムラ ジロウ|pw-kimura|kimura|0|0|係長');
     assert.equal(db("select count(*) from MENU_USER where USER_ID='kimura'"), '1');
+    await page.screenshot({ path: path.join(shots, 'users.png') });
 
     // An ID that is taken: the server's own message, the form as typed.
     await page.getByRole('button', { name: '新しいユーザー' }).click();
@@ -264,20 +256,6 @@ await run(async () => {
     assert.equal(await form.getByLabel('氏名(漢字)').inputValue(), '別の山田');
     assert.equal(db("select NAME_KJ from T_USER where USER_ID='yamada'"), '山田 太郎');
     await page.locator('#error-close').click();
-
-    await page.locator('#u-list').getByRole('tab', { name: /^カ/ }).click();
-    await page.locator('#u-list').getByRole('button', { name: '木村 次郎' }).click();
-    await expectText(page.locator('#user-form-heading'), '木村 次郎');
-    await form.getByLabel('内線番号').fill('555');
-    await page.getByRole('button', { name: '保存' }).click();
-    await expectText(message, 'ユーザー「kimura」を保存しました');
-    assert.equal(db("select EXT_TEL,POST_NM,PASSWORD from T_USER where USER_ID='kimura'"), '555|係長|pw-kimura');
-    await page.screenshot({ path: path.join(shots, 'users.png') });
-
-    await page.getByRole('button', { name: '削除' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
-    await expectText(message, 'ユーザー「kimura」を削除しました');
-    assert.equal(db("select (select count(*) from T_USER where USER_ID='kimura')||(select count(*) from MENU_USER where USER_ID='kimura')"), '00');
   });
 
   await step('menu rights: from the user form, saved; a lost session asks for a login and keeps the choice', async () => {
@@ -300,11 +278,7 @@ await run(async () => {
     assert.equal(db("select MENU01,MENU02,MENU03,MENU21 from MENU_USER where USER_ID='yamada'"), '01|02|03|ZZ');
   });
 
-  await step('English switch', async () => {
-    await page.getByRole('button', { name: 'Switch to English' }).click();
-    await page.locator('#nav').getByRole('button', { name: 'Groups' }).click();
-    await expectText(page.locator('#tree-count'), 'groups');
-    await page.getByRole('button', { name: '日本語に切り替え' }).click();
+  await step('logout', async () => {
     await page.getByRole('button', { name: 'ログアウト' }).click();
     await page.getByRole('button', { name: 'ログイン' }).waitFor();
     await page.screenshot({ path: path.join(shots, 'login.png') });

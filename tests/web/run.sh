@@ -14,7 +14,11 @@ if [ ! -x /usr/bin/chromium ]; then
   echo "SKIPPED: /usr/bin/chromium is missing (scripts/test installs it)"
   exit 77
 fi
+# Browser tests started side by side must not install into one folder at once.
+exec 9>"${TMPDIR:-/tmp}/orvane-web-npm-$(id -u).lock"
+flock 9
 if [ ! -d node_modules/playwright-core ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then
   npm ci --no-audit --no-fund --silent
 fi
+flock -u 9
 exec node "${2:-flow_test.mjs}" "$binary"
