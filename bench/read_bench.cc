@@ -272,7 +272,7 @@ std::vector<Figure> Measure(const Options& o, BenchDatabase& db) {
   // run it under the user and section tables' locks), through its index and,
   // for comparison, with the index kept out of it.
   {
-    const std::string ymd = "20240401", hms = "102030";
+    const std::string ymd = "20240402", hms = "090000";  // the day after every stamp
     data::Sql scan;
     scan << "select count(SEC_CD) as CNT from " << data::Table("T_SECMEMBER")
          << " where UPD_YMD || '' >= " << data::Quoted(ymd) << " and UPD_HMS > " << data::Quoted(hms);
