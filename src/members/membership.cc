@@ -9,7 +9,6 @@
 #include "base/text.h"
 #include "base/text_checks.h"
 #include "base/whole_number.h"
-#include "data/key_row_lock.h"
 #include "dispatch/query_frame.h"
 #include "dispatch/write_frame.h"
 
@@ -235,13 +234,10 @@ void RegistMember(RequestContext& ctx, const std::string& mode, const MemberForm
   }
 
   // An add reads that its user and section exist: the user table is held
-  // against a user's delete (206), which locks it first, and the section's
-  // own row against a group's delete (203), whose delete of that row waits
-  // for it. The rest of the section table stays free, so the tree changes
-  // neither wait for membership adds nor make them wait.
-  if (!frame.Open() || !(add ? frame.Begin(ctx.USR_MST) : frame.Begin())) return;
+  // against a user's delete (206), the section table against a group's
+  // delete (203), both of which lock the table first.
+  if (!frame.Open() || !(add ? frame.Begin({ctx.USR_MST, ctx.SEC_MST}) : frame.Begin())) return;
   data::Connection& conn = frame.conn();
-  if (add && !frame.Step("ERROR:BEGINTRANSACTION", data::LockKeyRow(conn, ctx.SEC_MST, "SEC_CD", sec_cd))) return;
   if (!since_ymd.empty() || !since_hms.empty()) {
     std::string changed;
     Status stamp = Com_funAdmUsrTimeStamp(ctx, conn, since_ymd, since_hms, changed);

@@ -43,7 +43,8 @@ bool ListVersion(RequestContext& ctx, data::Connection& conn, std::string& key, 
   sql << "select VERSION from " << Table(data::kTreeVersionTable) << " where VERSION_ID = '1'";
   std::string text;
   bool found = false;
-  if (!data::SelectFirstValuePrepared(conn, "ORVANE_TREE_VERSION_OF_LIST", sql, "VERSION", text, &found).ok() || !found)
+  if (!data::SelectFirstValuePrepared(conn, "ORVANE_TREE_VERSION_OF_LIST", sql, "VERSION", text, &found).ok() ||
+      !found)
     return false;
   std::optional<long long> read = ParseWholeNumber(text, 0, LLONG_MAX, {.minus_sign = false});
   if (!read) return false;

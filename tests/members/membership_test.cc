@@ -101,26 +101,6 @@ TEST_P(Memberships, AnAddAndTheUsersDeleteAtOnceLeaveNoOrphan) {
   }
 }
 
-// The same with the section's delete on the live tables, where the add
-// holds only the section's row, not the section table: either the add finds
-// the section gone, or the delete waits for it and takes the new membership
-// with it.
-TEST_P(Memberships, AnAddAndTheSectionsDeleteAtOnceLeaveNoOrphan) {
-  Insert("T_SECTION", {{"SEC_CD", "0000"}, {"JOI_SEC", "9999"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "0000"}});
-  Insert("T_USER", {{"USER_ID", "v"}});
-  for (int round = 0; round < 10; ++round) {
-    Insert("T_SECTION", {{"SEC_CD", "0001"}, {"JOI_SEC", "0000"}, {"SEC_SEQ", "001"}, {"SEC_TREE", "0000/0001"}});
-    std::string add, remove;
-    std::thread adding([&] { add = Request("ReqNo=207&Group_cd=0001&User_cd=v"); });
-    std::thread removing([&] { remove = Request("ReqNo=203&Group_cd=0001"); });
-    adding.join();
-    removing.join();
-    EXPECT_EQ(remove, "OK") << "round " << round;
-    EXPECT_TRUE(add == "OK" || add == "ERROR:RECINSERTfunInsCirMember\r\nno such section: 0001") << add;
-    EXPECT_EQ(Members("0001"), "") << "round " << round;
-  }
-}
-
 TEST_P(Memberships, ChangeGuardsTheOnePrimaryAndItsDates) {
   Member("T_SECMEMBER", {"0001", "u1", "1", "001", "", "20240101", "20240331", "3", "20240101", "090000"});
   Member("T_SECMEMBER", {"0002", "u1", "0", "001", "", "20240101", "99999999", "3", "20240101", "090000"});

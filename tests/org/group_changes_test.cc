@@ -326,8 +326,7 @@ TEST_P(GroupChanges, TheGroupListIsKeptWhileTheTreeVersionStays) {
     std::string list;
   } cases[] = {
       {"", top + "0001,0000,営業部,0002,0000,総務部,0011,0001,東京,0111,0011,丸の内"},
-      {"ReqNo=202&Group_cd=0002&Group_nm=人事部",
-       top + "0001,0000,営業部,0002,0000,人事部,0011,0001,東京,0111,0011,丸の内"},
+      {"ReqNo=202&Group_cd=0002&Group_nm=人事部", top + "0001,0000,営業部,0002,0000,人事部,0011,0001,東京,0111,0011,丸の内"},
       {"ReqNo=201&Group_cd=0000&Group_nm=開発部",
        top + "0001,0000,営業部,0002,0000,人事部,0112,0000,開発部,0011,0001,東京,0111,0011,丸の内"},
       {"ReqNo=212&Group_cd1=0111&Group_cd2=0002",
