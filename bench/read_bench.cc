@@ -274,10 +274,11 @@ std::vector<Figure> Measure(const Options& o, BenchDatabase& db) {
   {
     const std::string ymd = "20240402", hms = "090000";  // the day after every stamp
     data::Sql scan;
-    scan << "select count(SEC_CD) as CNT from " << data::Table("T_SECMEMBER") << " where UPD_YMD || '' >= "
-         << data::Quoted(ymd) << " and UPD_HMS > " << data::Quoted(hms);
-    std::vector<double> ms = MediansMs(o.repeat, {[&] { raw.Fetch(members::MembersChangedSql(live, ymd, hms), {"CNT"}); },
-                                                  [&] { raw.Fetch(scan, {"CNT"}); }});
+    scan << "select count(SEC_CD) as CNT from " << data::Table("T_SECMEMBER")
+         << " where UPD_YMD || '' >= " << data::Quoted(ymd) << " and UPD_HMS > " << data::Quoted(hms);
+    std::vector<double> ms = MediansMs(
+        o.repeat,
+        {[&] { raw.Fetch(members::MembersChangedSql(live, ymd, hms), {"CNT"}); }, [&] { raw.Fetch(scan, {"CNT"}); }});
     std::printf("\nmembership check (%s): %.3f ms through the UPD_YMD index, %.3f ms scanning\n", db.backend(), ms[0],
                 ms[1]);
   }
