@@ -40,13 +40,18 @@ Status SelectFirstValuePrepared(Connection& conn, const std::string& name, const
     phys.prepared.insert(name);
   }
   Sql execute;
-  execute << "EXECUTE " << Identifier(name) << "(";
+  execute << "EXECUTE " << Identifier(name);
+  // A statement without values takes no parentheses: "EXECUTE name()" is refused.
   const std::vector<std::string> values = sql.Parameters(dialect);
   for (size_t i = 0; i < values.size(); ++i) {
-    if (i > 0) execute << ",";
+    if (i == 0) {
+      execute << "(";
+    } else {
+      execute << ",";
+    }
     execute << Quoted(values[i]);
   }
-  execute << ")";
+  if (!values.empty()) execute << ")";
   Status s = SelectFirstValue(conn, execute, column, value, found);
   if (!s.ok()) phys.prepared.erase(name);  // prepared anew next time, in case it is gone
   return s;

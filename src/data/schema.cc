@@ -71,7 +71,9 @@ std::vector<TableDef> MakeTables() {
       {"T_SECMEMBER",
        With({"SEC_CD", "USER_ID", "SEC_KBN", "USER_SEQ", "POST_CD", "ST_YMD", "ED_YMD"}, kStamp),
        {"SEC_CD", "USER_ID"},
-       {{"USER_ID"}}},
+       // The membership changes' check for changes since the page loaded,
+       // made under the user and section tables' locks.
+       {{"USER_ID"}, {"UPD_YMD"}}},
       {"MENU_USER", With(With({"USER_ID"}, MenuColumns()), kStamp), {"USER_ID"}, {}},
       // No primary key: these two belong to the groupware, whose own
       // modules may keep several rows per user.

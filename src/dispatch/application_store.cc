@@ -138,6 +138,20 @@ bool ApplicationStore::ReplaceSecTreeLines(long long expected_version, SecTreeLi
   return true;
 }
 
+std::shared_ptr<const std::string> ApplicationStore::TreeAnswer(const std::string& key, long long version) const {
+  std::lock_guard lock(mu_);
+  auto it = tree_answers_.find(key);
+  return it != tree_answers_.end() && it->second.version == version ? it->second.answer : nullptr;
+}
+
+void ApplicationStore::KeepTreeAnswer(const std::string& key, long long version, std::string answer) {
+  auto value = std::make_shared<const std::string>(std::move(answer));
+  std::lock_guard lock(mu_);
+  TreeAnswerKept& kept = tree_answers_[key];
+  if (kept.answer && kept.version > version) return;
+  kept = {version, std::move(value)};
+}
+
 Status LoadApplicationValues(const ConfigFile& config, ApplicationStore& app) {
   MenuCatalogue catalogue;
   if (Status s = LoadMenuCatalogue(config.Folder() + "/menuinfo.csv", catalogue); !s.ok()) return s;

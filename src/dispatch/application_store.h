@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -76,6 +77,13 @@ class ApplicationStore {
   // first). The array of SecHierarchical is made from them when next asked.
   bool ReplaceSecTreeLines(long long expected_version, SecTreeLines lines, long long version);
 
+  // An answer read from the live section table that only a tree change can
+  // change (the group list, 101), kept under `key` with the tree version it
+  // was read at. Null when none is kept for `version`.
+  std::shared_ptr<const std::string> TreeAnswer(const std::string& key, long long version) const;
+  // Keeps `answer` for `version` unless one of a newer version is kept.
+  void KeepTreeAnswer(const std::string& key, long long version, std::string answer);
+
  private:
   mutable std::mutex mu_;
   std::shared_ptr<const MenuCatalogue> menuinfo_;  // guarded by mu_
@@ -85,6 +93,11 @@ class ApplicationStore {
   mutable std::shared_ptr<const Array2D> sec_hierarchical_;  // guarded by mu_
   std::shared_ptr<const SecTreeLines> sec_tree_lines_;       // guarded by mu_
   long long sec_hierarchical_version_ = -1;                  // guarded by mu_
+  struct TreeAnswerKept {
+    long long version;
+    std::shared_ptr<const std::string> answer;
+  };
+  std::map<std::string, TreeAnswerKept> tree_answers_;  // guarded by mu_
 };
 
 }  // namespace orvane

@@ -188,16 +188,21 @@ Status funUpdSortidx(const RequestContext& ctx, data::Connection& conn, const st
   return data::Com_funExecsql(conn, sql).Prefixed("funUpdSortidx");
 }
 
-Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn, const std::string& since_ymd,
-                              const std::string& since_hms, std::string& changed) {
+data::Sql MembersChangedSql(const RequestContext& ctx, const std::string& since_ymd, const std::string& since_hms) {
   // Date and time are compared each on its own, as the pages have always
   // been checked: a later day at an earlier hour is not a change.
   data::Sql sql;
   sql << "select count(SEC_CD) as CNT"
       << " from " << Table(ctx.SEC_MEM) << " where UPD_YMD >= " << Quoted(since_ymd) << " and UPD_HMS > "
       << Quoted(since_hms);
+  return sql;
+}
+
+Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn, const std::string& since_ymd,
+                              const std::string& since_hms, std::string& changed) {
   long count = 0;
-  if (Status s = data::SelectCount(conn, sql, count); !s.ok()) return std::move(s).Prefixed("Com_funAdmUsrTimeStamp");
+  if (Status s = data::SelectCount(conn, MembersChangedSql(ctx, since_ymd, since_hms), count); !s.ok())
+    return std::move(s).Prefixed("Com_funAdmUsrTimeStamp");
   changed.assign(1, count == 0 ? '0' : '1');  // not a literal: GCC 12 warns falsely on that
   return Status::Ok();
 }

@@ -64,5 +64,7 @@ Status funUpdSortidx(const RequestContext& ctx, data::Connection& conn, const st
 // compared on its own, UPD_HMS > `since_hms`; else "0".
 Status Com_funAdmUsrTimeStamp(const RequestContext& ctx, data::Connection& conn, const std::string& since_ymd,
                               const std::string& since_hms, std::string& changed);
+// Its statement, run under the locks of the membership changes (207-209).
+data::Sql MembersChangedSql(const RequestContext& ctx, const std::string& since_ymd, const std::string& since_hms);
 
 }  // namespace orvane::members

@@ -1,6 +1,12 @@
 #include "org/group_queries.h"
 
+#include <climits>
+#include <optional>
+
 #include "base/text.h"
+#include "base/whole_number.h"
+#include "data/prepared_select.h"
+#include "data/schema.h"
 #include "dispatch/query_frame.h"
 
 namespace orvane::org {
@@ -18,6 +24,33 @@ const data::Columns kProperty = {"SEC_CD",  "SEC_NM",     "DSP_NM",  "BUSHO_CD",
 // Deleted sections are left out only on the work tables.
 void DeletedFilter(const RequestContext& ctx, data::Sql& sql) {
   if (ctx.WorkTables()) sql << " and UPD_KBN <> '1'";
+}
+
+// The live group list changes only with the tree version: every change of
+// the section table raises it inside its own transaction. A store that
+// follows the version (it holds the drawn tree, which rests on the same
+// rule; a server draws it at start) keeps the list it read and answers it
+// again while the database's version is the one it was read at: one keyed
+// select instead of reading every section. The version is read before the
+// list, so a kept list is never older than its version. False (read the
+// table) on the work tables, without a drawn tree, or when the version
+// cannot be read or its row is missing (nothing would raise it).
+bool ListVersion(RequestContext& ctx, data::Connection& conn, std::string& key, long long& version) {
+  if (ctx.WorkTables() || ctx.app().SecHierarchicalVersion() < 0) return false;
+  std::string dsn;
+  if (!ctx.config().ComIniFileLoad("LOCAL_DB_DSN", dsn).ok()) return false;
+  data::Sql sql;
+  sql << "select VERSION from " << Table(data::kTreeVersionTable) << " where VERSION_ID = '1'";
+  std::string text;
+  bool found = false;
+  if (!data::SelectFirstValuePrepared(conn, "ORVANE_TREE_VERSION_OF_LIST", sql, "VERSION", text, &found).ok() ||
+      !found)
+    return false;
+  std::optional<long long> read = ParseWholeNumber(text, 0, LLONG_MAX, {.minus_sign = false});
+  if (!read) return false;
+  key = "101 " + dsn;
+  version = *read;
+  return true;
 }
 
 }  // namespace
@@ -64,6 +97,14 @@ data::Sql SpecificGroupSql(const RequestContext& ctx, const std::string& joi_sec
 void GetAllGroupList(RequestContext& ctx) {
   QueryFrame frame(ctx);
   if (!frame.Open()) return;
+  std::string key;
+  long long version = -1;
+  const bool follows = ListVersion(ctx, frame.connection(), key, version);
+  if (std::shared_ptr<const std::string> kept = follows ? ctx.app().TreeAnswer(key, version) : nullptr) {
+    frame.Close();
+    ctx.Write(*kept);
+    return;
+  }
   std::string list;
   {
     // One fetch without an end test: the tree has a single top section, and
@@ -84,6 +125,7 @@ void GetAllGroupList(RequestContext& ctx) {
   };
   if (!frame.FetchRows(rs, kTripleNames, add)) return;
   if (!frame.CloseRecordset(rs)) return;
+  if (follows) ctx.app().KeepTreeAnswer(key, version, list);
   frame.Close();
   ctx.Write(list);
 }

@@ -9,6 +9,7 @@
 #include "data/schema.h"
 #include "members/admin_right.h"
 #include "members/member_queries.h"
+#include "members/membership.h"
 #include "members/user_queries.h"
 #include "org/group_queries.h"
 #include "support/db_fixture.h"
@@ -59,6 +60,7 @@ TEST_P(IndexUse, EveryReadStatementFindsItsIndex) {
       {members::AllUserListSql(ctx, "term", "1", ""), "ix_t_user_mail"},
       {members::AllCountSql(ctx, "U", "3"), "ix_t_user_name_kn"},
       {members::UsersGroupSql(ctx, "u1"), "ix_t_secmember_user_id"},
+      {members::MembersChangedSql(ctx, "20240401", "102030"), "ix_t_secmember_upd_ymd"},
       {org::TopGroupSql(ctx), "ix_t_section_joi_sec_sec_seq"},
       {org::OtherGroupsSql(ctx), "ix_t_section_list_order"},  // an expression index, in the list's order
   };

@@ -309,6 +309,50 @@ TEST_P(GroupChanges, TheTreeVersionTellsOtherInstancesToDrawAgain) {
   EXPECT_EQ(app().SecHierarchicalVersion(), 4);
 }
 
+// A server's store (it holds the drawn tree) keeps 101's list and answers
+// it again while the tree version stays; every live tree change moves the
+// version, so the list read after it shows the change.
+TEST_P(GroupChanges, TheGroupListIsKeptWhileTheTreeVersionStays) {
+  ASSERT_TRUE(LoadSecHierarchical(ConfigFile(ConfigPath()), app()).ok());
+  const std::string top = "0000,9999,本社,";
+  struct Case {
+    const char* request;  // then 101
+    std::string list;
+  } cases[] = {
+      {"", top + "0001,0000,営業部,0002,0000,総務部,0011,0001,東京,0111,0011,丸の内"},
+      {"ReqNo=202&Group_cd=0002&Group_nm=人事部", top + "0001,0000,営業部,0002,0000,人事部,0011,0001,東京,0111,0011,丸の内"},
+      {"ReqNo=201&Group_cd=0000&Group_nm=開発部",
+       top + "0001,0000,営業部,0002,0000,人事部,0112,0000,開発部,0011,0001,東京,0111,0011,丸の内"},
+      {"ReqNo=212&Group_cd1=0111&Group_cd2=0002",
+       top + "0001,0000,営業部,0002,0000,人事部,0112,0000,開発部,0011,0001,東京,0111,0002,丸の内"},
+      {"ReqNo=210&Group_cd1=0112&Group_cd2=0001&Group_cd3=0000",
+       top + "0112,0000,開発部,0001,0000,営業部,0002,0000,人事部,0011,0001,東京,0111,0002,丸の内"},
+      {"ReqNo=203&Group_cd=0011", top + "0112,0000,開発部,0001,0000,営業部,0002,0000,人事部,0111,0002,丸の内"},
+      // The work tables are read every time.
+      {"ReqNo=202&DBFlg=1&Group_cd=0002&Group_nm=w",
+       top + "0112,0000,開発部,0001,0000,営業部,0002,0000,人事部,0111,0002,丸の内"},
+  };
+  for (const Case& c : cases) {
+    if (*c.request) {
+      EXPECT_EQ(Request(c.request), "OK") << c.request;
+    }
+    EXPECT_EQ(Request("ReqNo=101"), c.list) << c.request;
+  }
+  EXPECT_EQ(Request("ReqNo=101&DBFlg=1"), top + "0001,0000,営業部,0002,0000,w,0011,0001,東京,0111,0011,丸の内");
+  // A row written past the tree changes, without the version: the kept list
+  // until the version moves.
+  const std::string kept = cases[5].list;
+  Section("T_SECTION", "0200", "0000", "009", "0000/0200", "/ 外部");
+  EXPECT_EQ(Request("ReqNo=101"), kept);
+  Exec(data::Sql() << "update " << Table("ORVANE_TREE_VERSION") << " set VERSION = '99'");
+  EXPECT_EQ(Request("ReqNo=101"),
+            top + "0112,0000,開発部,0001,0000,営業部,0002,0000,人事部,0200,0000,外部,0111,0002,丸の内");
+  // Without the version's row nothing would raise it: read every time.
+  Exec(data::Sql() << "delete from " << Table("ORVANE_TREE_VERSION"));
+  Exec(data::Sql() << "delete from " << Table("T_SECTION") << " where SEC_CD = '0200'");
+  EXPECT_EQ(Request("ReqNo=101"), kept);
+}
+
 TEST_P(GroupChanges, ANewListNameGetsTheGroupsCurrentMembers) {
   orvane::testing::ExeProxyPeer peer(dir().File("imail"), "D:\\IMail\\");
   dir().Write("imail/Lists/sales/users.lst", "old@example.jp\r\n");
