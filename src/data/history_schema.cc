@@ -149,36 +149,42 @@ void SqliteTriggers(const TableDef& t, std::vector<std::string>& out) {
 // PostgreSQL: one function for every table, reading the row whole
 // (to_jsonb), so columns a groupware database has beyond init-db's are
 // kept too. The entry is the transaction's own setting, which ends with it.
-constexpr char kPgMask[] = R"(CREATE OR REPLACE FUNCTION orvane_history_mask(j jsonb) RETURNS jsonb
-LANGUAGE sql IMMUTABLE AS $f$
-  SELECT jsonb_object_agg(key, CASE WHEN (key = 'PASSWORD' OR key LIKE '%\_PASS') AND value <> 'null'::jsonb
-                                    THEN to_jsonb('********'::text) ELSE value END)
-  FROM jsonb_each(j)
-$f$)";
-
+// Each image is built, upper-cased and masked in one query, and the key in
+// the function itself: a query inside a trigger runs once a row, and a
+// function of SQL called from one is planned anew each time.
 constexpr char kPgRow[] = R"(CREATE OR REPLACE FUNCTION orvane_history_row() RETURNS trigger
 LANGUAGE plpgsql AS $f$
 DECLARE
   entry text := nullif(current_setting('orvane.history_entry', true), '');
-  o jsonb; n jsonb; img jsonb; b jsonb; a jsonb; k text;
+  n jsonb; img jsonb; b jsonb; a jsonb; k text;
 BEGIN
   IF entry IS NULL THEN RETURN NULL; END IF;
-  IF TG_OP <> 'INSERT' THEN SELECT jsonb_object_agg(upper(key), value) INTO o FROM jsonb_each(to_jsonb(OLD)); END IF;
-  IF TG_OP <> 'DELETE' THEN SELECT jsonb_object_agg(upper(key), value) INTO n FROM jsonb_each(to_jsonb(NEW)); END IF;
   IF TG_OP = 'UPDATE' THEN
-    SELECT jsonb_object_agg(key, value) INTO b FROM jsonb_each(o) WHERE n -> key IS DISTINCT FROM value;
+    n := to_jsonb(NEW);
+    SELECT jsonb_object_agg(upper(key), CASE WHEN (upper(key) = 'PASSWORD' OR upper(key) LIKE '%\_PASS')
+                                              AND value <> 'null'::jsonb THEN to_jsonb('********'::text) ELSE value END),
+           jsonb_object_agg(upper(key), CASE WHEN (upper(key) = 'PASSWORD' OR upper(key) LIKE '%\_PASS')
+                                              AND n -> key <> 'null'::jsonb THEN to_jsonb('********'::text) ELSE n -> key END)
+      INTO b, a FROM jsonb_each(to_jsonb(OLD)) WHERE n -> key IS DISTINCT FROM value;
     IF b IS NULL THEN RETURN NULL; END IF;
-    SELECT jsonb_object_agg(key, n -> key) INTO a FROM jsonb_each(b);
-    img := o;
-  ELSIF TG_OP = 'INSERT' THEN a := n; img := n;
-  ELSE b := o; img := o;
+    SELECT (SELECT jsonb_object_agg(upper(key), value) FROM jsonb_each(to_jsonb(OLD))),
+           (SELECT jsonb_object_agg(upper(key), value) FROM jsonb_each(n))
+      INTO img, n;
+  ELSE
+    -- No key, name, group or user column is a password: the masked image serves for them too.
+    SELECT jsonb_object_agg(upper(key), CASE WHEN (upper(key) = 'PASSWORD' OR upper(key) LIKE '%\_PASS')
+                                              AND value <> 'null'::jsonb THEN to_jsonb('********'::text) ELSE value END)
+      INTO img FROM jsonb_each(CASE WHEN TG_OP = 'INSERT' THEN to_jsonb(NEW) ELSE to_jsonb(OLD) END);
+    IF TG_OP = 'INSERT' THEN a := img; ELSE b := img; END IF;
+    n := img;
   END IF;
-  SELECT string_agg(coalesce(img ->> c, ''), '/' ORDER BY i) INTO k FROM unnest(TG_ARGV) WITH ORDINALITY AS t(c, i);
+  FOR i IN 0 .. TG_NARGS - 1 LOOP
+    k := CASE WHEN i = 0 THEN '' ELSE k || '/' END || coalesce(img ->> TG_ARGV[i], '');
+  END LOOP;
   INSERT INTO orvane_history_row (entry_id, row_table, row_action, row_key, row_label, row_sec_cd, row_user_id,
                                   before_image, after_image)
-  VALUES (entry::bigint, upper(TG_TABLE_NAME), lower(TG_OP), k,
-          coalesce(coalesce(n, o) ->> 'SEC_NM', coalesce(n, o) ->> 'NAME_KJ'), img ->> 'SEC_CD', img ->> 'USER_ID',
-          orvane_history_mask(b)::text, orvane_history_mask(a)::text);
+  VALUES (entry::bigint, upper(TG_TABLE_NAME), lower(TG_OP), k, coalesce(n ->> 'SEC_NM', n ->> 'NAME_KJ'),
+          img ->> 'SEC_CD', img ->> 'USER_ID', b::text, a::text);
   RETURN NULL;
 END
 $f$)";
@@ -261,8 +267,8 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
   if (dialect.kind() == Dialect::Kind::kSqlite) {
     for (const TableDef* t : RecordedTables()) SqliteTriggers(*t, out);
   } else if (dialect.kind() == Dialect::Kind::kPostgres) {
-    out.push_back(kPgMask);
     out.push_back(kPgRow);
+    out.push_back("DROP FUNCTION IF EXISTS orvane_history_mask(jsonb)");  // what masked images before
     for (const TableDef* t : RecordedTables()) {
       std::vector<std::string> keys;
       for (const std::string& c : KeyColumns(*t)) keys.push_back("'" + c + "'");
