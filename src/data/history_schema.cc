@@ -59,12 +59,15 @@ std::string Image(const TableDef& t, const std::string& side) {
   return "json_object(" + text::Join(parts, ", ") + ")";
 }
 
-// The changed columns of an update, as a JSON object of `side`'s values.
+// The changed columns of an update, as a JSON object of `side`'s values:
+// the whole row less each column that kept its value (a changed one
+// removes a path no row has). Plain expressions, no subquery: SQLite
+// compiles the trigger into every statement that may fire it.
 std::string Changed(const TableDef& t, const std::string& side) {
-  std::vector<std::string> arms;
+  std::vector<std::string> unchanged;
   for (const std::string& c : t.columns)
-    arms.push_back("SELECT '" + c + "' AS c, " + Masked(c, side) + " AS v, OLD." + c + " IS NOT NEW." + c + " AS d");
-  return "(SELECT json_group_object(c, v) FROM (" + text::Join(arms, " UNION ALL ") + ") WHERE d)";
+    unchanged.push_back("CASE WHEN OLD." + c + " IS NEW." + c + " THEN '$." + c + "' ELSE '$.\"#\"' END");
+  return "json_remove(" + Image(t, side) + ", " + text::Join(unchanged, ", ") + ")";
 }
 
 // Columns an update writes only because others changed: a section's paths,
@@ -98,8 +101,12 @@ std::vector<std::string> ChangeTests(const TableDef& t, const char* differs) {
   return out;
 }
 
-constexpr char kSqliteOpen[] = "EXISTS (SELECT 1 FROM ORVANE_HISTORY WHERE IS_OPEN = 1)";
-constexpr char kSqliteEntry[] = "(SELECT MAX(ID) FROM ORVANE_HISTORY WHERE IS_OPEN = 1)";
+// The open entry is the newest one while its IS_OPEN is 1: writers are
+// serialised, and the transaction that opened it added it last. Both are
+// found through the key alone, so the flag needs no index of its own (one
+// page fewer for every change to write).
+constexpr char kSqliteOpen[] = "(SELECT IS_OPEN FROM ORVANE_HISTORY ORDER BY ID DESC LIMIT 1) = 1";
+constexpr char kSqliteEntry[] = "(SELECT MAX(ID) FROM ORVANE_HISTORY)";
 constexpr char kRowColumns[] =
     "ENTRY_ID, ROW_TABLE, ROW_ACTION, ROW_KEY, ROW_LABEL, ROW_SEC_CD, ROW_USER_ID, BEFORE_IMAGE, AFTER_IMAGE";
 
@@ -142,36 +149,42 @@ void SqliteTriggers(const TableDef& t, std::vector<std::string>& out) {
 // PostgreSQL: one function for every table, reading the row whole
 // (to_jsonb), so columns a groupware database has beyond init-db's are
 // kept too. The entry is the transaction's own setting, which ends with it.
-constexpr char kPgMask[] = R"(CREATE OR REPLACE FUNCTION orvane_history_mask(j jsonb) RETURNS jsonb
-LANGUAGE sql IMMUTABLE AS $f$
-  SELECT jsonb_object_agg(key, CASE WHEN (key = 'PASSWORD' OR key LIKE '%\_PASS') AND value <> 'null'::jsonb
-                                    THEN to_jsonb('********'::text) ELSE value END)
-  FROM jsonb_each(j)
-$f$)";
-
+// Each image is built, upper-cased and masked in one query, and the key in
+// the function itself: a query inside a trigger runs once a row, and a
+// function of SQL called from one is planned anew each time.
 constexpr char kPgRow[] = R"(CREATE OR REPLACE FUNCTION orvane_history_row() RETURNS trigger
 LANGUAGE plpgsql AS $f$
 DECLARE
   entry text := nullif(current_setting('orvane.history_entry', true), '');
-  o jsonb; n jsonb; img jsonb; b jsonb; a jsonb; k text;
+  n jsonb; img jsonb; b jsonb; a jsonb; k text;
 BEGIN
   IF entry IS NULL THEN RETURN NULL; END IF;
-  IF TG_OP <> 'INSERT' THEN SELECT jsonb_object_agg(upper(key), value) INTO o FROM jsonb_each(to_jsonb(OLD)); END IF;
-  IF TG_OP <> 'DELETE' THEN SELECT jsonb_object_agg(upper(key), value) INTO n FROM jsonb_each(to_jsonb(NEW)); END IF;
   IF TG_OP = 'UPDATE' THEN
-    SELECT jsonb_object_agg(key, value) INTO b FROM jsonb_each(o) WHERE n -> key IS DISTINCT FROM value;
+    n := to_jsonb(NEW);
+    SELECT jsonb_object_agg(upper(key), CASE WHEN (upper(key) = 'PASSWORD' OR upper(key) LIKE '%\_PASS')
+                                              AND value <> 'null'::jsonb THEN to_jsonb('********'::text) ELSE value END),
+           jsonb_object_agg(upper(key), CASE WHEN (upper(key) = 'PASSWORD' OR upper(key) LIKE '%\_PASS')
+                                              AND n -> key <> 'null'::jsonb THEN to_jsonb('********'::text) ELSE n -> key END)
+      INTO b, a FROM jsonb_each(to_jsonb(OLD)) WHERE n -> key IS DISTINCT FROM value;
     IF b IS NULL THEN RETURN NULL; END IF;
-    SELECT jsonb_object_agg(key, n -> key) INTO a FROM jsonb_each(b);
-    img := o;
-  ELSIF TG_OP = 'INSERT' THEN a := n; img := n;
-  ELSE b := o; img := o;
+    SELECT (SELECT jsonb_object_agg(upper(key), value) FROM jsonb_each(to_jsonb(OLD))),
+           (SELECT jsonb_object_agg(upper(key), value) FROM jsonb_each(n))
+      INTO img, n;
+  ELSE
+    -- No key, name, group or user column is a password: the masked image serves for them too.
+    SELECT jsonb_object_agg(upper(key), CASE WHEN (upper(key) = 'PASSWORD' OR upper(key) LIKE '%\_PASS')
+                                              AND value <> 'null'::jsonb THEN to_jsonb('********'::text) ELSE value END)
+      INTO img FROM jsonb_each(CASE WHEN TG_OP = 'INSERT' THEN to_jsonb(NEW) ELSE to_jsonb(OLD) END);
+    IF TG_OP = 'INSERT' THEN a := img; ELSE b := img; END IF;
+    n := img;
   END IF;
-  SELECT string_agg(coalesce(img ->> c, ''), '/' ORDER BY i) INTO k FROM unnest(TG_ARGV) WITH ORDINALITY AS t(c, i);
+  FOR i IN 0 .. TG_NARGS - 1 LOOP
+    k := CASE WHEN i = 0 THEN '' ELSE k || '/' END || coalesce(img ->> TG_ARGV[i], '');
+  END LOOP;
   INSERT INTO orvane_history_row (entry_id, row_table, row_action, row_key, row_label, row_sec_cd, row_user_id,
                                   before_image, after_image)
-  VALUES (entry::bigint, upper(TG_TABLE_NAME), lower(TG_OP), k,
-          coalesce(coalesce(n, o) ->> 'SEC_NM', coalesce(n, o) ->> 'NAME_KJ'), img ->> 'SEC_CD', img ->> 'USER_ID',
-          orvane_history_mask(b)::text, orvane_history_mask(a)::text);
+  VALUES (entry::bigint, upper(TG_TABLE_NAME), lower(TG_OP), k, coalesce(n ->> 'SEC_NM', n ->> 'NAME_KJ'),
+          img ->> 'SEC_CD', img ->> 'USER_ID', b::text, a::text);
   RETURN NULL;
 END
 $f$)";
@@ -194,8 +207,8 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
           "CREATE TABLE IF NOT EXISTS ORVANE_HISTORY_ROW (ID INTEGER PRIMARY KEY, ENTRY_ID INTEGER, ROW_TABLE TEXT, "
           "ROW_ACTION TEXT, ROW_KEY TEXT, ROW_LABEL TEXT, ROW_SEC_CD TEXT, ROW_USER_ID TEXT, BEFORE_IMAGE TEXT, "
           "AFTER_IMAGE TEXT)");
-      // The open entry, found by the triggers through this index alone.
-      out.push_back("CREATE INDEX IF NOT EXISTS IX_ORVANE_HISTORY_OPEN ON ORVANE_HISTORY (ID) WHERE IS_OPEN = 1");
+      // Where the triggers once found the open entry: the key does it now.
+      out.push_back("DROP INDEX IF EXISTS IX_ORVANE_HISTORY_OPEN");
       break;
     case Dialect::Kind::kPostgres:
       out.push_back(
@@ -220,17 +233,33 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
       break;
   }
   const bool sql_server = dialect.kind() == Dialect::Kind::kSqlServer;
-  for (const char* index :
-       {"ORVANE_HISTORY (ENTRY_TIME)", "ORVANE_HISTORY (USER_ID, ID)", "ORVANE_HISTORY (CODE, ID)",
-        "ORVANE_HISTORY (UNDOES)", "ORVANE_HISTORY_ROW (ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)",
-        "ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)", "ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)"}) {
-    std::string definition = index;
+  // Columns most rows leave null (an entry undoes nothing, a section row
+  // has no user) are indexed only where set, so a change writes no index
+  // entry it will never be looked up by; the filters compare them with
+  // "=" or "in", which no null matches. The full index such a column had
+  // before is dropped. SQL Server keeps full ones: its plans for bound
+  // values cannot use a filtered index.
+  struct Index {
+    const char* definition;
+    bool where_set;
+  };
+  for (const Index& index :
+       {Index{"ORVANE_HISTORY (ENTRY_TIME)", false}, Index{"ORVANE_HISTORY (USER_ID, ID)", false},
+        Index{"ORVANE_HISTORY (CODE, ID)", false}, Index{"ORVANE_HISTORY (UNDOES)", true},
+        Index{"ORVANE_HISTORY_ROW (ENTRY_ID)", false}, Index{"ORVANE_HISTORY_ROW (ROW_SEC_CD, ENTRY_ID)", true},
+        Index{"ORVANE_HISTORY_ROW (ROW_USER_ID, ENTRY_ID)", true},
+        Index{"ORVANE_HISTORY_ROW (ROW_TABLE, ROW_KEY, ENTRY_ID)", false}}) {
+    std::string definition = index.definition;
     std::string table = definition.substr(0, definition.find(' '));
     std::string columns = definition.substr(definition.find('(') + 1, definition.find(')') - definition.find('(') - 1);
     std::string name = "IX_" + table + "_" + text::ReplaceAll(columns, ", ", "_");
     if (sql_server) {
       out.push_back("IF NOT EXISTS (SELECT * FROM sys.indexes WHERE name = N'" + name + "') CREATE INDEX " + name +
                     " ON " + definition);
+    } else if (index.where_set) {
+      out.push_back("DROP INDEX IF EXISTS " + name);
+      out.push_back("CREATE INDEX IF NOT EXISTS " + name + "_SET ON " + definition + " WHERE " +
+                    columns.substr(0, columns.find(',')) + " IS NOT NULL");
     } else {
       out.push_back("CREATE INDEX IF NOT EXISTS " + name + " ON " + definition);
     }
@@ -238,8 +267,8 @@ std::vector<std::string> HistoryStatements(const Dialect& dialect) {
   if (dialect.kind() == Dialect::Kind::kSqlite) {
     for (const TableDef* t : RecordedTables()) SqliteTriggers(*t, out);
   } else if (dialect.kind() == Dialect::Kind::kPostgres) {
-    out.push_back(kPgMask);
     out.push_back(kPgRow);
+    out.push_back("DROP FUNCTION IF EXISTS orvane_history_mask(jsonb)");  // what masked images before
     for (const TableDef* t : RecordedTables()) {
       std::vector<std::string> keys;
       for (const std::string& c : KeyColumns(*t)) keys.push_back("'" + c + "'");

@@ -100,7 +100,8 @@ Status CloseHistoryEntry(Connection& conn, long id) {
   if (id > 0) {
     sql << "ID = cast(" << Quoted(key) << " as integer)";
   } else {
-    sql << "IS_OPEN = 1";  // writers are serialised: the transaction's own
+    // Writers are serialised: the transaction's own entry is the newest.
+    sql << "ID = (select max(ID) from " << Table(kHistoryTable) << ") and IS_OPEN = 1";
   }
   return Bookkeeping(conn, "CloseHistoryEntry", sql);
 }

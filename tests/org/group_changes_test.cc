@@ -197,6 +197,35 @@ TEST_P(GroupChanges, MoveRewritesTheSubtreeAndRefusesCycles) {
   EXPECT_EQ(All(), before);
 }
 
+// A subtree larger than one rewriting statement takes: every descendant's
+// paths, none left behind at a block's edge, a code that only begins like
+// the moved one's untouched, and the history keeps the moved row alone.
+TEST_P(GroupChanges, MoveOfALargeSubtreeRewritesEveryPathOnce) {
+  Cells children;
+  for (int i = 5000; i < 6201; ++i) {
+    std::string code = std::to_string(i);
+    children.push_back(
+        {code, "0111", "001", "0000/0001/0011/0111/" + code, "/ 営業部 / 東京 / 丸の内 / n" + code, "n" + code, "3"});
+  }
+  children.push_back({"00011", "0000", "009", "0000/00011", "/ 似た", "似た", "3"});
+  InsertRows("T_SECTION", {"SEC_CD", "JOI_SEC", "SEC_SEQ", "SEC_TREE", "TREE_NM", "SEC_NM", "UPD_KBN"}, children);
+  const std::string images = Count("ORVANE_HISTORY_ROW");
+
+  EXPECT_EQ(Request("ReqNo=212&Group_cd1=0001&Group_cd2=0002"), "OK");
+  Cells rows = Rows(data::Sql() << "select SEC_CD,JOI_SEC,SEC_TREE,TREE_NM,UPD_KBN,UPD_USR from " << Table("T_SECTION")
+                                << " where JOI_SEC = '0111'");
+  ASSERT_EQ(rows.size(), 1201u);
+  for (const auto& row : rows)
+    ASSERT_EQ(text::Join(row, "|"), row[0] + "|0111|0000/0002/0001/0011/0111/" + row[0] +
+                                        "|/ 総務部 / 営業部 / 東京 / 丸の内 / n" + row[0] + "|2|admin");
+  EXPECT_EQ(Sec("00011"), "0000|009|0000/00011|/ 似た|3");
+  EXPECT_EQ(
+      Joined(data::Sql() << "select ROW_TABLE,ROW_ACTION,ROW_KEY from " << Table("ORVANE_HISTORY_ROW")
+                         << " where ENTRY_ID = (select max(ENTRY_ID) from " << Table("ORVANE_HISTORY_ROW") << ")"),
+      "T_SECTION|update|0001\n");
+  EXPECT_EQ(std::stoi(Count("ORVANE_HISTORY_ROW")), std::stoi(images) + 1);
+}
+
 // Two administrators hang 0001 under 0002 and 0002 under 0001 at the same
 // moment: one move wins, the other finds itself inside its own subtree.
 TEST_P(GroupChanges, CrossedMovesAtOnceLeaveATree) {
