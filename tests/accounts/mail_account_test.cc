@@ -48,7 +48,7 @@ TEST(AdmMailMemberProxy, SendsEachModesCommandLineAndJudgesTheReply) {
     SCOPED_TRACE(c.reply);
     MailEnv env;
     std::optional<ExeProxyPeer> peer(std::in_place, env.dir().path(), "D:\\IMail\\", c.peer.value_or(B::kServe));
-    env.Ini("ML_ISLOCAL=False\nML_SERVERIP=127.0.0.1\nML_EXEPROXY_PORT=" + peer->Port() + "\nML_EXEPROXY_TIMEOUT=1\n");
+    env.Ini("ML_SERVERIP=127.0.0.1\n" + peer->Ini(1));
     peer->QueueSpexeReplies({c.scripted});
     if (!c.peer) peer.reset();
     std::string reply = "before", output;

@@ -39,9 +39,7 @@ class MailDb : public orvane::testing::DbTest {
   void ListFolder(const std::string& name, const std::string& members = "") {
     dir().Write("mail/Lists/" + name + "/users.lst", members);
   }
-  void ProxyConfig(const ExeProxyPeer& peer, const std::string& more = "") {
-    WriteConfig(more + "ML_ISLOCAL=False\nML_EXEPROXY_PORT=" + peer.Port() + "\nML_EXEPROXY_TIMEOUT=1\n");
-  }
+  void ProxyConfig(const ExeProxyPeer& peer, const std::string& more = "") { WriteConfig(more + peer.Ini(1)); }
   // Runs `body` with a request context and an open connection.
   template <typename F>
   void WithRequest(F body) {

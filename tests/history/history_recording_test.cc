@@ -45,12 +45,7 @@ class HistoryRecording : public orvane::testing::DbTest {
     return out;
   }
   // Everything the requests change, to compare before and after.
-  std::string Organisation() {
-    std::string out;
-    for (const char* table : {"T_SECTION", "T_USER", "T_SECMEMBER", "MENU_USER", "T_PASSGEN"})
-      for (const auto& row : Rows(data::Sql() << "select * from " << Table(table))) out += text::Join(row, "|") + "\n";
-    return out;
-  }
+  std::string Organisation() { return AllRows({"T_SECTION", "T_USER", "T_SECMEMBER", "MENU_USER", "T_PASSGEN"}); }
 };
 
 struct Change {

@@ -306,7 +306,7 @@ TEST_P(GroupChanges, TheTreeVersionTellsOtherInstancesToDrawAgain) {
 TEST_P(GroupChanges, ANewListNameGetsTheGroupsCurrentMembers) {
   orvane::testing::ExeProxyPeer peer(dir().File("imail"), "D:\\IMail\\");
   dir().Write("imail/Lists/sales/users.lst", "old@example.jp\r\n");
-  WriteConfig("ML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  WriteConfig("ML_FOLDER=D:\\IMail\\\n" + peer.Ini());
   InsertRows("T_SECMEMBER", {"SEC_CD", "USER_ID", "USER_SEQ", "ST_YMD", "ED_YMD"},
              {{"0001", "u1", "001", "20240101", "99999999"},
               {"0001", "u2", "002", "20240402", "99999999"},  // not yet
