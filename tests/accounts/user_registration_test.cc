@@ -8,7 +8,6 @@
 
 #include <filesystem>
 
-#include "base/text.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
 #include "support/failure_seam.h"
@@ -31,7 +30,7 @@ class UserRegistration : public orvane::testing::DbTest {
     session().Set("PUB_USR_ID", "admin");
     mail_ = dir().File("mail");
     peer_ = std::make_unique<ExeProxyPeer>(mail_, mail_ + "\\");
-    WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer_->Port() + "\n");
+    WriteConfig(peer_->Ini());
     // Replies every command accepts: "OK:" first, "added" and "deleted" in it.
     peer_->QueueSpexeReplies(std::vector<std::string>(40, "OK: deleted added"));
     dir().Write("menuinfo.csv", "01,a,1\n07,b,1\n20,c,1\n23,d,1\n50,e\n");
@@ -39,13 +38,7 @@ class UserRegistration : public orvane::testing::DbTest {
   }
   // What one SPEXE exchange sends for `command` (after the tool folder).
   std::string Spexe(const std::string& command) const { return "SPEXE " + mail_ + "\\" + command + "\r\nQUIT\r\n"; }
-  // Every row of `table`, columns joined by "|", one a line.
-  std::string One(const std::string& table) {
-    auto rows = Rows(data::Sql() << "select * from " << Table(table));
-    std::string out;
-    for (const auto& row : rows) out += text::Join(row, "|") + "\n";
-    return out;
-  }
+  std::string One(std::string_view table) { return AllRows({table}); }
   long Count(const char* table, const char* column, const char* value) {
     return std::stol(Rows(data::Sql() << "select count(*) as CNT from " << Table(table) << " where "
                                       << data::Identifier(column) << " = " << Quoted(value))[0][0]);
@@ -61,7 +54,7 @@ class UserRegistration : public orvane::testing::DbTest {
 const std::string kNl = "\r\n";
 
 TEST_P(UserRegistration, CreateWritesTheUsersRowsAndTellsTheMailServer) {
-  WriteConfig("DAIRI_ONESELFFLG=1\nML_ISLOCAL=False\nML_EXEPROXY_PORT=" + peer_->Port() + "\n");
+  WriteConfig("DAIRI_ONESELFFLG=1\n" + peer_->Ini());
   EXPECT_EQ(Request("ReqNo=204&User_cd=u1&User_KJ=山田&User_KN=ヤマダ&User_PS=pw1&Mail_AD=taro&Mail_FL=1"
                     "&Ext_TEL=12&Post_NM=課長&Disp_NM=山田&Mail_UFL=1&Mail_NM=Taro"),
             "OK");
@@ -83,7 +76,7 @@ TEST_P(UserRegistration, CreateWritesTheUsersRowsAndTellsTheMailServer) {
 
   // The work tables: UPD_KBN '4', the suffixed history, no schedule row
   // without DAIRI_ONESELFFLG, nothing told to the mail server.
-  WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_PORT=" + peer_->Port() + "\n");
+  WriteConfig(peer_->Ini());
   EXPECT_EQ(Request("ReqNo=204&DBFlg=1&User_cd=w1&User_PS=pw&Mail_UFL=1"), "OK");
   EXPECT_EQ(Rows(data::Sql() << "select UPD_KBN from " << Table("T_USER_WORK"))[0][0], "4");
   EXPECT_EQ(One("T_PASSGEN_WORK").substr(0, 6), "w1|pw|");
@@ -123,7 +116,7 @@ TEST_P(UserRegistration, DuplicatesAndMailRefusalsWriteNothing) {
   // The mail server refuses the account: the new user's rows go back.
   ExeProxyPeer refusing(mail_, mail_ + "\\");
   refusing.QueueSpexeReplies({"ERR: disk full"});
-  WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_PORT=" + refusing.Port() + "\n");
+  WriteConfig(refusing.Ini());
   EXPECT_EQ(Request("ReqNo=204&User_cd=n2&User_PS=p&Mail_UFL=1"), "ERROR:ADDMAILUSERERR: disk full");
   EXPECT_EQ(One("T_USER"), before);
   EXPECT_EQ(One("T_PASSGEN") + One("MENU_USER"), "");

@@ -3,14 +3,13 @@
 // configuration run as it is by the real program.
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <regex>
 #include <string>
 
 #include "base/text.h"
+#include "support/binary.h"
 #include "support/mail_env.h"  // ReadFile
 #include "support/temp_dir.h"
 
@@ -21,15 +20,6 @@ namespace fs = std::filesystem;
 using testing::ReadFile;
 
 const std::string kPackaging = std::string(ORVANE_SOURCE_DIR) + "/packaging";
-
-std::string Shell(const std::string& command) {
-  std::string out;
-  FILE* p = ::popen((command + " 2>&1").c_str(), "r");
-  std::array<char, 4096> buf;
-  for (size_t n; (n = fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
-  EXPECT_EQ(WEXITSTATUS(::pclose(p)), 0) << command << "\n" << out;
-  return out;
-}
 
 // "Key=Value" lines of a unit file or an ini file (comments and sections
 // skipped); a key given twice keeps its first value.
@@ -46,7 +36,7 @@ std::map<std::string, std::string> Keys(const std::string& text) {
 // The "--option" defaults `orvane serve --help` prints ("--listen TEXT=...").
 std::map<std::string, std::string> ServeDefaults() {
   std::map<std::string, std::string> defaults;
-  std::string help = Shell(std::string(ORVANE_BINARY) + " serve --help");
+  std::string help = testing::RunBinary("serve --help").second;
   std::regex option(R"(^\s+(--[a-z-]+) [^=\s]+(?: in \[[^\]]*\])?=(\S+))");
   for (const std::string& line : text::Split(help, "\n")) {
     std::smatch m;
@@ -84,11 +74,11 @@ TEST(Package, TheShippedConfigurationWorksAsItIs) {
   for (const char* name : {"ORVANE.ini", "menuinfo.csv"}) dir.Write(name, ReadFile(kPackaging + "/etc/" + name));
   dir.Write("odbc.ini", text::ReplaceAll(ReadFile(kPackaging + "/etc/odbc.ini"), "/var/lib/orvane/", dir.path() + "/"));
   const std::string config = " --config " + dir.File("ORVANE.ini");
-  Shell(std::string(ORVANE_BINARY) + " init-db" + config);
+  EXPECT_EQ(testing::RunBinary("init-db" + config).first, 0);
   EXPECT_TRUE(fs::exists(dir.File("orvane.db")));
-  EXPECT_EQ(Shell(std::string(ORVANE_BINARY) + " request" + config + " 'ReqNo=101'"), ",,");  // no sections yet
-  EXPECT_EQ(Shell(std::string(ORVANE_BINARY) + " request" + config + " 'ReqNo=001'"),
-            "FFFFFF,0,0,0,1,11,ワークフロー,1,6,ToDo");
+  EXPECT_EQ(testing::RunBinary("request" + config + " 'ReqNo=101'"), std::pair(0, std::string(",,")));  // no sections
+  EXPECT_EQ(testing::RunBinary("request" + config + " 'ReqNo=001'"),
+            std::pair(0, std::string("FFFFFF,0,0,0,1,11,ワークフロー,1,6,ToDo")));
 }
 
 }  // namespace

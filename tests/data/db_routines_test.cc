@@ -114,12 +114,8 @@ TEST_P(DataLayer, QuotesInjectionAndJapaneseAreStoredAsData) {
                      {"user_id", "Name_Kn"}),
               Strings{v + "|" + v});
   }
-  // The kana-row counts compare NAME_KN with "ア", "カ", ...: code-point
-  // order, so hiragana and half-width kana fall outside the katakana rows.
-  EXPECT_EQ(Select(Sql() << "select USER_ID from " << Table("T_USER") << " where NAME_KN >= " << Quoted("ア")
-                         << " and NAME_KN < " << Quoted("カ") << " order by NAME_KN",
-                   {"USER_ID"}),
-            (Strings{"アオキ", "イトウ\u3000タロウ"}));
+  // Code-point order, which the kana-row counts rely on: hiragana and
+  // half-width kana fall outside the katakana rows.
   EXPECT_EQ(Select(Sql() << "select USER_ID from " << Table("T_USER") << " order by NAME_KN", {"USER_ID"}),
             (Strings{"'; drop table T_USER; --", "100%_", "\\'", "a''b", "o'neil", "あおき", "アオキ",
                      "イトウ\u3000タロウ", "カトウ", "ガモウ", "ｱｵｷ"}));

@@ -4,11 +4,9 @@
 // working, and a new user is never an administrator.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "base/text.h"
 #include "support/db_fixture.h"
 #include "support/exe_proxy_peer.h"
 #include "support/http_fixture.h"
@@ -36,14 +34,8 @@ class FieldRules : public DbTest {
 
   // Every row the requests below could touch, sorted, and the list files.
   std::string Snapshot() {
-    std::string out;
-    for (const char* table : {"T_SECTION", "T_USER", "MENU_USER", "T_SECMEMBER", "T_PASSGEN", "ORVANE_TREE_VERSION"}) {
-      testing::Cells rows = Rows(data::Sql() << "select * from " << data::Table(table));
-      std::sort(rows.begin(), rows.end());
-      for (const auto& row : rows) out.append(table).append("|").append(text::Join(row, "|")).append("\n");
-    }
-    return out + ReadFile(dir().File("mail/Lists/sales/users.lst")) +
-           ReadFile(dir().File("mail/Lists/sales/users.txt"));
+    return AllRows({"T_SECTION", "T_USER", "MENU_USER", "T_SECMEMBER", "T_PASSGEN", "ORVANE_TREE_VERSION"}) +
+           ReadFile(dir().File("mail/Lists/sales/users.lst")) + ReadFile(dir().File("mail/Lists/sales/users.txt"));
   }
 
   // `columns` of the row of `table` whose `key` column holds `value`, "|" between them.
@@ -93,7 +85,7 @@ TEST_P(FieldRules, RefusedValuesAnswerExactlyAndChangeNothing) {
   };
   // The mail server behind the exe proxy: a refusal sends it nothing.
   testing::ExeProxyPeer peer(dir().File("mail"), "D:\\IMail\\");
-  WriteConfig("ML_MODE=2\nML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  WriteConfig("ML_MODE=2\nML_FOLDER=D:\\IMail\\\n" + peer.Ini());
   const std::string audit = dir().File("audit.log");
   LiveServer server(ConfigPath(), clock());
   ASSERT_TRUE(server.state().audit_log.Open(audit).ok());

@@ -144,7 +144,7 @@ TEST_P(Memberships, TheTimeStampRefusesChangesSinceThePageLoaded) {
 TEST_P(Memberships, RemovalKeepsTheGapsAndOnTheWorkTablesLeavesTheList) {
   orvane::testing::ExeProxyPeer peer(dir().File("imail"), "D:\\IMail\\");
   dir().Write("imail/Lists/sales/users.lst", "u1@example.jp\r\nu2@example.jp\r\n");
-  WriteConfig("ML_ISLOCAL=False\nML_FOLDER=D:\\IMail\\\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  WriteConfig("ML_FOLDER=D:\\IMail\\\n" + peer.Ini());
   Insert("T_SECTION_WORK", {{"SEC_CD", "0001"}, {"IMAIL_LIST", "sales"}});
   for (const char* table : {"T_SECMEMBER", "T_SECMEMBER_WORK"})
     for (auto [user, seq] : {std::pair("u1", "001"), {"u2", "002"}, {"u3", "003"}})

@@ -32,7 +32,7 @@ std::string Lines(const std::string& text, std::initializer_list<std::string_vie
 TEST_P(MetricsEndpoint, CountsRequestsByCodeAndAnswerAndTheMailProxyExchanges) {
   InsertDemo();
   testing::ExeProxyPeer peer(dir().File("mail"), dir().File("mail") + "\\");
-  WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  WriteConfig(peer.Ini());
   LiveServer server(ConfigPath(), clock());
   const std::string cookie = server.LogIn("admin", "admin");
   // The first exchange with the mail server is refused, the rest accepted.

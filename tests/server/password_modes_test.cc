@@ -106,7 +106,7 @@ TEST_P(PasswordModes, TheMailServerGetsTypedPasswordsAndNothingWhenOneIsKept) {
   const std::string mail = dir().File("mail");
   testing::ExeProxyPeer peer(mail, mail + "\\");
   peer.QueueSpexeReplies(std::vector<std::string>(10, "OK: deleted added"));
-  WriteConfig("ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=2\nML_EXEPROXY_PORT=" + peer.Port() + "\n");
+  WriteConfig(peer.Ini());
   LiveServer server(ConfigPath(), clock());
   const std::string cookie = server.LogIn("admin", "admin");
   auto spexe = [&](const std::string& command) { return "SPEXE " + mail + "\\" + command + "\r\nQUIT\r\n"; };

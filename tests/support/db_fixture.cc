@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -162,6 +163,16 @@ Cells DbTest::Rows(const data::Sql& sql) {
 std::string DbTest::Joined(const data::Sql& sql, std::string_view cell, std::string_view row) {
   std::string out;
   for (const auto& cells : Rows(sql)) (out += text::Join(cells, cell)) += row;
+  return out;
+}
+
+std::string DbTest::AllRows(std::initializer_list<std::string_view> tables) {
+  std::string out;
+  for (std::string_view table : tables) {
+    Cells rows = Rows(data::Sql() << "select * from " << data::Table(table));
+    std::sort(rows.begin(), rows.end());
+    for (const auto& cells : rows) (out += text::Join(cells, "|")) += "\n";
+  }
   return out;
 }
 

@@ -70,6 +70,9 @@ class DbTest : public ::testing::TestWithParam<Backend> {
   Cells Rows(const data::Sql& sql);
   // The same as one text: cells joined by `cell`, each row ended by `row`.
   std::string Joined(const data::Sql& sql, std::string_view cell = "|", std::string_view row = "\n");
+  // Every row of each table, sorted, cells joined by "|", one a line: what
+  // a refused change must leave as it was.
+  std::string AllRows(std::initializer_list<std::string_view> tables);
   // How many rows `table` holds, as the database writes the number.
   std::string Count(std::string_view table);
 

@@ -31,6 +31,11 @@ class ExeProxyPeer {
   ExeProxyPeer& operator=(const ExeProxyPeer&) = delete;
 
   std::string Port() const { return std::to_string(port_); }
+  // ORVANE.ini's lines that send the mail channel here, a reply awaited
+  // `timeout` seconds.
+  std::string Ini(int timeout = 2) const {
+    return "ML_ISLOCAL=False\nML_EXEPROXY_TIMEOUT=" + std::to_string(timeout) + "\nML_EXEPROXY_PORT=" + Port() + "\n";
+  }
 
   // Replies to the next SPEXE lines, in order; "OK:" once they run out.
   void QueueSpexeReplies(std::vector<std::string> replies);

@@ -10,26 +10,13 @@ import net from 'node:net';
 import path from 'node:path';
 import { ROOT, openBrowserTest } from './harness.mjs';
 
-const { db, server, page, step, run } = await openBrowserTest('flow_test.mjs');
+const { db, server, page, step, run, treeItem, treeRow: row, shows, selectGroup, confirm, logIn, fillUser,
+  pickUsers } = await openBrowserTest('flow_test.mjs');
 const shots = path.join(ROOT, 'docs/screenshots');
 page.on('dialog', (d) => d.accept());
 
-const treeItem = (name) => page.locator('#tree [role="treeitem"]', { has: page.locator(':scope > .row .name', { hasText: new RegExp(`^${name}$`) }) });
-const row = (name) => treeItem(name).locator(':scope > .row');
 const message = page.locator('#message');
 const error = page.locator('#error');
-
-async function selectGroup(name) {
-  await row(name).click();
-  await assert.doesNotReject(page.locator('#g-name').evaluate((e, n) => new Promise((resolve, reject) => {
-    const deadline = Date.now() + 10000;
-    (function wait() {
-      if (e.value === n) return resolve();
-      if (Date.now() > deadline) return reject(new Error(`group ${n} not shown`));
-      setTimeout(wait, 20);
-    })();
-  }), name));
-}
 
 function rawGet(url, target) {
   const { hostname, port } = new URL(url);
@@ -47,10 +34,6 @@ function rawGet(url, target) {
 // A message left from the step before must not pass for this one's.
 async function hideMessage() {
   await message.evaluate((m) => { m.hidden = true; });
-}
-
-async function expectText(locator, text) {
-  await locator.filter({ hasText: text }).first().waitFor();
 }
 
 await run(async () => {
@@ -74,14 +57,10 @@ await run(async () => {
 
   await step('login: a wrong password is refused, the demo administrator gets in', async () => {
     await page.goto(`${server.url}/`);
-    const login = page.locator('#login-form');
-    await login.getByLabel('ユーザーID').fill('admin');
-    await login.getByLabel('パスワード').fill('wrong');
-    await login.getByRole('button', { name: 'ログイン' }).click();
-    await expectText(page.locator('#login-note'), 'ユーザーIDまたはパスワードが違います');
-    assert.equal(await login.getByLabel('ユーザーID').inputValue(), 'admin');
-    await login.getByLabel('パスワード').fill('admin');
-    await login.getByRole('button', { name: 'ログイン' }).click();
+    await logIn('admin', 'wrong');
+    await shows(page.locator('#login-note'), 'ユーザーIDまたはパスワードが違います');
+    assert.equal(await page.locator('#login-form').getByLabel('ユーザーID').inputValue(), 'admin');
+    await logIn('admin', 'admin');
     await treeItem('本社').waitFor();
     await selectGroup('本社');
   });
@@ -91,7 +70,7 @@ await run(async () => {
     await page.locator('#a-name').fill('人事課');
     await page.locator('#a-busho').fill('B00000010');
     await page.getByRole('button', { name: '追加', exact: true }).click();
-    await expectText(message, 'グループ「人事課」を追加しました');
+    await shows(message, 'グループ「人事課」を追加しました');
     await page.locator('#g-name').filter({ hasText: '' }).waitFor();
     assert.equal(db("select SEC_CD,JOI_SEC,SEC_SEQ,SEC_TREE,TREE_NM,BUSHO_CD from T_SECTION where SEC_NM='人事課'"),
       '0006|0002|001|0000/0002/0006|/ 総務部 / 人事課|B00000010');
@@ -102,7 +81,7 @@ await run(async () => {
     await page.locator('#a-name').fill('経理課');
     await page.locator('#a-busho').fill('B00000010');
     await page.getByRole('button', { name: '追加', exact: true }).click();
-    await expectText(error, 'その部署コードは使えません');
+    await shows(error, 'その部署コードは使えません');
     assert.equal(await page.locator('#a-name').inputValue(), '経理課');
     assert.equal(db("select count(*) from T_SECTION where SEC_NM='経理課'"), '0');
     await page.locator('#error-close').click();
@@ -112,14 +91,14 @@ await run(async () => {
     await selectGroup('人事課');
     await page.locator('#g-name').fill('人事部門');
     await page.getByRole('button', { name: '変更を保存' }).click();
-    await expectText(message, 'グループを保存しました');
+    await shows(message, 'グループを保存しました');
     await treeItem('人事部門').waitFor();
     assert.equal(db("select SEC_NM,TREE_NM from T_SECTION where SEC_CD='0006'"), '人事部門|/ 総務部 / 人事部門');
   });
 
   await step('groups: drag onto another group, then between two siblings', async () => {
     await row('人事部門').dragTo(row('営業部'));  // the middle: hang it there
-    await expectText(message, '移動しました');
+    await shows(message, '移動しました');
     assert.equal(db("select JOI_SEC,SEC_SEQ,SEC_TREE,TREE_NM from T_SECTION where SEC_CD='0006'"),
       '0001|003|0000/0001/0006|/ 営業部 / 人事部門');
     await treeItem('人事部門').waitFor();
@@ -127,7 +106,7 @@ await run(async () => {
     // Onto the upper edge of 東日本営業課: first among its siblings.
     const box = await row('東日本営業課').boundingBox();
     await row('人事部門').dragTo(row('東日本営業課'), { targetPosition: { x: box.width / 2, y: 2 } });
-    await expectText(message, '移動しました');
+    await shows(message, '移動しました');
     assert.equal(db("select SEC_CD||':'||SEC_SEQ from T_SECTION where JOI_SEC='0001' order by SEC_SEQ").split('\n').join(' '),
       '0006:001 0004:002 0005:003');
     const order = await page.locator('#tree [role="treeitem"][aria-level="3"] > .row .name').allTextContents();
@@ -147,30 +126,25 @@ await run(async () => {
   await step('groups: a group with subgroups is not deleted; a leaf is', async () => {
     await selectGroup('営業部');
     await page.getByRole('button', { name: '削除' }).click();
-    await expectText(error, 'には子グループがあるため削除できません');
+    await shows(error, 'には子グループがあるため削除できません');
     assert.equal(db("select count(*) from T_SECTION where SEC_CD='0001'"), '1');
     await page.locator('#error-close').click();
     await selectGroup('人事部門');
     await page.screenshot({ path: path.join(shots, 'groups.png') });
     await page.getByRole('button', { name: '削除' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
-    await expectText(message, 'グループ「人事部門」を削除しました');
+    await confirm();
+    await shows(message, 'グループ「人事部門」を削除しました');
     assert.equal(db("select count(*) from T_SECTION where SEC_CD='0006'"), '0');
   });
 
   await step('members: add two, make one primary, a refused primary says why, reorder', async () => {
     await selectGroup('西日本営業課');
     await page.getByRole('button', { name: 'メンバーを表示' }).click();
-    await expectText(page.locator('#members-heading'), 'グループ「西日本営業課」のメンバー');
-    await expectText(page.locator('#m-rows'), 'ito');
+    await shows(page.locator('#members-heading'), 'グループ「西日本営業課」のメンバー');
+    await shows(page.locator('#m-rows'), 'ito');
     await page.getByRole('button', { name: 'メンバーを追加…' }).click();
-    const pick = page.locator('#pick-dialog');
-    await pick.getByRole('tab', { name: /^サ/ }).click();
-    await pick.getByLabel('佐藤 花子 を選ぶ').check();
-    await pick.getByRole('tab', { name: /^タ/ }).click();
-    await pick.getByLabel('田中 一郎 を選ぶ').check();
-    await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
-    await expectText(message, '2 人を追加しました');
+    await pickUsers([['サ', '佐藤 花子'], ['タ', '田中 一郎']]);
+    await shows(message, '2 人を追加しました');
     assert.equal(db("select USER_ID||':'||SEC_KBN||':'||USER_SEQ||':'||ED_YMD from T_SECMEMBER where SEC_CD='0005' order by USER_SEQ").split('\n').join(' '),
       'ito:1:001:99999999 sato:0:002:99999999 tanaka:0:003:99999999');
 
@@ -180,7 +154,7 @@ await run(async () => {
     await page.locator('#md-post').selectOption({ label: '課長' });
     await page.locator('#md-start').fill('2024-04-01');
     await page.locator('#member-dialog').getByRole('button', { name: '保存' }).click();
-    await expectText(message, '保存しました');
+    await shows(message, '保存しました');
     assert.equal(db("select SEC_KBN,POST_CD,ST_YMD,ED_YMD from T_SECMEMBER where SEC_CD='0005' and USER_ID='tanaka'"),
       '1|02|20240401|99999999');
 
@@ -189,7 +163,7 @@ await run(async () => {
     await page.getByLabel('主所属にする').check();
     await page.locator('#md-start').fill('2024-05-01');
     await page.locator('#member-dialog').getByRole('button', { name: '保存' }).click();
-    await expectText(page.locator('#member-dialog .error'), '期間の重なる別の主所属');
+    await shows(page.locator('#member-dialog .error'), '期間の重なる別の主所属');
     assert.equal(await page.locator('#md-start').inputValue(), '2024-05-01');
     assert.equal(db("select SEC_KBN from T_SECMEMBER where SEC_CD='0005' and USER_ID='sato'"), '0');
     await page.locator('#md-cancel').click();
@@ -198,7 +172,7 @@ await run(async () => {
     await hideMessage();
     await page.locator('#m-rows tr', { hasText: 'tanaka' }).dragTo(page.locator('#m-rows tr', { hasText: 'ito' }),
       { targetPosition: { x: 20, y: 3 } });
-    await expectText(message, '完了しました');
+    await shows(message, '完了しました');
     assert.equal(db("select USER_ID from T_SECMEMBER where SEC_CD='0005' order by USER_SEQ").split('\n').join(' '),
       'tanaka ito sato');
     await page.getByRole('button', { name: '佐藤 花子 を1つ上へ' }).click();
@@ -211,36 +185,32 @@ await run(async () => {
   await step('members: a change by someone else since the list was loaded is refused, reload helps', async () => {
     db("update T_SECMEMBER set UPD_YMD='99991231', UPD_HMS='235959' where SEC_CD='0004' and USER_ID='yamada'");
     await page.getByRole('button', { name: '伊藤 健 をグループから外す' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
-    await expectText(error, '他の管理者がメンバーを変更しました');
+    await confirm();
+    await shows(error, '他の管理者がメンバーを変更しました');
     assert.equal(db("select count(*) from T_SECMEMBER where SEC_CD='0005' and USER_ID='ito'"), '1');
     db("update T_SECMEMBER set UPD_YMD='20240101', UPD_HMS='000000' where SEC_CD='0004' and USER_ID='yamada'");
     await error.getByRole('button', { name: '再読み込み' }).click();
     await hideMessage();
     await page.getByRole('button', { name: '伊藤 健 をグループから外す' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
-    await expectText(message, '完了しました');
+    await confirm();
+    await shows(message, '完了しました');
     assert.equal(db("select count(*) from T_SECMEMBER where SEC_CD='0005' and USER_ID='ito'"), '0');
   });
 
   await step('users: kana tabs, create, a refused create keeps the form', async () => {
     const form = page.locator('#user-form');
     await page.locator('#nav').getByRole('button', { name: 'ユーザー' }).click();
-    await expectText(page.locator('#u-list [role="tab"]').first(), '6');
+    await shows(page.locator('#u-list [role="tab"]').first(), '6');
     await page.locator('#u-list').getByRole('tab', { name: /^ヤ/ }).click();
     // The list of all users holds yamada too: wait for the row's own list.
     await page.waitForFunction(() => document.querySelectorAll('#u-list tbody tr').length === 1, null,
       { timeout: 10000 });
-    await expectText(page.locator('#u-list tbody'), 'yamada');
+    await shows(page.locator('#u-list tbody'), 'yamada');
 
-    await form.getByLabel('ユーザーID', { exact: true }).fill('kimura');
-    await form.getByLabel('パスワード').fill('pw-kimura');
-    await form.getByLabel('氏名(漢字)').fill('木村 次郎');
-    await form.getByLabel('氏名(カナ)').fill('キムラ ジロウ');
-    await form.getByLabel('メールアドレス / エイリアス').fill('kimura');
-    await form.getByLabel('役職', { exact: true }).fill('係長');
+    await fillUser({ ユーザーID: 'kimura', パスワード: 'pw-kimura', '氏名(漢字)': '木村 次郎', '氏名(カナ)': 'キムラ ジロウ',
+      'メールアドレス / エイリアス': 'kimura', 役職: '係長' });
     await page.getByRole('button', { name: '登録' }).click();
-    await expectText(message, 'ユーザー「kimura」を登録しました');
+    await shows(message, 'ユーザー「kimura」を登録しました');
     assert.equal(db("select USER_ID,NAME_KJ,NAME_KN,PASSWORD,MAIL,IMAIL_FLG,MAIL_USE_FLG,POST_NM from T_USER where USER_ID='kimura'"),
       'kimura|木村 次郎|キムラ ジロウ|pw-kimura|kimura|0|0|係長');
     assert.equal(db("select count(*) from MENU_USER where USER_ID='kimura'"), '1');
@@ -248,11 +218,9 @@ await run(async () => {
 
     // An ID that is taken: the server's own message, the form as typed.
     await page.getByRole('button', { name: '新しいユーザー' }).click();
-    await form.getByLabel('ユーザーID', { exact: true }).fill('yamada');
-    await form.getByLabel('パスワード').fill('pw-other');  // a new user needs one
-    await form.getByLabel('氏名(漢字)').fill('別の山田');
+    await fillUser({ ユーザーID: 'yamada', パスワード: 'pw-other', '氏名(漢字)': '別の山田' });  // a new user needs one
     await page.getByRole('button', { name: '登録' }).click();
-    await expectText(error, '入力された【ユーザーID】は');
+    await shows(error, '入力された【ユーザーID】は');
     assert.equal(await form.getByLabel('氏名(漢字)').inputValue(), '別の山田');
     assert.equal(db("select NAME_KJ from T_USER where USER_ID='yamada'"), '山田 太郎');
     await page.locator('#error-close').click();
@@ -262,7 +230,7 @@ await run(async () => {
     await page.locator('#u-list').getByRole('tab', { name: /^ヤ/ }).click();
     await page.locator('#u-list').getByRole('button', { name: '山田 太郎' }).click();
     await page.getByRole('button', { name: 'メニュー権限…' }).click();
-    await expectText(page.locator('#menu-legend'), 'yamada');
+    await shows(page.locator('#menu-legend'), 'yamada');
     const boxes = page.locator('#menu-boxes');
     assert.equal(await boxes.getByRole('checkbox', { name: '施設予約 02' }).isChecked(), true);
     await boxes.getByRole('checkbox', { name: '掲示板 03' }).check();
@@ -271,10 +239,9 @@ await run(async () => {
     // The session ends behind the page's back.
     await page.evaluate(() => fetch('/logout', { method: 'POST' }));
     await page.locator('#menu-form').getByRole('button', { name: '保存' }).click();
-    await expectText(page.locator('#login-note'), 'セッションが切れました');
-    await page.locator('#login-form').getByLabel('パスワード').fill('admin');
-    await page.locator('#login-form').getByRole('button', { name: 'ログイン' }).click();
-    await expectText(message, 'メニュー権限を保存しました');
+    await shows(page.locator('#login-note'), 'セッションが切れました');
+    await logIn('admin', 'admin');
+    await shows(message, 'メニュー権限を保存しました');
     assert.equal(db("select MENU01,MENU02,MENU03,MENU21 from MENU_USER where USER_ID='yamada'"), '01|02|03|ZZ');
   });
 

@@ -142,5 +142,48 @@ export async function openBrowserTest(script, { serveArgs = [] } = {}) {
     }
     process.exit(failed ? 1 : 0);
   }
-  return { binary, install, db: (q) => sql(install.db, q), server, browser, page, step, run };
+  return { binary, install, db: (q) => sql(install.db, q), server, browser, page, step, run, ...pageActions(page) };
+}
+
+// What the steps of every screen do alike: find a group in the tree, wait
+// for a text or a field's value, log in, answer the confirmation, fill the
+// user form, pick users in the member picker.
+function pageActions(page) {
+  const treeItem = (name) => page.locator('#tree [role="treeitem"]',
+    { has: page.locator(':scope > .row .name', { hasText: new RegExp(`^${name}$`) }) });
+  const shows = (locator, text) => locator.filter({ hasText: text }).first().waitFor();
+  const value = (id, text) => page.waitForFunction(([i, v]) => document.getElementById(i)?.value === v,
+    [id, text], { timeout: 10000 });
+  return {
+    treeItem,
+    treeRow: (name) => treeItem(name).locator(':scope > .row'),
+    shows,
+    value,
+    selectGroup: async (name) => { await treeItem(name).locator(':scope > .row').click(); await value('g-name', name); },
+    confirm: () => page.locator('#confirm').getByRole('button', { name: 'OK' }).click(),
+    async logIn(user, password) {
+      const login = page.locator('#login-form');
+      await login.getByLabel('ユーザーID').fill(user);
+      await login.getByLabel('パスワード').fill(password);
+      await login.getByRole('button', { name: 'ログイン' }).click();
+    },
+    // Labels of the user form and their values; a true value checks the box.
+    async fillUser(fields) {
+      const form = page.locator('#user-form');
+      for (const [label, v] of Object.entries(fields)) {
+        // Other labels hold a help text or are the start of a longer one.
+        const field = form.getByLabel(label, { exact: ['ユーザーID', '役職'].includes(label) });
+        await (v === true ? field.check() : field.fill(v));
+      }
+    },
+    // Each user's kana tab, then the user; the picker adds them.
+    async pickUsers(users) {
+      const pick = page.locator('#pick-dialog');
+      for (const [tab, name] of users) {
+        await pick.getByRole('tab', { name: new RegExp(`^${tab}`) }).click();
+        await pick.getByLabel(`${name} を選ぶ`).check();
+      }
+      await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
+    },
+  };
 }

@@ -14,7 +14,8 @@ import fs from 'node:fs';
 import path from 'node:path';
 import { ROOT, openBrowserTest } from './harness.mjs';
 
-const { binary, install, db, server, browser, page, step, run } = await openBrowserTest('pages_test.mjs',
+const { binary, install, db, server, browser, page, step, run, treeRow, shows, value, selectGroup, confirm, logIn,
+  fillUser, pickUsers } = await openBrowserTest('pages_test.mjs',
   { serveArgs: ['--session-timeout', '15'] });  // the pages warn by the server's idle time
 const shots = path.join(ROOT, 'docs/screenshots');
 const asked = [];
@@ -23,19 +24,11 @@ const missing = [];
 browser.context.on('response', (r) => { if (r.status() === 404) missing.push(r.url()); });
 
 const hash = () => page.evaluate(() => location.hash);
-const treeRow = (name) => page.locator('#tree [role="treeitem"] > .row', { has: page.locator('.name', { hasText: new RegExp(`^${name}$`) }) });
-async function shows(locator, text) { await locator.filter({ hasText: text }).first().waitFor(); }
-async function value(id, text) {
-  await page.waitForFunction(([i, v]) => document.getElementById(i)?.value === v, [id, text], { timeout: 10000 });
-}
 
 await run(async () => {
   await step('a link opened before logging in: the login returns to it; F5 keeps it', async () => {
     await page.goto(`${server.url}/#/users?row=7&u=yamada`);
-    const login = page.locator('#login-form');
-    await login.getByLabel('ユーザーID').fill('admin');
-    await login.getByLabel('パスワード').fill('admin');
-    await login.getByRole('button', { name: 'ログイン' }).click();
+    await logIn('admin', 'admin');
     await value('f-name', '山田 太郎');
     assert.equal(await page.locator('#u-list [role="tab"][aria-selected="true"]').textContent(), 'ヤ 1');
     assert.equal(await hash(), '#/users?row=7&u=yamada');
@@ -55,8 +48,7 @@ await run(async () => {
 
   await step('F5 and Back on the group, member and menu screens', async () => {
     await page.locator('#nav').getByRole('button', { name: 'グループ' }).click();
-    await treeRow('総務部').click();
-    await value('g-name', '総務部');
+    await selectGroup('総務部');
     assert.equal(await hash(), '#/groups?g=0002');
     await page.reload();
     await value('g-name', '総務部');
@@ -91,8 +83,7 @@ await run(async () => {
       await page.locator('#a-name').fill(name);
       await page.getByRole('button', { name: '追加', exact: true }).click();
       await shows(page.locator('#message'), `グループ「${name}」を追加しました`);
-      await treeRow('総務部').click();
-      await value('g-name', '総務部');
+      await selectGroup('総務部');
     }
     await page.getByRole('button', { name: '名前順' }).click();
     assert.deepEqual(await page.locator('#children li button').allTextContents(), ['あおい', 'カエデ', 'さくら']);
@@ -114,8 +105,7 @@ await run(async () => {
     await shows(page.locator('#message'), 'グループ「経理課」を追加しました');
 
     // A group that cannot be read: the one shown stays, with its address.
-    await treeRow('総務部').click();
-    await value('g-name', '総務部');
+    await selectGroup('総務部');
     await page.route(/ReqNo=105&Group_cd=0003/, (r) => r.abort());
     await treeRow('開発部').click();
     await shows(page.locator('#error-text'), 'サーバーに接続できませんでした');
@@ -132,7 +122,7 @@ await run(async () => {
     await treeRow('総務部').dragTo(treeRow('開発部'));
     await shows(page.locator('#confirm-text'), 'グループ 5 件(このグループを含む)と、現在のメンバー 1 人');
     await page.screenshot({ path: path.join(shots, 'move-question.png') });
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await confirm();
     await shows(page.locator('#message'), 'グループ「総務部」を移動しました');
     assert.equal(db("select JOI_SEC from T_SECTION where SEC_CD='0002'"), '0003');
     await page.locator('#message').getByRole('button', { name: '元に戻す' }).click();
@@ -141,8 +131,7 @@ await run(async () => {
     assert.equal(db("select count(*) from T_SECTION where SEC_TREE like '0000/0002/%'"), '4');
 
     // The keyboard's way (the move dialog) asks the same and undoes the same.
-    await treeRow('営業部').click();
-    await value('g-name', '営業部');
+    await selectGroup('営業部');
     await page.getByRole('button', { name: '移動…' }).click();
     await page.getByLabel('移動先を絞り込む').fill('開発');
     await page.getByLabel('新しい親グループ').selectOption({ label: '開発部 (0003)' });
@@ -176,7 +165,7 @@ await run(async () => {
     assert.equal(db("select SEC_KBN||ST_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '120150401');
     assert.equal(await pick.isVisible(), true);
     await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await confirm();
     await shows(page.locator('#message'), '1 人を追加しました');
     assert.equal(db("select SEC_KBN||ED_YMD from T_SECMEMBER where SEC_CD='0004' and USER_ID='yamada'"), '099999999');
   });
@@ -185,13 +174,8 @@ await run(async () => {
     const mail = (f) => { try { return fs.readFileSync(path.join(install.dir, 'mail', f), 'utf8'); } catch (e) { return ''; } };
     await page.goto(`${server.url}/#/users`);
     await page.getByRole('button', { name: '新しいユーザー' }).click();
-    const form = page.locator('#user-form');
-    await form.getByLabel('ユーザーID', { exact: true }).fill('kondo');
-    await form.getByLabel('パスワード').fill('pw-kondo');
-    await form.getByLabel('氏名(漢字)').fill('近藤 三郎');
-    await form.getByLabel('氏名(カナ)').fill('コンドウ サブロウ');
-    await form.getByLabel('メールアドレス / エイリアス').fill('kondo');
-    await form.getByLabel('メールを使う').check();
+    await fillUser({ ユーザーID: 'kondo', パスワード: 'pw-kondo', '氏名(漢字)': '近藤 三郎', '氏名(カナ)': 'コンドウ サブロウ',
+      'メールアドレス / エイリアス': 'kondo', メールを使う: true });
     await page.getByRole('button', { name: '登録' }).click();
     await shows(page.locator('#message'), 'ユーザー「kondo」を登録しました');
     assert.match(mail('tools.log'), /^adduser\.exe -u kondo -p \*\*\* => OK: account kondo added$/m);
@@ -200,10 +184,7 @@ await run(async () => {
     await page.goto(`${server.url}/#/members?g=0005`);
     await shows(page.locator('#m-rows'), 'ito');
     await page.getByRole('button', { name: 'メンバーを追加…' }).click();
-    const pick = page.locator('#pick-dialog');
-    await pick.getByRole('tab', { name: /^カ/ }).click();
-    await pick.getByLabel('近藤 三郎 を選ぶ').check();
-    await pick.getByRole('button', { name: '選んだユーザーを追加' }).click();
+    await pickUsers([['カ', '近藤 三郎']]);
     await shows(page.locator('#message'), '1 人を追加しました');
     await page.goto(`${server.url}/#/groups?g=0005`);
     await value('g-name', '西日本営業課');
@@ -265,7 +246,7 @@ await run(async () => {
     await shows(entries, 'メーリングリスト を「(空)」から「sales-west」に');
     await entries.getByRole('button', { name: '元に戻す' }).first().click();
     await shows(page.locator('#confirm-text'), '「グループを変更」を元に戻しますか?');
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await confirm();
     await shows(page.locator('#message'), '元に戻しました');
     assert.equal(db("select coalesce(IMAIL_LIST,'') from T_SECTION where SEC_CD='0005'"), '');
     await shows(entries, 'で元に戻されました');
@@ -273,13 +254,13 @@ await run(async () => {
     await page.goto(`${server.url}/#/users?u=kondo`);
     await value('f-name', '近藤 三郎');
     await page.getByRole('button', { name: '削除' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await confirm();
     await shows(page.locator('#message'), 'ユーザー「kondo」を削除しました');
     assert.equal(db("select count(*) from T_USER where USER_ID='kondo'"), '0');
     assert.doesNotMatch(mail('accounts'), /^kondo\t/m);
     await page.goto(`${server.url}/#/history`);
     await page.getByRole('button', { name: '近藤 三郎 (kondo) を復元' }).click();
-    await page.locator('#confirm').getByRole('button', { name: 'OK' }).click();
+    await confirm();
     await shows(page.locator('#message'), '近藤 三郎 (kondo) を復元しました');
     assert.equal(db("select NAME_KJ||'|'||MAIL from T_USER where USER_ID='kondo'"), '近藤 三郎|kondo');
     assert.equal(db("select SEC_CD from T_SECMEMBER where USER_ID='kondo'"), '0005');
