@@ -75,18 +75,20 @@ bool WriteFrame::Begin(std::initializer_list<std::string_view> lock_tables) {
     return true;
   }
   Status begin = data::Com_funBeginTrans(conn_);
-  for (std::string_view table : lock_tables) {
-    if (!begin.ok()) break;
-    begin = data::LockTable(conn_, table);
-    if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();  // the lock's failure is the one to answer
-  }
   if (begin.ok()) {
-    // A caller that names itself (a restore, an undo) answers with its
-    // entry's id; a request saves the statement that reads it.
+    // The entry first: it reads nothing the locks protect, so the tables
+    // are held one round trip less. A caller that names itself (a restore,
+    // an undo) answers with its entry's id; a request saves the statement
+    // that reads it.
     begin = ctx_.history.code.empty() ? data::OpenHistoryEntry(conn_, Entry("OK"))
                                       : data::OpenHistoryEntry(conn_, Entry("OK"), history_entry_);
     // The entry's failure is the one to answer; the pool rolls back again if this fails.
     if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();
+  }
+  for (std::string_view table : lock_tables) {
+    if (!begin.ok()) break;
+    begin = data::LockTable(conn_, table);
+    if (!begin.ok()) data::Com_funRollbackTrans(conn_).IgnoreError();  // the lock's failure is the one to answer
   }
   if (!Failed(begin)) {
     in_transaction_ = true;
