@@ -17,6 +17,9 @@ namespace orvane::transfer {
 namespace {
 
 constexpr std::string_view kNoParent = "9999";
+// Rows an insert carries at most: 900 bound values of memberships, under
+// every database's limit.
+constexpr size_t kBatchRows = 100;
 
 std::string Get(const Row& row, FileKind kind, std::string_view column) {
   return row[SpecOf(kind).ExportedIndex(column)];
@@ -239,34 +242,70 @@ bool Applier::Memberships() {
     if (!Step(*line, members::funDelCirMember(ctx_, conn_, {section, user}))) return false;
     Done(*line);
   }
+  // Consecutive new rows without a post go in one insert of up to
+  // kBatchRows rows: the same rows in the same order, one round trip for
+  // many. The plan checked, under this transaction's locks, that each row
+  // is new, that its user and section are there and that no primary
+  // membership overlaps: the add's reads are not made again.
+  std::vector<const PlanLine*> batch;
+  std::vector<members::MemberParams> rows;
+  auto params = [&s](const Row& r) -> members::MemberParams {
+    return {Get(r, kM, "section"),
+            Get(r, kM, "user"),
+            Get(r, kM, "kind"),
+            Get(r, kM, "order"),
+            Get(r, kM, "start"),
+            Get(r, kM, "end"),
+            "",
+            s.ymd,
+            s.hms,
+            s.usr};
+  };
+  auto flush = [&]() {
+    if (batch.empty()) return true;
+    if (Status done = data::Com_funExecsql(conn_, members::InsertCirMemberSql(ctx_, rows)); !done.ok()) {
+      failure = Where(*batch.front()) + (batch.size() > 1 ? " to line " + std::to_string(batch.back()->line) : "") +
+                ": " + done.trail();
+      frame_.Fail("ERROR:IMPORT", done);
+      return false;
+    }
+    for (const PlanLine* l : batch) Done(*l);
+    batch.clear();
+    rows.clear();
+    return true;
+  };
   for (const PlanLine* line : Lines(kM, {Action::kAdd, Action::kChange})) {
     const Row& r = line->after;
-    const std::string user = Get(r, kM, "user"), section = Get(r, kM, "section"), kind = Get(r, kM, "kind"),
-                      start = Get(r, kM, "start"), end = Get(r, kM, "end"), order = Get(r, kM, "order");
-    bool already_primary = false;
-    if (line->action == Action::kAdd) {
-      if (!Step(*line,
-                members::funInsCirMember(ctx_, conn_, {section, user, kind, order, start, end, "", s.ymd, s.hms, s.usr},
-                                         already_primary)))
+    const bool add = line->action == Action::kAdd;
+    if (add && Get(r, kM, "post").empty()) {
+      batch.push_back(line);
+      rows.push_back(params(r));
+      if (batch.size() == kBatchRows && !flush()) return false;
+      continue;
+    }
+    if (!flush()) return false;
+    const std::string user = Get(r, kM, "user"), section = Get(r, kM, "section");
+    if (add) {
+      const members::MemberParams one = params(r);
+      if (!Step(*line, data::Com_funExecsql(conn_, members::InsertCirMemberSql(ctx_, std::span(&one, 1)))))
         return false;
     } else {
       data::Sql sql;
-      sql << "update " << data::Table(ctx_.SEC_MEM) << " set USER_SEQ = " << data::Quoted(order)
+      sql << "update " << data::Table(ctx_.SEC_MEM) << " set USER_SEQ = " << data::Quoted(Get(r, kM, "order"))
           << " where SEC_CD = " << data::Quoted(section) << " and USER_ID = " << data::Quoted(user);
       if (!Step(*line, data::Com_funExecsql(conn_, sql))) return false;
     }
-    // The kind, period and post as the change (208) stores them; a new row
-    // without a post has them from its insert already.
-    const bool post_to_set = line->action == Action::kChange || !Get(r, kM, "post").empty();
-    if (!already_primary && post_to_set &&
-        !Step(*line, members::funUpdAdmMember(
-                         ctx_, conn_, {section, user, kind, start, end, Get(r, kM, "post"), s.ymd, s.hms, s.usr},
-                         already_primary)))
+    // The kind, period and post as the change (208) stores them.
+    bool already_primary = false;
+    if (!Step(*line, members::funUpdAdmMember(ctx_, conn_,
+                                              {section, user, Get(r, kM, "kind"), Get(r, kM, "start"),
+                                               Get(r, kM, "end"), Get(r, kM, "post"), s.ymd, s.hms, s.usr},
+                                              already_primary)))
       return false;
     if (already_primary && !Step(*line, Status::Refused("another primary membership at the same time"))) return false;
     Done(*line);
   }
-  return true;
+  return flush();
 }
 
 bool Applier::Rights() {
