@@ -17,9 +17,31 @@ namespace orvane::transfer {
 namespace {
 
 constexpr std::string_view kNoParent = "9999";
-// Rows an insert carries at most: 900 bound values of memberships, under
-// every database's limit.
+// Rows an insert carries at most: 900 bound values of memberships, and
+// bound values at most of other inserts; both under every database's limit.
 constexpr size_t kBatchRows = 100;
+constexpr size_t kBatchValues = 2000;
+
+// Writes single-row inserts as few statements: each joins the first open
+// insert of its table, in order, up to kBatchValues bound values each.
+Status WriteBatched(data::Connection& conn, std::vector<data::Sql>& inserts) {
+  std::vector<data::Sql> batches;
+  std::vector<size_t> values;  // bound values of each batch
+  for (data::Sql& one : inserts) {
+    const size_t count = one.ValueCount();
+    size_t b = 0;
+    while (b < batches.size() && !(values[b] + count <= kBatchValues && batches[b].AppendValuesOf(one))) ++b;
+    if (b < batches.size()) {
+      values[b] += count;
+    } else {
+      batches.push_back(std::move(one));
+      values.push_back(count);
+    }
+  }
+  for (const data::Sql& batch : batches)
+    if (Status s = data::Com_funExecsql(conn, batch); !s.ok()) return s;
+  return Status::Ok();
+}
 
 std::string Get(const Row& row, FileKind kind, std::string_view column) {
   return row[SpecOf(kind).ExportedIndex(column)];
@@ -203,6 +225,7 @@ bool Applier::Users(data::PasswordMode passwords, bool deletes) {
     }
     return true;
   }
+  std::vector<data::Sql> beside;  // written after the user rows, batched
   for (const PlanLine* line : Lines(kU, {Action::kAdd, Action::kChange})) {
     const Row& r = line->after;
     const bool add = line->action == Action::kAdd;
@@ -226,10 +249,16 @@ bool Applier::Users(data::PasswordMode passwords, bool deletes) {
       if (!Step(*line, data::SelectFirstValue(conn_, sql, "PASSWORD", u.user_ps))) return false;
     }
     Status stored =
-        add ? accounts::funInsUser(ctx_, conn_, u, frame_.stamp(), passwords)
+        add ? accounts::funInsUser(ctx_, conn_, u, frame_.stamp(), passwords, &beside)
             : accounts::funUpdUser(ctx_, conn_, u, Get(line->before, kU, "mail_use"), frame_.stamp(), passwords);
     if (!Step(*line, stored)) return false;
     Done(*line, generated);
+  }
+  // The new users' rows beside their user rows, in few statements.
+  if (Status written = WriteBatched(conn_, beside); !written.ok()) {
+    failure = "users.csv: " + written.trail();
+    frame_.Fail("ERROR:IMPORT", written);
+    return false;
   }
   return true;
 }
