@@ -21,6 +21,8 @@ constexpr std::string_view kNoParent = "9999";
 // bound values at most of other inserts; both under every database's limit.
 constexpr size_t kBatchRows = 100;
 constexpr size_t kBatchValues = 2000;
+// New users' rows held back before they are written.
+constexpr size_t kBesideRows = 600;
 
 // Writes single-row inserts as few statements: each joins the first open
 // insert of its table, in order, up to kBatchValues bound values each.
@@ -225,7 +227,17 @@ bool Applier::Users(data::PasswordMode passwords, bool deletes) {
     }
     return true;
   }
-  std::vector<data::Sql> beside;  // written after the user rows, batched
+  // The new users' rows beside their user rows, written batched every few
+  // hundred (memory stays bounded) and at the end.
+  std::vector<data::Sql> beside;
+  auto write_beside = [&]() {
+    Status written = WriteBatched(conn_, beside);
+    beside.clear();
+    if (written.ok()) return true;
+    failure = "users.csv: " + written.trail();
+    frame_.Fail("ERROR:IMPORT", written);
+    return false;
+  };
   for (const PlanLine* line : Lines(kU, {Action::kAdd, Action::kChange})) {
     const Row& r = line->after;
     const bool add = line->action == Action::kAdd;
@@ -253,14 +265,9 @@ bool Applier::Users(data::PasswordMode passwords, bool deletes) {
             : accounts::funUpdUser(ctx_, conn_, u, Get(line->before, kU, "mail_use"), frame_.stamp(), passwords);
     if (!Step(*line, stored)) return false;
     Done(*line, generated);
+    if (beside.size() >= kBesideRows && !write_beside()) return false;
   }
-  // The new users' rows beside their user rows, in few statements.
-  if (Status written = WriteBatched(conn_, beside); !written.ok()) {
-    failure = "users.csv: " + written.trail();
-    frame_.Fail("ERROR:IMPORT", written);
-    return false;
-  }
-  return true;
+  return write_beside();
 }
 
 bool Applier::Memberships() {
