@@ -161,8 +161,13 @@ data::Sql InsertPassgenSql(const RequestContext& ctx, const UserForm& u, const s
 }  // namespace
 
 Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u, const WriteFrame::Stamp& stamp,
-                  data::PasswordMode passwords) {
+                  data::PasswordMode passwords, std::vector<data::Sql>* later) {
   constexpr char kName[] = "funInsUser";
+  auto beside = [&](data::Sql sql) {
+    if (!later) return data::Com_funExecsql(conn, sql);
+    later->push_back(std::move(sql));
+    return Status::Ok();
+  };
   std::string dairi;
   if (Status s = Key(ctx, "DAIRI_ONESELFFLG", dairi); !s.ok()) return s;
   const std::string& id = u.user_cd;
@@ -190,8 +195,7 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u
        << Quoted(u.disp_nm) << " ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ," << Quoted(stamp.hms) << " ,"
        << Quoted(stamp.usr) << ")";
   if (Status s = data::Com_funExecsql(conn, user); !s.ok()) return std::move(s).From(kName);
-  if (Status s = data::Com_funExecsql(conn, InsertPassgenSql(ctx, u, password, stamp)); !s.ok())
-    return std::move(s).From(kName);
+  if (Status s = beside(InsertPassgenSql(ctx, u, password, stamp)); !s.ok()) return std::move(s).From(kName);
   if (dairi == "1") {
     // The user's own schedule is open to the user (OPEN_KBN 2 = a user).
     data::Sql open;
@@ -199,13 +203,13 @@ Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u
          << " (KEY_CD ,OPEN_KBN ,OPEN_ID ,SHORI_LVL ,UPD_KBN ,UPD_YMD ,UPD_HMS ,UPD_USR ) values (  " << Quoted(id)
          << " ,'2' ," << Quoted(id) << " ,'Z' ," << Quoted(upd_kbn) << " ," << Quoted(stamp.ymd) << " ,"
          << Quoted(stamp.hms) << " ," << Quoted(stamp.usr) << ")";
-    if (Status s = data::Com_funExecsql(conn, open); !s.ok()) return std::move(s).From(kName);
+    if (Status s = beside(std::move(open)); !s.ok()) return std::move(s).From(kName);
   }
 
   std::string ml_mode, add_use;
   if (Status s = MailKeys(ctx, ml_mode, add_use); !s.ok()) return s;
   data::Sql menu = InsertMenuSql(ctx, u, upd_kbn, stamp, MailMenusFollowAccount(ml_mode, add_use));
-  if (Status s = data::Com_funExecsql(conn, menu); !s.ok()) return std::move(s).From(kName);
+  if (Status s = beside(std::move(menu)); !s.ok()) return std::move(s).From(kName);
   return Status::Ok();
 }
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "accounts/user_form.h"
 #include "base/status.h"
@@ -24,8 +25,11 @@ namespace orvane::accounts {
 // and the menu row by the rule in docs/operations.md. In the argon2id
 // password mode (`passwords`) the user row and T_PASSGEN get the
 // password's hash; an empty password is stored empty.
+// With `later`, the rows beside the user row (T_PASSGEN, T_SCHOPEN, the
+// menu row), which none of the checks reads, are handed to the caller to
+// write instead (the import writes many users' rows in few statements).
 Status funInsUser(RequestContext& ctx, data::Connection& conn, const UserForm& u, const WriteFrame::Stamp& stamp,
-                  data::PasswordMode passwords);
+                  data::PasswordMode passwords, std::vector<data::Sql>* later = nullptr);
 // Changes the user row; switches the two mail menus when the mail-use flag
 // moves away from `oldMailUseFlag` and the mail server gives accounts. In
 // the argon2id password mode a password is stored as its hash, and an

@@ -3,7 +3,8 @@
 // changes nothing; without, it applies them all in one transaction and
 // writes a report (CSV: each line's outcome and the passwords made for new
 // users). --retry-mail REPORT sends again only the mail commands that a
-// report lists as failed.
+// report lists as failed; the import's users.csv given with it gives back
+// the passwords it set, which the report never keeps.
 //
 // Exit status: 0 every line can be applied (dry run) or was applied with
 // its mail commands; 1 a line errs or the import was refused, nothing
@@ -96,7 +97,7 @@ int Import(const ImportOptions& o) {
   }
   options.delete_missing = o.delete_missing;
   if (int refused = CheckInstallation("import", o.config, /*dsn_required=*/true)) return refused;
-  if (o.files.empty() == o.retry.empty()) {
+  if (o.files.empty() && o.retry.empty()) {
     std::cerr << "orvane import: give the files to import, or --retry-mail with a report\n";
     return 2;
   }
@@ -118,18 +119,6 @@ int Import(const ImportOptions& o) {
     return 1;
   }
 
-  if (!o.retry.empty()) {
-    transfer::ImportReport report;
-    std::string bytes, error;
-    if (!ReadWhole(o.retry, bytes) || !transfer::ReadReportCsv(bytes, report, error) ||
-        !transfer::RetryMail(ctx, report, error)) {
-      std::cerr << "orvane import: " << o.retry << ": " << (error.empty() ? "cannot read it" : error) << "\n";
-      return 2;
-    }
-    data::ClosePooledConnections();
-    return WriteReport(o, report);
-  }
-
   std::vector<transfer::ImportFile> files;
   for (const std::string& path : o.files) {
     transfer::ImportFile& f = files.emplace_back();
@@ -139,6 +128,21 @@ int Import(const ImportOptions& o) {
       return 2;
     }
   }
+  if (!o.retry.empty()) {
+    transfer::ImportReport report;
+    std::string bytes, error;
+    if (!ReadWhole(o.retry, bytes) || !transfer::ReadReportCsv(bytes, report, error)) {
+      std::cerr << "orvane import: " << o.retry << ": " << (error.empty() ? "cannot read it" : error) << "\n";
+      return 2;
+    }
+    if (Status s = transfer::RetryMail(ctx, report, files, options.encoding); !s.ok()) {
+      std::cerr << "orvane import: " << s.trail() << "\n";
+      return 2;
+    }
+    data::ClosePooledConnections();
+    return WriteReport(o, report);
+  }
+
   transfer::ImportPlan plan;
   if (o.dry_run) {
     data::Connection conn;
@@ -178,8 +182,9 @@ void AddImport(CLI::App& app, int& exit_code) {
       "line would do and changes nothing. Without it, every line is applied in one\n"
       "transaction, or none when any line errs, and the report (--report) lists each line's\n"
       "outcome and the passwords made for new users. Rows missing from a file stay, unless\n"
-      "--delete-missing. --retry-mail REPORT sends again the mail commands a report lists as\n"
-      "failed. Exit status 0 done (or can be done), 1 refused, 2 cannot run, 3 applied with\n"
+      "--delete-missing. --retry-mail REPORT [users.csv] sends again the mail commands a\n"
+      "report lists as failed (the import's users.csv: the passwords it set). Exit status 0 done (or can be done), 1 "
+      "refused, 2 cannot run, 3 applied with\n"
       "failed mail commands.");
   cmd->add_option("--config", o->config, "Configuration file (ORVANE.ini); odbc.ini beside it")->capture_default_str();
   cmd->add_flag("--dry-run", o->dry_run, "Print what each line would do; change nothing");

@@ -144,6 +144,32 @@ Sql& Sql::operator<<(const Sql& other) {
   return *this;
 }
 
+bool Sql::AppendValuesOf(const Sql& other) {
+  auto opening = [](const std::vector<Piece>& pieces) {
+    for (size_t i = 0; i < pieces.size(); ++i)
+      if (pieces[i].kind == Kind::kText && pieces[i].text.find("values (") != std::string::npos) return i;
+    return pieces.size();
+  };
+  const size_t at = opening(pieces_);
+  if (at == pieces_.size() || at != opening(other.pieces_) || !problem_.empty() || !other.problem_.empty() ||
+      page_limit_ >= 0 || other.page_limit_ >= 0)
+    return false;
+  for (size_t i = 0; i <= at; ++i) {
+    const Piece &a = pieces_[i], &b = other.pieces_[i];
+    if (a.kind != b.kind || a.text != b.text || a.parts != b.parts) return false;
+  }
+  const std::string& head = other.pieces_[at].text;
+  pieces_.push_back({Kind::kText, " ,(" + head.substr(head.find("values (") + 8), {}});
+  pieces_.insert(pieces_.end(), other.pieces_.begin() + static_cast<std::ptrdiff_t>(at) + 1, other.pieces_.end());
+  return true;
+}
+
+size_t Sql::ValueCount() const {
+  size_t n = 0;
+  for (const Piece& p : pieces_) n += p.kind == Kind::kQuoted;
+  return n;
+}
+
 std::string Sql::Render() const {
   std::string out;
   for (const Piece& p : pieces_) {

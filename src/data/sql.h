@@ -112,6 +112,12 @@ class Sql {
   Sql& PageHere(long offset, long limit);
   // Appends `other`'s pieces (a statement behind an EXPLAIN, say).
   Sql& operator<<(const Sql& other);
+  // Appends the row of `other`, an insert built as this one is (the same
+  // pieces up to the one that opens the values with "values ("), so that
+  // this statement inserts it too. False, nothing changed, for any other.
+  bool AppendValuesOf(const Sql& other);
+  // The bound values so far (one for each value piece).
+  size_t ValueCount() const;
 
   // The statement as the system's concatenation reads, values inlined.
   std::string Render() const;

@@ -130,24 +130,34 @@ Status funInsCirMember(const RequestContext& ctx, data::Connection& conn, const 
     user << "select USER_ID from " << Table(ctx.USR_MST) << " where USER_ID = " << Quoted(p[1]);
     if (Status s = MustExist(conn, section, "SEC_CD", "section", p[0]); !s.ok()) return s;
     if (Status s = MustExist(conn, user, "USER_ID", "user", p[1]); !s.ok()) return s;
-    // The blanks inside the column list and before the first value are the
-    // statement's own.
-    sql << "insert into " << Table(ctx.SEC_MEM) << " (SEC_CD"
-        << " ,USER_ID"
-        << " ,SEC_KBN"
-        << " ,USER_SEQ"
-        << " ,ST_YMD "
-        << " ,ED_YMD"
-        << " ,UPD_KBN "
-        << " ,UPD_YMD"
-        << " ,UPD_HMS"
-        << " ,UPD_USR )"
-        << " values ("
-        << "  " << Quoted(p[0]) << " ," << Quoted(p[1]) << " ," << Quoted(p[2]) << " ," << Quoted(p[3]) << " ,"
+    sql = InsertCirMemberSql(ctx, std::span(&p, 1));
+  }
+  return data::Com_funExecsql(conn, sql);
+}
+
+data::Sql InsertCirMemberSql(const RequestContext& ctx, std::span<const MemberParams> rows) {
+  // The blanks inside the column list and before the first value are the
+  // statement's own.
+  data::Sql sql;
+  sql << "insert into " << Table(ctx.SEC_MEM) << " (SEC_CD"
+      << " ,USER_ID"
+      << " ,SEC_KBN"
+      << " ,USER_SEQ"
+      << " ,ST_YMD "
+      << " ,ED_YMD"
+      << " ,UPD_KBN "
+      << " ,UPD_YMD"
+      << " ,UPD_HMS"
+      << " ,UPD_USR )"
+      << " values (";
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const MemberParams& p = rows[i];
+    if (i > 0) sql << " ,(";
+    sql << "  " << Quoted(p[0]) << " ," << Quoted(p[1]) << " ," << Quoted(p[2]) << " ," << Quoted(p[3]) << " ,"
         << Quoted(p[4]) << " ," << Quoted(p[5]) << " ,'3'"
         << " ," << Quoted(p[7]) << " ," << Quoted(p[8]) << " ," << Quoted(p[9]) << ")";
   }
-  return data::Com_funExecsql(conn, sql);
+  return sql;
 }
 
 Status funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,

@@ -4,6 +4,7 @@
 // membership changed since the page loaded its members.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,10 @@ Status funUpdAdmMember(const RequestContext& ctx, data::Connection& conn, const 
 // with "no such section: X" or "no such user: X", as a foreign key would
 // refuse the insert.
 Status funInsCirMember(const RequestContext& ctx, data::Connection& conn, const MemberParams& p, bool& already_primary);
+// funInsCirMember's insert of new rows (one row: its very statement), for
+// a caller that has made its checks already (the import, whose plan
+// checked every line under the same transaction's locks).
+data::Sql InsertCirMemberSql(const RequestContext& ctx, std::span<const MemberParams> rows);
 // The next USER_SEQ of the section: max + 1, three digits ("001" first;
 // 1000 wraps to "000"); a maximum above 32766 fails as an overflow.
 Status funNextSortidx(const RequestContext& ctx, data::Connection& conn, const std::string& sec_cd,

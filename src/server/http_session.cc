@@ -134,9 +134,11 @@ class Connection {
       // The head, then the body, each within its deadline and the parser's limits.
       http::request_parser<http::string_body> parser;
       parser.header_limit(static_cast<uint32_t>(limits_.max_header_bytes));
-      parser.body_limit(limits_.max_body);
+      // Until the head names the route, the largest body any route takes.
+      parser.body_limit(shared_.router.LargestBody(limits_.max_body));
       auto [ec, n] = co_await Read(http::async_read_header(stream_, buffer_, parser, kTuple), limits_.header_timeout);
       int refusal = ec ? RefusalFor(ec, buffer_) : RefusalForHead(parser.get());
+      if (!ec && !refusal) refusal = RefusalForLength(parser);
       if (!ec && !refusal && parser.get()[http::field::expect] == "100-continue") {
         http::response<http::empty_body> go_on{http::status::continue_, parser.get().version()};
         std::tie(ec, n) = co_await Timed(http::async_write(stream_, go_on, kTuple), limits_.write_timeout);
@@ -219,6 +221,14 @@ class Connection {
     if (head.method_string().size() + head.target().size() + 10 > limits_.max_request_line) return 414;
     if (head.chunked()) return 411;
     return 0;
+  }
+
+  // The route's own body limit (the edge's for most): a longer
+  // Content-Length is refused before its body is read.
+  int RefusalForLength(const http::request_parser<http::string_body>& parser) const {
+    const auto& head = parser.get();
+    const Router::Route& route = shared_.router.Find(std::string(head.method_string()), PathOf(head.target()));
+    return parser.content_length().value_or(0) > route.max_body.value_or(limits_.max_body) ? 413 : 0;
   }
 
   void Answer(const Router::Route& route, const HttpRequest& request, HttpResponse& response) const {

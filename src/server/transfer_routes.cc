@@ -6,6 +6,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "base/whole_number.h"
 #include "dispatch/request_context.h"
 #include "server/api_answer.h"
 #include "transfer/export.h"
@@ -17,6 +18,17 @@ namespace {
 
 using Steady = std::chrono::steady_clock;
 using json = nlohmann::json;
+
+// An upload carries whole files (a 10,000-user users.csv is a few MiB, in
+// base64 a third more): the import's endpoints take more than the edge
+// allows other requests. IMPORT_MAX_BYTES in the configuration changes it.
+constexpr size_t kImportMaxBytes = size_t{64} << 20;
+
+size_t ImportMaxBytes(const ConfigFile& config) {
+  std::optional<long long> bytes =
+      ParseWholeNumber(config.Get("IMPORT_MAX_BYTES"), 0, 1LL << 32, {.blanks_around = true, .minus_sign = false});
+  return bytes ? static_cast<size_t>(*bytes) : kImportMaxBytes;
+}
 
 // The import running in this server, for the progress the page polls.
 std::atomic<size_t> progress_done{0}, progress_total{0};
@@ -105,8 +117,12 @@ json PlanJson(const transfer::ImportPlan& plan) {
 }
 
 json ReportJson(const transfer::ImportReport& report) {
+  // The numbers too: the page words its summary in its own language.
   return {{"applied", report.applied},
           {"summary", report.Summary()},
+          {"added", report.Count("add")},
+          {"changed", report.Count("change")},
+          {"deleted", report.Count("delete")},
           {"mail_failures", report.MailFailures()},
           {"report", transfer::ReportCsv(report)}};
 }
@@ -191,12 +207,26 @@ void HandleRetry(ServerState& state, const HttpRequest& req, HttpResponse& res) 
   std::shared_ptr<Session> session = ApiAdministrator(state, req, res, start, true);
   if (!session) return;
   transfer::ImportReport report;
-  std::string error;
-  if (!transfer::ReadReportCsv(req.body, report, error))
+  std::vector<transfer::ImportFile> files;
+  transfer::ImportOptions options;
+  std::string error, csv = req.body;
+  // The report alone (CSV), or {"report", "files", "encoding"} with the
+  // import's users.csv for the passwords it set.
+  if (req.Header("Content-Type").starts_with("application/json")) {
+    json body = json::parse(req.body, nullptr, false);
+    csv = body.is_object() && body.value("report", json()).is_string() ? body["report"].get<std::string>() : "";
+    if (csv.empty() || !ReadUpload(req, files, options, error))
+      return Reply(
+          state, req, res, start, 400,
+          ApiError("ERROR:INVALIDVALUE", error.empty() ? "the body needs the report's CSV as \"report\"" : error));
+  }
+  if (!transfer::ReadReportCsv(csv, report, error))
     return Reply(state, req, res, start, 400, ApiError("ERROR:INVALIDVALUE", error));
   RequestContext ctx(state.config, *session, state.app, state.clock);
   PrepareTransferContext(ctx, req);
-  if (!transfer::RetryMail(ctx, report, error)) return Reply(state, req, res, start, 500, ApiError("ERROR:DBSELECT"));
+  if (Status s = transfer::RetryMail(ctx, report, files, options.encoding); !s.ok())
+    return Reply(state, req, res, start, s.refused() ? 400 : 500,
+                 ApiError(s.refused() ? "ERROR:INVALIDVALUE" : "ERROR:DBSELECT", s.refused() ? s.trail() : ""));
   Reply(state, req, res, start, 200, ReportJson(report));
 }
 
@@ -204,12 +234,16 @@ void HandleRetry(ServerState& state, const HttpRequest& req, HttpResponse& res) 
 
 void RegisterTransferRoutes(Router& server, ServerState& state) {
   server.Get("/api/export", [&state](const HttpRequest& req, HttpResponse& res) { HandleExport(state, req, res); });
-  server.Post("/api/import/preview",
-              [&state](const HttpRequest& req, HttpResponse& res) { HandleImport(state, req, res, false); });
-  server.Post("/api/import/apply",
-              [&state](const HttpRequest& req, HttpResponse& res) { HandleImport(state, req, res, true); });
-  server.Post("/api/import/retry-mail",
-              [&state](const HttpRequest& req, HttpResponse& res) { HandleRetry(state, req, res); });
+  const size_t upload = ImportMaxBytes(state.config);
+  server.PostUpload(
+      "/api/import/preview",
+      [&state](const HttpRequest& req, HttpResponse& res) { HandleImport(state, req, res, false); }, upload);
+  server.PostUpload(
+      "/api/import/apply", [&state](const HttpRequest& req, HttpResponse& res) { HandleImport(state, req, res, true); },
+      upload);
+  server.PostUpload(
+      "/api/import/retry-mail", [&state](const HttpRequest& req, HttpResponse& res) { HandleRetry(state, req, res); },
+      upload);
   server.Get("/api/import/progress", [&state](const HttpRequest& req, HttpResponse& res) {
     const auto start = Steady::now();
     if (!ApiAdministrator(state, req, res, start, false)) return;

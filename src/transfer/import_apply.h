@@ -20,11 +20,9 @@
 #include "dispatch/request_context.h"
 #include "transfer/import_plan.h"
 #include "transfer/import_report.h"
+#include "transfer/import_steps.h"
 
 namespace orvane::transfer {
-
-// Called after each applied line: lines done, lines in all.
-using Progress = std::function<void(size_t done, size_t total)>;
 
 // Runs the import as the session user of `ctx` (its configuration,
 // application store and clock; the live tables). `plan` receives the plan

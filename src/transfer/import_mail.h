@@ -1,15 +1,18 @@
-// The mail side of an import, run after its commit as the user
-// registration runs it inside its own: per user line the account command
+// The mail side of an import, run after its commit as the requests run it
+// (only when ML_MODE is "2"): per user line the account command
 // (adduser.exe, by the old and new mail-use flags) and the alias commands
-// (addalias.exe), only when ML_MODE is "2". A failure is the line's result
-// in the report, not a rollback; a report fed back retries just those.
+// (addalias.exe), and the mailing lists the lines bring along
+// (import_lists.h). A failure is the line's result in the report, not a
+// rollback; a report fed back retries just those.
 #pragma once
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "data/db.h"
 #include "dispatch/request_context.h"
+#include "transfer/import_plan.h"
 #include "transfer/import_report.h"
 #include "transfer/organisation.h"
 
@@ -27,15 +30,18 @@ bool ReadMailSide(RequestContext& ctx, MailSide& out);
 // "mail_use/alias/alias_in_use" of a stored user row (exported columns).
 std::string MailBefore(const Row& user);
 
-// Sends a user line's commands; empty when all went through, else why not.
-// `action` "add", "change" or "delete"; `user` the row after the line
-// (before it for a delete); `password` the new one ("" when none).
-std::string SendUserMail(RequestContext& ctx, data::Connection& conn, const MailSide& mail, std::string_view action,
-                         const Row& user, const std::string& password, std::string_view mail_before);
+// After the commit: the mail commands of every report line of `plan`
+// (`before`: the organisation the import began from; `today` as the
+// import's stamp), each line's result "done" or what failed.
+void SendImportMail(RequestContext& ctx, data::Connection& conn, const MailSide& mail, const ImportPlan& plan,
+                    const Organisation& before, const std::string& today, ImportReport& report);
 
 // Sends again the commands of every report line whose mail failed, with the
-// user as stored now; each such line's result becomes "done" or the new
-// failure. False with `error` when the database cannot be read.
-bool RetryMail(RequestContext& ctx, ImportReport& report, std::string& error);
+// user and section as stored now; each such line's result becomes "done"
+// or the new failure. A new account's password that the import's users.csv
+// gave is taken from `files` (the import's files, in `encoding`): the
+// report never holds it. Refused when `files` are not the import's; a
+// failure when the configuration or the database cannot be read.
+Status RetryMail(RequestContext& ctx, ImportReport& report, const std::vector<ImportFile>& files, Encoding encoding);
 
 }  // namespace orvane::transfer

@@ -1,5 +1,6 @@
 // The import's report: one line per applied line of the files (file, line,
-// key, action, result, the password made for a new user), as CSV to
+// key, action, result, the password made for a new user, what a retry of
+// its mail commands needs), as CSV to
 // download or keep, read back to retry the mail part of the lines whose
 // mail commands failed. The password is given here once: nothing else
 // keeps it in plain text.
@@ -25,6 +26,9 @@ struct ReportLine {
   // What the mail server knew of a user before the line (mail use, alias,
   // alias in use, joined by "/"): a retry needs it to send the same commands.
   std::string mail_before;
+  // The mailing lists whose command has not gone through, joined by ","
+  // (no list name holds one): what a retry sends again.
+  std::string lists;
 };
 
 struct ImportReport {
@@ -32,6 +36,7 @@ struct ImportReport {
   std::string refusal;  // why nothing changed
   std::vector<ReportLine> lines;
   int MailFailures() const;
+  int Count(std::string_view action) const;  // lines of "add", "change" or "delete"
   // "applied: 3 added, 1 changed, 0 deleted; 1 mail command failed" or the refusal.
   std::string Summary() const;
 };

@@ -28,7 +28,7 @@ std::string Base64(const std::string& bytes) {
 }
 
 TEST_P(TransferRoutes, ExportPreviewAndApplyBehindTheAdministratorCheck) {
-  WriteConfig("ML_MODE=0\n");
+  WriteConfig("ML_MODE=0\nIMPORT_MAX_BYTES=3000000\n");
   InsertDemo();
   LiveServer server(ConfigPath(), clock());
   auto client = server.Client();
@@ -65,12 +65,28 @@ TEST_P(TransferRoutes, ExportPreviewAndApplyBehindTheAdministratorCheck) {
   EXPECT_EQ(client.Post("/api/import/apply", foreign, good, "application/json")->status, 403);
   auto applied = json::parse(client.Post("/api/import/apply", cookie, good, "application/json")->body);
   EXPECT_EQ(applied["summary"], "applied: 0 added, 1 changed, 0 deleted; 0 mail commands failed");
-  EXPECT_EQ(applied["report"],
-            "\xEF\xBB\xBF"
-            "file,line,key,action,result,password,mail_before\r\nusers.csv,2,yamada,change,done,,0/yamada/0\r\n");
+  EXPECT_EQ(
+      applied["report"],
+      "\xEF\xBB\xBF"
+      "file,line,key,action,result,password,mail_before,lists\r\nusers.csv,2,yamada,change,done,,0/yamada/0,\r\n");
   EXPECT_EQ(Rows(data::Sql() << "select POST_NM from " << data::Table("T_USER") << " where USER_ID = 'yamada'"),
             (testing::Cells{{"部長"}}));
   EXPECT_EQ(server.Log().find("yamada,change"), std::string::npos);  // reports stay out of the log
+
+  // The import's uploads have their own limit; every other body keeps the edge's 1 MiB.
+  auto padded = [](size_t bytes) {
+    return json{{"files", {{{"name", "users.csv"}, {"content", Base64("id\nyamada\n")}}}},
+                {"pad", std::string(bytes, 'x')}}
+        .dump();
+  };
+  const struct {
+    const char* path;
+    size_t bytes;
+    int status;
+  } uploads[] = {
+      {"/api/import/preview", 1500000, 200}, {"/api/import/preview", 3100000, 413}, {"/orvane", 1500000, 413}};
+  for (const auto& u : uploads)
+    EXPECT_EQ(client.Post(u.path, cookie, padded(u.bytes), "application/json")->status, u.status) << u.path << u.bytes;
 }
 
 ORVANE_DB_TEST_SUITE(TransferRoutes);

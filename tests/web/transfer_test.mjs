@@ -40,11 +40,12 @@ await run(async () => {
     await page.getByRole('button', { name: 'プレビュー' }).click();
     await page.locator('#transfer-summary', { hasText: 'すべての行を適用できます。' }).waitFor();
     await page.getByRole('button', { name: '適用' }).click();
-    await page.locator('#transfer-summary', { hasText: 'applied: 0 added, 1 changed' }).waitFor();
+    await page.locator('#transfer-summary', { hasText: '適用しました' }).waitFor();
+    assert.equal(await page.locator('#transfer-summary').textContent(), '適用しました: 追加 0 件、変更 1 件、削除 0 件。');
     assert.equal(db("select POST_NM from T_USER where USER_ID = 'yamada'"), '部長');
     const [download] = await Promise.all([page.waitForEvent('download'), page.locator('#transfer-report').click()]);
     const report = fs.readFileSync(await download.path(), 'utf8');
-    assert.equal(report, '\uFEFFfile,line,key,action,result,password,mail_before\r\n' +
-      'users.csv,2,yamada,change,done,,0/yamada/0\r\n');
+    assert.equal(report, '\uFEFFfile,line,key,action,result,password,mail_before,lists\r\n' +
+      'users.csv,2,yamada,change,done,,0/yamada/0,\r\n');
   });
 });

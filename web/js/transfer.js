@@ -25,6 +25,17 @@ async function postJson(path, body) {
   return answer;
 }
 
+// The outcome in the page's language, from the numbers the server counted;
+// a refusal the page has no words for (a failed step) as the server says it.
+function summary(result) {
+  if (result.applied) {
+    const text = t('transfer.applied', result.added, result.changed, result.deleted);
+    return result.mail_failures ? `${text} ${t('transfer.mailFailed', result.mail_failures)}` : text;
+  }
+  const errors = result.plan?.counts?.error ?? 0;
+  return errors ? t('transfer.linesErr', errors) : `${t('transfer.notApplied')} ${result.refusal}`;
+}
+
 export class TransferScreen {
   constructor() {
     this.body = null;  // the last upload, applied as it was previewed
@@ -119,7 +130,7 @@ export class TransferScreen {
     }, 500);
     try {
       const result = await postJson('/api/import/apply', this.body);
-      $('transfer-summary').textContent = result.applied ? result.summary : result.refusal;
+      $('transfer-summary').textContent = summary(result);
       if (result.plan) this.showPlan(result.plan);
       const link = $('transfer-report');
       if (result.applied) {

@@ -17,6 +17,10 @@ export default {
     'transfer.error': 'エラー',
     'transfer.ready': 'すべての行を適用できます。',
     'transfer.refused': 'エラーのある行があるため適用できません。',
+    'transfer.applied': '適用しました: 追加 {0} 件、変更 {1} 件、削除 {2} 件。',
+    'transfer.mailFailed': 'メールサーバーへのコマンドが {0} 件失敗しました（レポートに記載）。',
+    'transfer.linesErr': 'エラーのある行が {0} 件あるため、何も適用していません。',
+    'transfer.notApplied': '何も適用していません:',
     'nav.transfer': 'CSV',
   },
   en: {
@@ -36,6 +40,10 @@ export default {
     'transfer.error': 'Error',
     'transfer.ready': 'Every line can be applied.',
     'transfer.refused': 'Some lines have errors: nothing can be applied.',
+    'transfer.applied': 'Applied: {0} added, {1} changed, {2} deleted.',
+    'transfer.mailFailed': '{0} mail commands failed (listed in the report).',
+    'transfer.linesErr': '{0} lines have errors: nothing was applied.',
+    'transfer.notApplied': 'Nothing was applied:',
     'nav.transfer': 'CSV',
   },
 };
