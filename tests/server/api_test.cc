@@ -42,9 +42,9 @@ class Api : public testing::DbTest {
   std::string Found(const std::string& percent_encoded_q) {
     nlohmann::json j = Json("/api/search?q=" + percent_encoded_q);
     std::string out;
-    for (const auto& u : j["users"]) out += u["id"].get<std::string>() + " ";
+    for (const auto& u : j["users"]) out.append(u["id"].get<std::string>()).append(" ");
     out += "|";
-    for (const auto& g : j["groups"]) out += " " + g["code"].get<std::string>();
+    for (const auto& g : j["groups"]) out.append(" ").append(g["code"].get<std::string>());
     return out;
   }
   std::string GroupStamp(const std::string& code) {
