@@ -63,6 +63,10 @@ using AfterCommitStep = std::function<void(RequestContext&, data::Connection&)>;
 struct Enlistment {
   data::Connection& conn;
   std::vector<AfterCommitStep> after_commit;
+  // The steps put back values their rows held before (an undo): a rule
+  // that only new values must meet (a department code's length) does not
+  // refuse them.
+  bool puts_back_stored_values = false;
 };
 
 struct WriteRules {

@@ -182,9 +182,11 @@ Status funCheckBUSHO_CD(const RequestContext& ctx, data::Connection& conn, const
                         const std::string& busho_cd) {
   constexpr char kName[] = "funCheckBUSHO_CD";
   if (busho_cd.empty()) return Status::Ok();
-  // A change may send back the code its group already holds: kept as it is,
-  // even when it is older than today's length rule.
-  const bool length_ok = text::CodePointLength(busho_cd) == 9;
+  // A change may send back the code its group already holds, and an undo
+  // the one it held before: kept as it is, even when it is older than
+  // today's length rule.
+  const bool length_ok = text::CodePointLength(busho_cd) == 9 ||
+                         (ctx.enlistment && ctx.enlistment->puts_back_stored_values && !own_sec_cd.empty());
   if (!length_ok && own_sec_cd.empty())
     return Status::Failure(std::string(kWrongBushoLength), Status::kDbFailed).Prefixed(kName);
   data::Sql sql;

@@ -307,7 +307,7 @@ Outcome Undoer::Run() {
     if (!frame.Step("ERROR:DBSELECT", StillAsLeft(frame.conn(), image, same, what))) return outcome();
     if (!same) return refuse("ERROR:UNDOCHANGED\r\n" + what);
   }
-  Enlistment enlistment{.conn = frame.conn(), .after_commit = {}};
+  Enlistment enlistment{.conn = frame.conn(), .after_commit = {}, .puts_back_stored_values = true};
   enlistment_ = &enlistment;
   if (!Inverse(head, images)) return refuse(answer_);
   if (!frame.Commit()) return outcome();
