@@ -9,7 +9,7 @@ namespace orvane::restore {
 
 struct Outcome {
   bool ok = false;
-  long entry = 0;       // the entry that records it, done or refused (the last, for several)
+  long entry = 0;       // the entry that records it, done or refused
   std::string error;    // "ERROR:RESTORETAKEN", ...
   std::string message;  // what blocks, in a sentence
 };

@@ -7,7 +7,7 @@
 #include "accounts/user_registration.h"
 #include "accounts/user_storage.h"
 #include "base/text.h"
-#include "dispatch/write_frame.h"
+#include "restore/caller_frame.h"
 #include "restore/entry_images.h"
 #include "restore/restore_deleted.h"
 
@@ -63,33 +63,25 @@ void RejoinLists(RequestContext& ctx, data::Connection& conn, const std::string&
 }  // namespace
 
 Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
-  ctx.history.code = "restore-user";
-  ctx.fields = NamedValues();
-  ctx.fields.Add("kind", "user");
-  ctx.fields.Add("key", user_id);
-  WriteFrame frame(ctx, kRestoreRules);
+  CallerFrame frame(ctx, kRestoreRules, "restore-user", {{"kind", "user"}, {"key", user_id}});
   std::vector<std::string> keys, mail_keys;
-  auto outcome = [&] { return OutcomeOf(ctx.response(), frame.HistoryEntryId()); };
-  auto refuse = [&](const std::string& answer) {
-    frame.Fail(answer);
-    return outcome();
-  };
-  if (!frame.Start({{"LOCAL_DB_DSN", kNoConfig}, {"ML_MODE", kNoConfig}}, keys)) return outcome();
+  if (!frame.Start({{"LOCAL_DB_DSN", kNoConfig}, {"ML_MODE", kNoConfig}}, keys)) return frame.Result();
   const bool mail_server = keys[1] == "2";
-  if (mail_server && !accounts::ReadMailServerKeys(ctx, mail_keys)) return outcome();
-  if (!frame.Open()) return outcome();
+  if (mail_server && !accounts::ReadMailServerKeys(ctx, mail_keys)) return frame.Result();
+  if (!frame.Open()) return frame.Result();
   data::Connection& conn = frame.conn();
 
   // The deletion is history: it cannot change, so it is found before the
   // transaction that names it as the entry it reverses.
   long deletion = 0;
   const std::string since = RetentionStart(ctx.config(), ctx.clock());
-  if (!frame.Step("ERROR:DBSELECT", FindDeletion(conn, "T_USER", "206", user_id, since, deletion))) return outcome();
+  if (!frame.Step("ERROR:DBSELECT", FindDeletion(conn, "T_USER", "206", user_id, since, deletion)))
+    return frame.Result();
   if (deletion == 0) {
-    return refuse("ERROR:RESTORENOTFOUND\r\nno deleted user " + user_id + " within the retention period");
+    return frame.Refuse("ERROR:RESTORENOTFOUND\r\nno deleted user " + user_id + " within the retention period");
   }
   std::vector<Image> images;
-  if (!frame.Step("ERROR:DBSELECT", ReadImages(conn, deletion, images))) return outcome();
+  if (!frame.Step("ERROR:DBSELECT", ReadImages(conn, deletion, images))) return frame.Result();
   const Image* user = nullptr;
   std::vector<const Image*> deleted;
   std::vector<std::string> sections;
@@ -100,25 +92,25 @@ Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
     if (image.table == "T_SECMEMBER") sections.push_back(Value(image.before, "SEC_CD"));
   }
   if (!user) {
-    return refuse("ERROR:RESTORENOTFOUND\r\nthe deletion of " + user_id + " kept no row of the user");
+    return frame.Refuse("ERROR:RESTORENOTFOUND\r\nthe deletion of " + user_id + " kept no row of the user");
   }
 
   // What blocks is read under the locks a user's add and a membership's
   // add take, in their order.
   ctx.history.undoes = deletion;
-  if (!frame.Begin({"T_USER", "T_SECTION"})) return outcome();
+  if (!frame.Begin({"T_USER", "T_SECTION"})) return frame.Result();
   std::string holder;
   data::Sql taken;
   taken << "select USER_ID from " << Table("T_USER") << " where USER_ID = " << Quoted(user_id);
-  if (!frame.Step("ERROR:DBSELECT", data::SelectFirstValue(conn, taken, "USER_ID", holder))) return outcome();
+  if (!frame.Step("ERROR:DBSELECT", data::SelectFirstValue(conn, taken, "USER_ID", holder))) return frame.Result();
   if (!holder.empty()) {
-    return refuse("ERROR:RESTORETAKEN\r\nthe user id " + user_id + " has been taken since");
+    return frame.Refuse("ERROR:RESTORETAKEN\r\nthe user id " + user_id + " has been taken since");
   }
   const std::string mail = Value(user->before, "MAIL"), mail_flag = Value(user->before, "IMAIL_FLG");
   if (!text::Trim(mail).empty()) {
-    if (!frame.Step("ERROR:DBSELECT", MailHolder(conn, user_id, mail, mail_flag == "1", holder))) return outcome();
+    if (!frame.Step("ERROR:DBSELECT", MailHolder(conn, user_id, mail, mail_flag == "1", holder))) return frame.Result();
     if (!holder.empty()) {
-      return refuse("ERROR:RESTORETAKEN\r\nthe mail address " + mail + " has been taken since by user " + holder);
+      return frame.Refuse("ERROR:RESTORETAKEN\r\nthe mail address " + mail + " has been taken since by user " + holder);
     }
   }
   std::vector<std::string> gone;
@@ -127,16 +119,17 @@ Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
     sql << "select SEC_CD from " << Table("T_SECTION") << " where SEC_CD = " << Quoted(sec_cd);
     bool found = false;
     std::string ignored;
-    if (!frame.Step("ERROR:DBSELECT", data::SelectFirstValue(conn, sql, "SEC_CD", ignored, &found))) return outcome();
+    if (!frame.Step("ERROR:DBSELECT", data::SelectFirstValue(conn, sql, "SEC_CD", ignored, &found)))
+      return frame.Result();
     if (!found) gone.push_back(sec_cd);
   }
   if (!gone.empty()) {
-    return refuse(std::string("ERROR:RESTOREGROUPGONE\r\n") + (gone.size() == 1 ? "the group " : "the groups ") +
-                  text::Join(gone, ", ") + " of the user " + (gone.size() == 1 ? "is" : "are") + " gone");
+    return frame.Refuse(std::string("ERROR:RESTOREGROUPGONE\r\n") + (gone.size() == 1 ? "the group " : "the groups ") +
+                        text::Join(gone, ", ") + " of the user " + (gone.size() == 1 ? "is" : "are") + " gone");
   }
 
   for (const Image* image : deleted)
-    if (!frame.Step("ERROR:RESTOREINSERT", InsertRow(conn, image->table, image->before))) return outcome();
+    if (!frame.Step("ERROR:RESTOREINSERT", InsertRow(conn, image->table, image->before))) return frame.Result();
 
   // The mail server learns of the user as a registration tells it, before
   // the commit: a refusal there leaves the user deleted.
@@ -156,17 +149,17 @@ Outcome RestoreUser(RequestContext& ctx, const std::string& user_id) {
     const std::string mode = accounts::AccountMode("3", "", u.mail_ufl);
     std::string output;
     if (!mode.empty() && !frame.Step("ERROR:ADDMAILUSER", accounts::funAdmMailMember(ctx, mode, folder, u, output)))
-      return outcome();
+      return frame.Result();
     Status alias = accounts::funAdmMailAlias1(ctx, conn, "3", folder, u, accounts::MailBefore{});
     if (frame.Failed(alias)) {
       frame.Fail("ERROR:ADDMAILALIAS", alias);
-      return outcome();
+      return frame.Result();
     }
   }
-  if (!frame.Commit()) return outcome();
+  if (!frame.Commit()) return frame.Result();
   if (mail_server) RejoinLists(ctx, conn, user_id, sections, frame.stamp().ymd);
   frame.Finish();
-  return outcome();
+  return frame.Result();
 }
 
 }  // namespace orvane::restore

@@ -10,8 +10,8 @@
 #include "base/text.h"
 #include "base/whole_number.h"
 #include "data/schema.h"
-#include "dispatch/write_frame.h"
 #include "requests/web_class.h"
+#include "restore/caller_frame.h"
 #include "restore/entry_images.h"
 
 namespace orvane::restore {
@@ -152,7 +152,8 @@ bool Undoer::Inverse(const EntryHead& head, const std::vector<Image>& images) {
     if (!image) return true;
     RowValues now;
     bool found = false;
-    if (!ReadRow(enlistment_->conn, section, group, {"SEC_NM", "DSP_NM", "IMAIL_LIST", "BUSHO_CD"}, now, found).ok() || !found)
+    if (!ReadRow(enlistment_->conn, section, group, {"SEC_NM", "DSP_NM", "IMAIL_LIST", "BUSHO_CD"}, now, found).ok() ||
+        !found)
       return Step("ReqNo=202&Group_cd=" + group);  // the operation answers what is missing
     auto before = [&](const char* column) {
       return image->before.contains(column) ? Value(image->before, column) : Value(now, column);
@@ -269,16 +270,9 @@ bool Undoer::Inverse(const EntryHead& head, const std::vector<Image>& images) {
 
 Outcome Undoer::Run() {
   const std::string id = std::to_string(entry_);
-  ctx_.history = {.code = "undo", .undoes = entry_};
-  ctx_.fields = NamedValues();
-  ctx_.fields.Add("entry", id);
-  WriteFrame frame(ctx_, kUndoRules);
-  auto outcome = [&] { return OutcomeOf(ctx_.response(), frame.HistoryEntryId()); };
-  auto refuse = [&](const std::string& answer) {
-    frame.Fail(answer);
-    return outcome();
-  };
-  if (!frame.Start() || !frame.Open()) return outcome();
+  CallerFrame frame(ctx_, kUndoRules, "undo", {{"entry", id}});
+  ctx_.history.undoes = entry_;
+  if (!frame.Start() || !frame.Open()) return frame.Result();
   // The entry's rows never change: read first, they say which tables the
   // undo holds. Who undid it is read again under the locks.
   EntryHead head;
@@ -286,34 +280,35 @@ Outcome Undoer::Run() {
   std::vector<Image> images;
   if (!frame.Step("ERROR:DBSELECT", ReadEntry(frame.conn(), entry_, head, found)) ||
       (found && !frame.Step("ERROR:DBSELECT", ReadImages(frame.conn(), entry_, images))))
-    return outcome();
-  if (!found) return refuse("ERROR:UNDONOTFOUND\r\nthere is no history entry " + id);
+    return frame.Result();
+  if (!found) return frame.Refuse("ERROR:UNDONOTFOUND\r\nthere is no history entry " + id);
   static const std::set<std::string, std::less<>> kUndoable = {"202", "207", "208", "209", "210", "211", "212", "213"};
   if (head.answer != "OK" || !kUndoable.contains(head.code) || images.empty())
-    return refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " is no change an undo reverses");
+    return frame.Refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " is no change an undo reverses");
   for (const Image& image : images)
     if (image.table.ends_with("_WORK")) work_ = "1";
   // The locks a membership's add takes, in its order: every step's own
   // locks are among them.
   if (!(work_.empty() ? frame.Begin({"T_USER", "T_SECTION"}) : frame.Begin({"T_USER_WORK", "T_SECTION_WORK"})))
-    return outcome();
+    return frame.Result();
   if (!frame.Step("ERROR:DBSELECT", ReadEntry(frame.conn(), entry_, head, found, frame.HistoryEntryId())))
-    return outcome();
+    return frame.Result();
   if (head.undone_by != 0)
-    return refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " was undone by entry " + std::to_string(head.undone_by));
+    return frame.Refuse("ERROR:UNDONOTPOSSIBLE\r\nentry " + id + " was undone by entry " +
+                        std::to_string(head.undone_by));
   for (const Image& image : images) {
     bool same = true;
     std::string what;
-    if (!frame.Step("ERROR:DBSELECT", StillAsLeft(frame.conn(), image, same, what))) return outcome();
-    if (!same) return refuse("ERROR:UNDOCHANGED\r\n" + what);
+    if (!frame.Step("ERROR:DBSELECT", StillAsLeft(frame.conn(), image, same, what))) return frame.Result();
+    if (!same) return frame.Refuse("ERROR:UNDOCHANGED\r\n" + what);
   }
   Enlistment enlistment{.conn = frame.conn(), .after_commit = {}, .puts_back_stored_values = true};
   enlistment_ = &enlistment;
-  if (!Inverse(head, images)) return refuse(answer_);
-  if (!frame.Commit()) return outcome();
+  if (!Inverse(head, images)) return frame.Refuse(answer_);
+  if (!frame.Commit()) return frame.Result();
   for (AfterCommitStep& step : enlistment.after_commit) step(ctx_, frame.conn());
   frame.Finish();
-  return outcome();
+  return frame.Result();
 }
 
 }  // namespace
