@@ -1,15 +1,19 @@
-// Small pieces the benchmark drivers share: stop on a failed step, and the
-// five-digit section codes their generated organisations use.
+// Small pieces the benchmark drivers share: stop on a failed step, the
+// five-digit section codes their generated organisations use, and writing
+// those sections.
 #pragma once
 
 #include <errno.h>  // program_invocation_short_name
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "base/status.h"
+#include "data/db.h"
 
 namespace orvane::bench {
 
@@ -24,6 +28,29 @@ inline std::string Code(int i) {
   char buf[16];
   std::snprintf(buf, sizeof buf, "%05d", i);
   return buf;
+}
+
+// A generated section: its code, its parent's, its order and both paths.
+struct Section {
+  std::string code, parent, seq, tree, tree_nm;
+};
+
+// Writes `sections` (parents first) 200 rows a statement, in the open
+// transaction on `conn`; each row's name is its code.
+inline void InsertSections(data::Connection& conn, const std::vector<Section>& sections) {
+  using data::Quoted;
+  for (size_t i = 0; i < sections.size(); i += 200) {
+    data::Sql sql;
+    sql << "insert into " << data::Table("T_SECTION")
+        << " (SEC_CD,JOI_SEC,SEC_NM,DSP_NM,SEC_SEQ,SEC_TREE,TREE_NM,UPD_KBN) values ";
+    for (size_t j = i; j < std::min(i + 200, sections.size()); ++j) {
+      const Section& s = sections[j];
+      if (j > i) sql << ",";
+      sql << "(" << Quoted(s.code) << "," << Quoted(s.parent) << "," << Quoted(s.code) << "," << Quoted(s.code) << ","
+          << Quoted(s.seq) << "," << Quoted(s.tree) << "," << Quoted(s.tree_nm) << ",'3')";
+    }
+    Check(data::Com_funExecsql(conn, sql), "sections");
+  }
 }
 
 }  // namespace orvane::bench

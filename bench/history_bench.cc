@@ -56,9 +56,6 @@ void Exec(data::Connection& conn, const data::Sql& sql, const char* what) {
 // 00003, two groups the moves go between; 00004 ... 00103, leaves to rename,
 // move and add members to. Users u0000 ... u1999.
 void Generate(data::Connection& conn) {
-  struct Section {
-    std::string code, parent, seq, tree, tree_nm;
-  };
   std::vector<Section> out = {{Code(0), "9999", "001", Code(0), "本社"}};
   for (int i = 1; i <= 3; ++i)
     out.push_back({Code(i), Code(0), "00" + std::to_string(i), Code(0) + "/" + Code(i), "/ 部" + Code(i)});
@@ -73,18 +70,7 @@ void Generate(data::Connection& conn) {
                    parent.tree_nm + " / 課" + code});
   }
   Check(data::Com_funBeginTrans(conn), "begin");
-  for (size_t i = 0; i < out.size(); i += 200) {
-    data::Sql sql;
-    sql << "insert into " << Table("T_SECTION")
-        << " (SEC_CD,JOI_SEC,SEC_NM,DSP_NM,SEC_SEQ,SEC_TREE,TREE_NM,UPD_KBN) values ";
-    for (size_t j = i; j < std::min(i + 200, out.size()); ++j) {
-      const Section& s = out[j];
-      if (j > i) sql << ",";
-      sql << "(" << Quoted(s.code) << "," << Quoted(s.parent) << "," << Quoted(s.code) << "," << Quoted(s.code) << ","
-          << Quoted(s.seq) << "," << Quoted(s.tree) << "," << Quoted(s.tree_nm) << ",'3')";
-    }
-    Exec(conn, sql, "sections");
-  }
+  InsertSections(conn, out);
   for (int i = 0; i < kUsers; i += 200) {
     data::Sql sql;
     sql << "insert into " << Table("T_USER") << " (USER_ID,NAME_KJ,NAME_KN,MAIL,DSP_NM,UPD_KBN) values ";

@@ -37,10 +37,6 @@ using data::Table;
 constexpr int kSections = 20000;
 constexpr int kBig = 5000, kSmall = 500;
 
-struct Section {
-  std::string code, parent, seq, tree, tree_nm;
-};
-
 // The organisation described above, parents before children.
 std::vector<Section> Organisation() {
   std::vector<Section> out = {{Code(0), "9999", "001", Code(0), "本社"}};
@@ -65,18 +61,7 @@ std::vector<Section> Organisation() {
 
 void Generate(data::Connection& conn, const std::vector<Section>& sections) {
   Check(data::Com_funBeginTrans(conn), "begin");
-  for (size_t i = 0; i < sections.size(); i += 200) {
-    data::Sql sql;
-    sql << "insert into " << Table("T_SECTION")
-        << " (SEC_CD,JOI_SEC,SEC_NM,DSP_NM,SEC_SEQ,SEC_TREE,TREE_NM,UPD_KBN) values ";
-    for (size_t j = i; j < std::min(i + 200, sections.size()); ++j) {
-      const Section& s = sections[j];
-      if (j > i) sql << ",";
-      sql << "(" << Quoted(s.code) << "," << Quoted(s.parent) << "," << Quoted(s.code) << "," << Quoted(s.code) << ","
-          << Quoted(s.seq) << "," << Quoted(s.tree) << "," << Quoted(s.tree_nm) << ",'3')";
-    }
-    Check(data::Com_funExecsql(conn, sql), "insert");
-  }
+  InsertSections(conn, sections);
   Check(data::Com_funCommitTrans(conn), "commit");
 }
 
