@@ -12,8 +12,14 @@
 #include <string>
 #include <vector>
 
+#include "base/clock.h"
 #include "base/status.h"
 #include "data/db.h"
+#include "dispatch/application_store.h"
+#include "dispatch/config.h"
+#include "dispatch/request_fields.h"
+#include "dispatch/session.h"
+#include "requests/web_class.h"
 
 namespace orvane::bench {
 
@@ -51,6 +57,17 @@ inline void InsertSections(data::Connection& conn, const std::vector<Section>& s
     }
     Check(data::Com_funExecsql(conn, sql), "sections");
   }
+}
+
+// Runs the request `query` as `session`'s user, in process as the server
+// would; anything but "OK" stops the benchmark.
+inline void RunOk(const ConfigFile& config, Session& session, ApplicationStore& app, const std::string& query) {
+  RequestContext ctx(config, session, app, SystemClock::Instance());
+  ParseUrlEncoded(query, ctx.fields);
+  RunRequest(ctx);
+  if (ctx.response() == "OK") return;
+  std::cerr << program_invocation_short_name << ": " << query << ": " << ctx.response() << "\n";
+  std::exit(1);
 }
 
 }  // namespace orvane::bench

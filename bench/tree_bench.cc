@@ -83,15 +83,7 @@ int Main(const std::string& dir, int repeat) {
   Session session;
   session.Set("PUB_USR_ID", "bench");
   ApplicationStore app;
-  auto request = [&](const std::string& query) {
-    RequestContext ctx(config, session, app, SystemClock::Instance());
-    ParseUrlEncoded(query, ctx.fields);
-    RunRequest(ctx);
-    if (ctx.response() != "OK") {
-      std::cerr << "tree_bench: " << query << ": " << ctx.response() << "\n";
-      std::exit(1);
-    }
-  };
+  auto request = [&](const std::string& query) { RunOk(config, session, app, query); };
   // The same count of single-row updates of the columns the change writes,
   // with real changes (an unchanged value costs an index less): for a move
   // the paths there and back (two transactions, like the move's two

@@ -5,6 +5,8 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "dispatch/application_store.h"
+
 namespace orvane::cli {
 
 void AddServe(CLI::App& app, int& exit_code);
@@ -24,5 +26,9 @@ void AddUndo(CLI::App& app, int& exit_code);
 // missing or empty one too when `dsn_required`). Returns the exit status:
 // 0 to go on, 2 to stop. Points ODBC at the odbc.ini beside the file.
 int CheckInstallation(const char* command, const std::string& config_path, bool dsn_required);
+
+// The application values a command's requests need, read from `config`;
+// false, with one line on stderr naming the reason, when they cannot be.
+bool LoadApplication(const char* command, const ConfigFile& config, ApplicationStore& app);
 
 }  // namespace orvane::cli

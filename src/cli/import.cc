@@ -103,10 +103,7 @@ int Import(const ImportOptions& o) {
   }
   ConfigFile config(o.config);
   ApplicationStore app;
-  if (Status loaded = LoadApplicationValues(config, app); !loaded.ok()) {
-    std::cerr << "orvane import: " << loaded.trail() << "\n";
-    return 2;
-  }
+  if (!LoadApplication("import", config, app)) return 2;
   Session session;
   session.Set("PUB_USR_ID", o.user);
   RequestContext ctx(config, session, app, SystemClock::Instance());

@@ -44,4 +44,10 @@ int CheckInstallation(const char* command, const std::string& config_path, bool 
   return 0;
 }
 
+bool LoadApplication(const char* command, const ConfigFile& config, ApplicationStore& app) {
+  Status loaded = LoadApplicationValues(config, app);
+  if (!loaded.ok()) std::cerr << "orvane " << command << ": " << loaded.trail() << "\n";
+  return loaded.ok();
+}
+
 }  // namespace orvane::cli

@@ -19,10 +19,7 @@ int RunOne(const RequestOptions& o) {
   if (int refused = CheckInstallation("request", o.config, /*dsn_required=*/false)) return refused;
   ConfigFile config(o.config);
   ApplicationStore app;
-  if (Status loaded = LoadApplicationValues(config, app); !loaded.ok()) {
-    std::cerr << "orvane request: " << loaded.trail() << "\n";
-    return 1;
-  }
+  if (!LoadApplication("request", config, app)) return 1;
   Session session;
   if (!o.user.empty()) session.Set("PUB_USR_ID", o.user);
   RequestContext ctx(config, session, app, SystemClock::Instance());

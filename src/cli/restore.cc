@@ -26,10 +26,7 @@ int RunOne(const char* command, const RestoreOptions& o, Body body) {
   if (int refused = CheckInstallation(command, o.config, /*dsn_required=*/true)) return refused;
   ConfigFile config(o.config);
   ApplicationStore app;
-  if (Status loaded = LoadApplicationValues(config, app); !loaded.ok()) {
-    std::cerr << "orvane " << command << ": " << loaded.trail() << "\n";
-    return 2;
-  }
+  if (!LoadApplication(command, config, app)) return 2;
   Session session;
   session.Set("PUB_USR_ID", o.as);
   RequestContext ctx(config, session, app, SystemClock::Instance());

@@ -87,10 +87,7 @@ int Serve(const ServeOptions& o) {
     return 2;
   }
   state.web_root = o.web_root;
-  if (Status loaded = LoadApplicationValues(state.config, state.app); !loaded.ok()) {
-    std::cerr << "orvane serve: " << loaded.trail() << "\n";
-    return 1;
-  }
+  if (!LoadApplication("serve", state.config, state.app)) return 1;
   HttpCharset charset = HttpCharset::kUtf8;
   if (ParseHttpCharset(o.charset, charset)) state.charset = charset;  // the option allows no other
   // Stop cleanly on Ctrl-C or SIGTERM: a thread waits for the signal. Blocked
