@@ -67,6 +67,9 @@ struct Enlistment {
   // that only new values must meet (a department code's length) does not
   // refuse them.
   bool puts_back_stored_values = false;
+  // A step changed the tree: its redraw is queued once, whatever the
+  // number of such steps.
+  bool tree_redraw_queued = false;
 };
 
 struct WriteRules {

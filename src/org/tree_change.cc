@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <optional>
+#include <utility>
 
 #include "base/whole_number.h"
 #include "data/schema.h"
@@ -80,10 +81,11 @@ bool PatchSecHierarchical(ApplicationStore& app, const TreePatch& patch) {
 void FinishTreeChange(RequestContext& ctx, WriteFrame& frame, const TreePatch* patch) {
   if (frame.Enlisted() && !ctx.WorkTables()) {
     // Not committed yet: the drawn tree follows once the larger change is,
-    // whatever its other steps did to the tree.
-    frame.AfterCommit([](RequestContext& after, data::Connection& conn) {
-      RefreshSecHierarchical(after, conn).IgnoreError();  // the next read draws it from the raised version
-    });
+    // drawn once whatever its other steps did to the tree.
+    if (!std::exchange(ctx.enlistment->tree_redraw_queued, true))
+      frame.AfterCommit([](RequestContext& after, data::Connection& conn) {
+        RefreshSecHierarchical(after, conn).IgnoreError();  // the next read draws it from the raised version
+      });
     return frame.Finish();
   }
   // The code alone: the pages have never been shown the drawing's trail.

@@ -302,7 +302,8 @@ Outcome Undoer::Run() {
     if (!frame.Step("ERROR:DBSELECT", StillAsLeft(frame.conn(), image, same, what))) return frame.Result();
     if (!same) return frame.Refuse("ERROR:UNDOCHANGED\r\n" + what);
   }
-  Enlistment enlistment{.conn = frame.conn(), .after_commit = {}, .puts_back_stored_values = true};
+  Enlistment enlistment{
+      .conn = frame.conn(), .after_commit = {}, .puts_back_stored_values = true, .tree_redraw_queued = false};
   enlistment_ = &enlistment;
   if (!Inverse(head, images)) return frame.Refuse(answer_);
   if (!frame.Commit()) return frame.Result();
